@@ -1,0 +1,26 @@
+# Flags of every target of ours: warnings are errors, the binaries are hardened, no path of the build machine stays inside.
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+
+if(NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
+endif()
+
+add_library(dro_flags INTERFACE)
+target_compile_options(dro_flags INTERFACE
+    -Wall -Wextra -Wshadow -Wconversion -Werror
+    -fstack-protector-strong
+    -ffile-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=${CMAKE_BINARY_DIR}/=)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    target_compile_options(dro_flags INTERFACE -Wthread-safety)
+endif()
+target_link_options(dro_flags INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed)
+if(DROAGENT_SANITIZE)
+    add_compile_options(-fsanitize=${DROAGENT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${DROAGENT_SANITIZE})
+else()
+    target_compile_options(dro_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+endif()
+
+include(CheckPIESupported)
+check_pie_supported()

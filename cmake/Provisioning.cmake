@@ -1,0 +1,45 @@
+# Turns the provisioning file into provisioning.h, with every length checked and no secret in one piece.
+if(NOT DROAGENT_PROVISIONING)
+    message(FATAL_ERROR
+        "No provisioning file. Name the deployment's with -DDROAGENT_PROVISIONING=FILE: it supplies the cloud's host "
+        "markers, the token secret, the API keys and the CA bundle paths. provisioning/lab.cmake shows its variables.")
+endif()
+include(${DROAGENT_PROVISIONING})
+
+# A list of texts as a C++ initialiser.
+function(dro_texts out)
+    list(TRANSFORM ARGN PREPEND "\"")
+    list(TRANSFORM ARGN APPEND "\"")
+    list(JOIN ARGN ", " joined)
+    set(${out} "${joined}" PARENT_SCOPE)
+endfunction()
+
+# Byte number i of the secret, as stored: the bytes at even and at odd places apart, each combined with a mask.
+function(dro_secret_half out first)
+    set(bytes "")
+    foreach(i RANGE ${first} 15 2)
+        list(GET DROAGENT_TOKEN_SECRET ${i} byte)
+        math(EXPR mask "(0x5b + 29 * ${i}) % 256")
+        math(EXPR stored "0x${byte} ^ ${mask}" OUTPUT_FORMAT HEXADECIMAL)
+        list(APPEND bytes ${stored})
+    endforeach()
+    list(JOIN bytes ", " joined)
+    set(${out} "${joined}" PARENT_SCOPE)
+endfunction()
+
+list(LENGTH DROAGENT_TOKEN_SECRET DRO_SECRET_LENGTH)
+if(NOT DRO_SECRET_LENGTH EQUAL 16)
+    message(FATAL_ERROR "DROAGENT_TOKEN_SECRET must have 16 bytes, has ${DRO_SECRET_LENGTH}")
+endif()
+list(LENGTH DROAGENT_MARKERS_NONPRODUCTION DRO_MARKERS_LENGTH)
+if(NOT DRO_MARKERS_LENGTH EQUAL 3)
+    message(FATAL_ERROR "DROAGENT_MARKERS_NONPRODUCTION must name the QA, development and staging hosts")
+endif()
+dro_secret_half(DRO_SECRET_EVEN 0)
+dro_secret_half(DRO_SECRET_ODD 1)
+dro_texts(DRO_MARKERS_NONPRODUCTION ${DROAGENT_MARKERS_NONPRODUCTION})
+dro_texts(DRO_MARKER_PRODUCTION ${DROAGENT_MARKER_PRODUCTION})
+dro_texts(DRO_KEY_PRODUCTION ${DROAGENT_KEY_PRODUCTION})
+dro_texts(DRO_KEY_NONPRODUCTION ${DROAGENT_KEY_NONPRODUCTION})
+dro_texts(DRO_CA_BUNDLES ${DROAGENT_CA_BUNDLES})
+configure_file(${CMAKE_SOURCE_DIR}/cmake/provisioning.h.in ${CMAKE_BINARY_DIR}/generated/provisioning.h @ONLY)

@@ -1,0 +1,52 @@
+// bell.h - how a writer wakes the sessions of other processes: a file beside the store, opened before a commit and
+// closed after it. Watchers see the closing, which the kernel does for a killed process too. One thread at a time.
+#pragma once
+
+#include <string>
+#include <utility>
+
+namespace hab {
+
+// A file descriptor, closed with its owner; -1 for none.
+class FileDescriptor {
+ public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int number) : number_(number) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
+    ~FileDescriptor();
+
+    int get() const { return number_; }
+    explicit operator bool() const { return number_ >= 0; }
+
+ private:
+    int number_ = -1;
+};
+
+// Takes hold of the bell of the store at `path`, making the file (mode 0600) when it is not there; it rings when the
+// result is closed. None when it cannot be opened.
+FileDescriptor holdBell(const std::string& path);
+
+// Sees the bell, and what happens to the store file. Holds kernel watches only: it costs nothing while nothing happens.
+class BellWatch {
+ public:
+    // Throws std::system_error when the watches cannot be set.
+    explicit BellWatch(const std::string& path);
+
+    // Readable when something happened.
+    int get() const { return watch_.get(); }
+    // Takes note of what happened. Throws std::system_error when the bell is gone and cannot be made again.
+    void drain();
+
+ private:
+    void watchBell();
+
+    std::string path_;
+    FileDescriptor watch_;
+    int bellWatch_ = -1;
+};
+
+}  // namespace hab

@@ -1,0 +1,193 @@
+#include "delivery.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace hab {
+
+namespace {
+
+// Changes taken from the journal in one look; the read transaction is over before a handler runs.
+constexpr int kBatch = 256;
+
+// How soon to look again when the store was locked, or failing. Only then is anything done without a call from outside.
+constexpr int kLockedPauseMs = 5;
+constexpr int kFailedPauseMs = 1000;
+
+// Signals belong to the program's own threads: one that starts under this blocks them all.
+class SignalsBlocked {
+ public:
+    SignalsBlocked() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+    sigset_t before_{};
+};
+
+}  // namespace
+
+std::int64_t lastPlace(Connection& connection) {
+    return connection.number("SELECT coalesce(max(seq), 0) FROM hab_journal");
+}
+
+std::shared_ptr<Delivery> Delivery::start(std::shared_ptr<Store> store) {
+    std::unique_ptr<Connection> connection = store->connect();
+    if (!connection) {
+        throw std::system_error(ENOENT, std::generic_category(), "the store is gone");
+    }
+    auto delivery = std::make_shared<Delivery>(std::move(store), std::move(connection));
+    const SignalsBlocked blocked;
+    std::thread thread([delivery] { delivery->run(); });
+    pthread_setname_np(thread.native_handle(), "hab-notices");
+    thread.detach();
+    return delivery;
+}
+
+Delivery::Delivery(std::shared_ptr<Store> store, std::unique_ptr<Connection> connection)
+    : store_(std::move(store)),
+      connection_(std::move(connection)),
+      watch_(store_->path()),
+      wake_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      readJournal_(*connection_, "SELECT seq, field, row FROM hab_journal WHERE seq > ?1 ORDER BY seq LIMIT ?2"),
+      readValues_(*connection_, "SELECT seq, field, row FROM hab_value WHERE seq > ?1 ORDER BY seq"),
+      position_(lastPlace(*connection_)) {
+    if (!wake_) {
+        throw std::system_error(errno, std::generic_category(), "no more event descriptors");
+    }
+}
+
+void Delivery::listen(const Table& table, std::int64_t from) {
+    const std::lock_guard lock(mutex_);
+    tables_.emplace(&table, from);
+}
+
+void Delivery::setHandler(hab_notice_handler handler, void* context) {
+    const std::lock_guard lock(mutex_);
+    handler_ = handler;
+    context_ = context;
+}
+
+void Delivery::stop() {
+    {
+        const std::lock_guard lock(mutex_);
+        stopped_ = true;
+    }
+    eventfd_write(wake_.get(), 1);
+}
+
+void Delivery::run() {
+    Look last = Look::kDone;
+    try {
+        do {
+            last = look();
+        } while (last != Look::kEnd && wait(last));
+    } catch (const std::exception& error) {
+        store_->failed(std::string("change notices ended: ") + error.what());
+    }
+}
+
+// Delivers everything that is committed by now. A store that is locked keeps its place and is looked at again.
+Delivery::Look Delivery::look() {
+    if (store_->lost(*connection_)) {
+        return Look::kEnd;
+    }
+    watch_.drain();
+    std::vector<Notice> notices;
+    do {
+        if (const Look fetched = fetch(notices); fetched != Look::kDone) {
+            return fetched;
+        }
+        for (const Notice& notice : notices) {
+            if (!deliver(notice)) {
+                return Look::kEnd;
+            }
+            position_ = notice.place;
+        }
+    } while (!notices.empty());
+    return Look::kDone;
+}
+
+Delivery::Look Delivery::fetch(std::vector<Notice>& notices) {
+    notices.clear();
+    try {
+        connection_->waitUntil(Clock::now());
+        const Run run(readJournal_);
+        readJournal_.bind(1, position_).bind(2, kBatch);
+        while (readJournal_.next()) {
+            notices.push_back(
+                {readJournal_.number(0), readJournal_.number(1), static_cast<int>(readJournal_.number(2))});
+        }
+        if (!notices.empty() && notices.front().place != position_ + 1) {
+            fetchMissed(notices);
+        }
+        return Look::kDone;
+    } catch (const SqliteError& error) {
+        if (statusOf(error.code()) == HAB_TIMEOUT) {
+            return Look::kLocked;
+        }
+        store_->failed(std::string("change notices are held up: ") + error.what());
+        return Look::kFailed;
+    }
+}
+
+// The journal has been cut beyond our place: every value written since stands for the changes that led to it.
+void Delivery::fetchMissed(std::vector<Notice>& notices) {
+    notices.clear();
+    const Run run(readValues_);
+    readValues_.bind(1, position_);
+    while (readValues_.next()) {
+        notices.push_back({readValues_.number(0), readValues_.number(1), static_cast<int>(readValues_.number(2))});
+    }
+}
+
+// Calls the handler when the change is one that the session asked for; false when the session is over.
+bool Delivery::deliver(const Notice& notice) {
+    const Field* field = store_->schema().field(notice.field);
+    hab_notice_handler handler = nullptr;
+    void* context = nullptr;
+    {
+        const std::lock_guard lock(mutex_);
+        if (stopped_) {
+            return false;
+        }
+        const auto table = field == nullptr ? tables_.end() : tables_.find(field->table);
+        if (table == tables_.end() || notice.place <= table->second) {
+            return true;
+        }
+        handler = handler_;
+        context = context_;
+    }
+    if (handler != nullptr) {
+        handler(field->table->name.c_str(), notice.row, field->name.c_str(), context);
+    }
+    return true;
+}
+
+// Sleeps until the bell rings; false when the session is over.
+bool Delivery::wait(Look last) {
+    std::array<pollfd, 2> ready{{{watch_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}}};
+    const int pause = last == Look::kLocked ? kLockedPauseMs : last == Look::kFailed ? kFailedPauseMs : -1;
+    while (poll(ready.data(), ready.size(), pause) < 0) {
+        if (errno != EINTR) {
+            throw std::system_error(errno, std::generic_category(), "poll");
+        }
+    }
+    const std::lock_guard lock(mutex_);
+    return !stopped_;
+}
+
+}  // namespace hab

@@ -1,0 +1,68 @@
+#include "schema.h"
+
+namespace hab {
+
+Value valueIn(const Statement& row, int column) {
+    return row.isNumber(column) ? Value{row.number(column), {}} : Value{0, std::string(row.bytes(column))};
+}
+
+const Field* Table::field(std::string_view wanted) const {
+    const auto found = fieldsByName.find(wanted);
+    return found == fieldsByName.end() ? nullptr : found->second;
+}
+
+Schema::Schema(Connection& connection) {
+    readTables(connection);
+    readFields(connection);
+}
+
+const Table* Schema::table(std::string_view name) const {
+    const auto found = tablesByName_.find(name);
+    return found == tablesByName_.end() ? nullptr : found->second;
+}
+
+const Field* Schema::field(std::int64_t id) const {
+    const auto found = fieldsById_.find(id);
+    return found == fieldsById_.end() ? nullptr : found->second;
+}
+
+void Schema::readTables(Connection& connection) {
+    Statement read(connection, "SELECT id, name, rows, about FROM hab_table ORDER BY place");
+    const Run run(read);
+    while (read.next()) {
+        Table& table = tables_.emplace_back(Table{read.number(0),
+                                                  std::string(read.bytes(1)),
+                                                  static_cast<int>(read.number(2)),
+                                                  std::string(read.bytes(3)),
+                                                  {},
+                                                  {}});
+        tablesByName_.emplace(table.name, &table);
+    }
+}
+
+void Schema::readFields(Connection& connection) {
+    Statement read(connection,
+                   "SELECT f.id, t.name, f.name, f.alias, f.type, f.longest, f.initial, f.about FROM hab_field f"
+                   " JOIN hab_table t ON t.id = f.table_id ORDER BY f.place");
+    const Run run(read);
+    while (read.next()) {
+        const auto table = tablesByName_.find(read.bytes(1));
+        const std::optional<Type> type = typeNamed(read.bytes(4));
+        const std::optional<Value> initial = type ? valueFrom(*type, read.bytes(6)) : std::nullopt;
+        if (table == tablesByName_.end() || !initial) {
+            throw SqliteError(SQLITE_CORRUPT, "its description of the fields makes no sense");
+        }
+        const Field& field = fields_.emplace_back(
+            Field{read.number(0), table->second, std::string(read.bytes(2)), std::string(read.bytes(3)), *type,
+                  static_cast<std::size_t>(read.number(5)), *initial, std::string(read.bytes(7))});
+        Table& owner = *table->second;
+        owner.fields.push_back(&field);
+        owner.fieldsByName.emplace(field.name, &field);
+        if (!field.alias.empty()) {
+            owner.fieldsByName.emplace(field.alias, &field);
+        }
+        fieldsById_.emplace(field.id, &field);
+    }
+}
+
+}  // namespace hab

@@ -1,0 +1,238 @@
+#include "session.h"
+
+#include <bit>
+#include <cstdint>
+#include <shared_mutex>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+namespace hab {
+
+namespace {
+
+// A session that is further behind than this gets one notice for each value written since. The journal is cut now and
+// then, not at each write.
+constexpr std::int64_t kJournalLength = 100'000;
+constexpr std::int64_t kJournalCut = 500;
+
+class Pass {
+ public:
+    Pass(Gate& gate, Clock::time_point deadline) : gate_(gate), through_(gate.enter(deadline)) {}
+    ~Pass() {
+        if (through_) {
+            gate_.leave();
+        }
+    }
+    Pass(const Pass&) = delete;
+    Pass& operator=(const Pass&) = delete;
+
+    explicit operator bool() const { return through_; }
+
+ private:
+    Gate& gate_;
+    bool through_;
+};
+
+struct Sessions {
+    std::shared_mutex mutex;
+    std::unordered_map<const hab_session*, std::shared_ptr<Session>> open;
+    std::uintptr_t last = 0;
+};
+
+Sessions& sessions() {
+    static auto* all = std::make_unique<Sessions>().release();  // other threads may use it at exit
+    return *all;
+}
+
+void bindValue(Statement& statement, int place, Type type, const Value& value) {
+    if (isNumber(type)) {
+        statement.bind(place, value.number);
+    } else if (isText(type)) {
+        statement.bindText(place, value.bytes);
+    } else {
+        statement.bindBytes(place, value.bytes);
+    }
+}
+
+}  // namespace
+
+bool Gate::enter(Clock::time_point deadline) {
+    std::unique_lock lock(mutex_);
+    if (!left_.wait_until(lock, deadline, [this] { return !taken_; })) {
+        return false;
+    }
+    taken_ = true;
+    return true;
+}
+
+void Gate::leave() {
+    {
+        const std::lock_guard lock(mutex_);
+        taken_ = false;
+    }
+    left_.notify_one();
+}
+
+Session::Session(std::shared_ptr<Store> store, std::unique_ptr<Connection> connection)
+    : store_(std::move(store)),
+      connection_(std::move(connection)),
+      readValue_(*connection_, "SELECT value FROM hab_value WHERE field = ?1 AND row = ?2"),
+      writeJournal_(*connection_, "INSERT INTO hab_journal(field, row) VALUES(?1, ?2)"),
+      writeValue_(*connection_, "INSERT OR REPLACE INTO hab_value(field, row, value, seq) VALUES(?1, ?2, ?3, ?4)") {}
+
+template <class Operation>
+int Session::exclusively(Operation operation) {
+    const Clock::time_point deadline = Clock::now() + kPatience;
+    const Pass pass(gate_, deadline);
+    if (!pass) {
+        return HAB_TIMEOUT;
+    }
+    connection_->waitUntil(deadline);
+    try {
+        return operation();
+    } catch (const SqliteError& error) {
+        const int status = statusOf(error.code());
+        if (status == HAB_ERROR) {
+            store_->failed(error.what());
+        }
+        return status;
+    } catch (const std::exception& error) {
+        store_->failed(error.what());
+        return HAB_ERROR;
+    }
+}
+
+template <class Operation>
+int Session::whileThere(Operation operation) {
+    return exclusively([&] { return store_->lost(*connection_) ? HAB_ERROR : operation(); });
+}
+
+const Field* Session::field(std::string_view table, int row, std::string_view name) const {
+    const Table* found = schema().table(table);
+    return found == nullptr || row < 0 || row >= found->rows ? nullptr : found->field(name);
+}
+
+int Session::read(const Field& field, int row, Value& value) {
+    return whileThere([&] {
+        const Run run(readValue_);
+        value = readValue_.bind(1, field.id).bind(2, row).next() ? valueIn(readValue_, 0) : field.initial;
+        return HAB_OK;
+    });
+}
+
+int Session::write(std::span<const Change> changes) {
+    return exclusively([&] {
+        const int status = commit(changes);
+        connection_->tidy();
+        return status;
+    });
+}
+
+int Session::commit(std::span<const Change> changes) {
+    Transaction transaction(*connection_);
+    // Looked at under the write lock, so that the wait for it leaves no gap.
+    if (store_->lost(*connection_)) {
+        return HAB_ERROR;
+    }
+    for (const Change& change : changes) {
+        record(change);
+    }
+    // Rings when it is closed at the end of this function, or by the kernel if we are killed before.
+    const FileDescriptor bell = holdBell(store_->path());
+    if (!bell) {
+        store_->failed("its bell file cannot be opened, so nobody would notice a write; nothing was written");
+        return HAB_ERROR;
+    }
+    transaction.commit();
+    return HAB_OK;
+}
+
+void Session::record(const Change& change) {
+    writeJournal_.bind(1, change.field->id).bind(2, change.row).finish();
+    const std::int64_t place = connection_->lastRowid();
+    writeValue_.bind(1, change.field->id).bind(2, change.row).bind(4, place);
+    bindValue(writeValue_, 3, change.field->type, change.value);
+    writeValue_.finish();
+    if (place % kJournalCut == 0) {
+        Statement cut(*connection_, "DELETE FROM hab_journal WHERE seq <= ?1");
+        cut.bind(1, place - kJournalLength).finish();
+    }
+}
+
+int Session::readAll(std::vector<Change>& values) {
+    return whileThere([&] {
+        Statement read(*connection_,
+                       "SELECT v.field, v.row, v.value FROM hab_value v JOIN hab_field f ON f.id = v.field"
+                       " JOIN hab_table t ON t.id = f.table_id ORDER BY t.place, v.row, f.place");
+        while (read.next()) {
+            if (const Field* field = schema().field(read.number(0)); field != nullptr) {
+                values.push_back({field, static_cast<int>(read.number(1)), valueIn(read, 2)});
+            }
+        }
+        return HAB_OK;
+    });
+}
+
+int Session::subscribe(const Table& table) {
+    return whileThere([&] {
+        delivery()->listen(table, lastPlace(*connection_));
+        return HAB_OK;
+    });
+}
+
+int Session::setHandler(hab_notice_handler handler, void* context) {
+    return whileThere([&] {
+        delivery()->setHandler(handler, context);
+        return HAB_OK;
+    });
+}
+
+int Session::check() {
+    return whileThere([] { return HAB_OK; });
+}
+
+std::shared_ptr<Delivery> Session::delivery() {
+    const std::lock_guard lock(deliveryMutex_);
+    if (!delivery_) {
+        delivery_ = Delivery::start(store_);
+    }
+    return delivery_;
+}
+
+void Session::close() {
+    const std::lock_guard lock(deliveryMutex_);
+    if (delivery_) {
+        delivery_->stop();
+    }
+}
+
+hab_session* registerSession(std::shared_ptr<Session> session) {
+    Sessions& all = sessions();
+    const std::unique_lock lock(all.mutex);
+    // Sixteen apart, so that a handle is never near another and never null.
+    auto* const handle = std::bit_cast<hab_session*>(all.last += 16);
+    all.open.emplace(handle, std::move(session));
+    return handle;
+}
+
+std::shared_ptr<Session> findSession(const hab_session* handle) {
+    Sessions& all = sessions();
+    const std::shared_lock lock(all.mutex);
+    const auto found = all.open.find(handle);
+    return found == all.open.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<Session> takeSession(const hab_session* handle) {
+    Sessions& all = sessions();
+    const std::unique_lock lock(all.mutex);
+    const auto found = all.open.find(handle);
+    if (found == all.open.end()) {
+        return nullptr;
+    }
+    std::shared_ptr<Session> session = std::move(found->second);
+    all.open.erase(found);
+    return session;
+}
+
+}  // namespace hab

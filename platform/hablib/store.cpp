@@ -1,0 +1,179 @@
+#include "store.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "schema_writer.h"
+
+namespace hab {
+
+namespace {
+
+constexpr const char* kDefaultPath = "/var/lib/hab/hab.db";
+
+// What is wrong with the file itself, before SQLite sees it; empty when nothing is.
+std::string troubleWith(const std::string& path) {
+    struct stat file {};
+    if (stat(path.c_str(), &file) != 0) {
+        return errno == ENOENT ? "no such store; make one with 'habctl init'"
+                               : std::string("cannot be reached: ") + std::strerror(errno);
+    }
+    if (!S_ISREG(file.st_mode)) {
+        return "not a regular file; name a store file with HAB_STORE";
+    }
+    // Checked here because a privileged process could write it in spite of its mode.
+    if ((file.st_mode & S_IWUSR) == 0) {
+        return "read-only; make it writable for its owner";
+    }
+    return {};
+}
+
+std::string explain(const SqliteError& error) {
+    switch (error.code() & 0xff) {
+        case SQLITE_BUSY:
+        case SQLITE_LOCKED:
+        case SQLITE_PROTOCOL:
+            return "locked by another process for more than 2 s; try again, or end that process";
+        case SQLITE_NOTADB:
+        case SQLITE_CORRUPT:
+        case SQLITE_ERROR:
+            return std::string("damaged or not a store (") + error.what() +
+                   "); restore a copy, or make a new one with 'habctl init --force'";
+        case SQLITE_CANTOPEN:
+        case SQLITE_READONLY:
+        case SQLITE_PERM:
+            return std::string("cannot be opened for writing (") + error.what() +
+                   "); its owner must be able to write the file and its folder";
+        default:
+            return error.what();
+    }
+}
+
+// Sessions come and go; what is known of a file lasts while one of them holds it open, so its number cannot be reused.
+struct KnownStores {
+    std::mutex mutex;
+    std::vector<std::weak_ptr<Store>> stores;
+};
+
+KnownStores& knownStores() {
+    static auto* known = std::make_unique<KnownStores>().release();  // other threads may use it at exit
+    return *known;
+}
+
+std::shared_ptr<Store> shareStore(Connection& connection, FileIdentity identity) {
+    KnownStores& known = knownStores();
+    const std::lock_guard lock(known.mutex);
+    std::erase_if(known.stores, [](const auto& store) { return store.expired(); });
+    for (const auto& entry : known.stores) {
+        std::shared_ptr<Store> store = entry.lock();
+        if (store && store->identity() == identity && !store->lost(connection)) {
+            return store;
+        }
+    }
+    auto store = std::make_shared<Store>(connection.path(), identity, connection);
+    known.stores.emplace_back(store);
+    return store;
+}
+
+// The file that the connection has open, or nothing when the path leads to another one.
+std::optional<FileIdentity> identify(const Connection& connection) {
+    struct stat file {};
+    if (stat(connection.path().c_str(), &file) != 0 || connection.moved()) {
+        return std::nullopt;
+    }
+    return FileIdentity{file.st_dev, file.st_ino};
+}
+
+}  // namespace
+
+std::string storePath() {
+    const char* named = std::getenv("HAB_STORE");
+    return named != nullptr && *named != '\0' ? named : kDefaultPath;
+}
+
+void complain(const std::string& path, std::string_view text) {
+    const std::string line = "hablib: " + path + ": " + std::string(text) + "\n";
+    std::fputs(line.c_str(), stderr);
+}
+
+Store::Store(std::string path, FileIdentity identity, Connection& connection)
+    : path_(std::move(path)), identity_(identity), schema_(connection) {}
+
+std::unique_ptr<Connection> Store::connect() {
+    auto connection = std::make_unique<Connection>(path_);
+    return lost(*connection) || identify(*connection) != identity_ ? nullptr : std::move(connection);
+}
+
+bool Store::lost(const Connection& connection) {
+    if (lost_.load(std::memory_order_acquire)) {
+        return true;
+    }
+    if (!connection.moved()) {
+        return false;
+    }
+    if (!lost_.exchange(true)) {
+        complain(path_,
+                 "replaced or deleted while in use; nothing is read or written any more, restart to use the new one");
+    }
+    return true;
+}
+
+void Store::failed(std::string_view what) {
+    if (!complained_.exchange(true)) {
+        complain(path_, what);
+    }
+}
+
+std::unique_ptr<Connection> connectChecked(const std::string& path, bool anySchema) {
+    const std::string trouble = troubleWith(path);
+    if (!trouble.empty()) {
+        complain(path, trouble);
+        return nullptr;
+    }
+    try {
+        auto connection = std::make_unique<Connection>(path);
+        if (connection->number("PRAGMA application_id") != kApplicationId) {
+            complain(path, "not a store of this format; make one with 'habctl init', or name another with HAB_STORE");
+            return nullptr;
+        }
+        if (!anySchema && connection->number("PRAGMA user_version") != kSchemaId) {
+            complain(path, "has an older schema than this program; bring it up to date with 'habctl init --upgrade'");
+            return nullptr;
+        }
+        if (connection->readOnly()) {
+            complain(path, "read-only; its owner must be able to write the file and its folder");
+            return nullptr;
+        }
+        return connection;
+    } catch (const SqliteError& error) {
+        complain(path, explain(error));
+        return nullptr;
+    }
+}
+
+OpenedStore openStore(const std::string& path) {
+    std::unique_ptr<Connection> connection = connectChecked(path, false);
+    if (!connection) {
+        return {};
+    }
+    try {
+        const std::optional<FileIdentity> identity = identify(*connection);
+        if (!identity) {
+            complain(path, "replaced while it was being opened; try again");
+            return {};
+        }
+        std::shared_ptr<Store> store = shareStore(*connection, *identity);
+        return {std::move(store), std::move(connection)};
+    } catch (const SqliteError& error) {
+        complain(path, explain(error));
+        return {};
+    }
+}
+
+}  // namespace hab

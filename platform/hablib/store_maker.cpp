@@ -1,0 +1,120 @@
+#include "store_maker.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+
+#include "bell.h"
+#include "hablib.h"
+#include "schema_writer.h"
+#include "store.h"
+
+namespace hab {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+// A file under a name of its own, readable by its owner only; gone at the end unless it got another name.
+class Draft {
+ public:
+    explicit Draft(const std::string& path) : name_(path + ".XXXXXX") {
+        const FileDescriptor file(mkstemp(name_.data()));
+        if (!file) {
+            fail("cannot make a file there");
+        }
+    }
+    ~Draft() { unlink(name_.c_str()); }
+    Draft(const Draft&) = delete;
+    Draft& operator=(const Draft&) = delete;
+
+    const std::string& name() const { return name_; }
+
+ private:
+    std::string name_;
+};
+
+void fillStore(const std::string& path) {
+    Connection connection(path);
+    connection.run("PRAGMA journal_mode = WAL");
+    Transaction transaction(connection);
+    connection.run(("PRAGMA application_id = " + std::to_string(kApplicationId)).c_str());
+    writeLayout(connection);
+    writeSchema(connection);
+    transaction.commit();
+}
+
+// Gives up an old store. Its main file goes first: whoever has it open sees that at once, and does not touch what will
+// have its name.
+void removeStore(const std::string& path) {
+    for (const char* part : {"", "-wal", "-shm"}) {
+        if (unlink((path + part).c_str()) != 0 && errno != ENOENT) {
+            fail("cannot remove " + path + part);
+        }
+    }
+}
+
+void publish(const std::string& draft, const std::string& path, bool replace) {
+    if (replace) {
+        removeStore(path);
+    }
+    // Unlike a renaming, this fails when somebody else has put a store there meanwhile.
+    if (link(draft.c_str(), path.c_str()) == 0) {
+        return;
+    }
+    if (errno == EEXIST) {
+        throw std::runtime_error("there is a store already; 'habctl init --force' replaces it with an empty one");
+    }
+    fail("cannot be made");
+}
+
+}  // namespace
+
+int makeStore(const std::string& path, bool replace) {
+    try {
+        const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+        if (!folder.empty() && mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) {
+            fail("its folder cannot be made");
+        }
+        const Draft draft(path);
+        fillStore(draft.name());
+        publish(draft.name(), path, replace);
+        return HAB_OK;
+    } catch (const SqliteError& error) {
+        complain(path, error.what());
+        return statusOf(error.code());
+    } catch (const std::exception& error) {
+        complain(path, error.what());
+        return HAB_ERROR;
+    }
+}
+
+int upgradeStore(const std::string& path) {
+    const std::unique_ptr<Connection> connection = connectChecked(path, true);
+    if (!connection) {
+        return HAB_ERROR;
+    }
+    try {
+        Transaction transaction(*connection);
+        writeSchema(*connection);
+        const std::int64_t dropped = dropMisfits(*connection);
+        transaction.commit();
+        if (dropped > 0) {
+            complain(path, std::to_string(dropped) + " values have no place in the new schema and were dropped");
+        }
+        return HAB_OK;
+    } catch (const SqliteError& error) {
+        complain(path, error.what());
+        return statusOf(error.code());
+    }
+}
+
+}  // namespace hab

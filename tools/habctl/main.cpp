@@ -1,0 +1,97 @@
+// habctl - the store's command line.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+
+namespace {
+
+constexpr int kWrongUsage = 64;
+
+// What the words of a command line ask for.
+struct Order {
+    bool force = false;
+    bool upgrade = false;
+    bool json = false;
+    std::string address;
+    std::string value;
+    std::vector<std::string> names;
+    int status = 0;
+};
+
+void addVerbs(CLI::App& app, Order& order) {
+    CLI::App* init = app.add_subcommand("init", "Make the store file from the schema");
+    CLI::Option* force = init->add_flag("--force", order.force, "Replace a store that is there; its values are lost");
+    init->add_flag("--upgrade", order.upgrade, "Bring the store up to date, values kept")->excludes(force);
+    init->callback([&order] { order.status = habctl::init(order.force, order.upgrade); });
+
+    CLI::App* get = app.add_subcommand("get", "Print a value");
+    get->add_option("TABLE.FIELD[@ROW]", order.address)->required();
+    get->callback([&order] { order.status = habctl::get(order.address); });
+
+    CLI::App* set =
+        app.add_subcommand("set", "Write a value: true or false, AA:BB:CC:DD:EE:FF, a.b.c.d, a number, a text");
+    set->add_option("TABLE.FIELD[@ROW]", order.address)->required();
+    set->add_option("VALUE", order.value)->required();
+    set->callback([&order] { order.status = habctl::set(order.address, order.value); });
+
+    CLI::App* watch = app.add_subcommand("watch", "Print TABLE.FIELD@ROW=VALUE for each change");
+    watch->add_option("TABLE[.FIELD]", order.names, "What to watch; everything by default");
+    watch->callback([&order] { order.status = habctl::watch(order.names); });
+
+    CLI::App* dump = app.add_subcommand("dump", "Print all values that differ from their defaults, or whole tables");
+    dump->add_flag("--json", order.json, "In the form that load reads");
+    dump->add_option("TABLE", order.names);
+    dump->callback([&order] { order.status = habctl::dump(order.json, order.names); });
+
+    CLI::App* load = app.add_subcommand("load", "Write the values of a JSON file, all or none");
+    load->add_option("FILE", order.address, R"({"TABLE": {"FIELD": value}} or {"TABLE": {"ROW": {"FIELD": value}}})")
+        ->required()
+        ->check(CLI::ExistingFile);
+    load->callback([&order] { order.status = habctl::load(order.address); });
+
+    CLI::App* describe = app.add_subcommand("describe", "Say what fields are: type, length, default, purpose");
+    describe->add_option("TABLE[.FIELD]", order.address);
+    describe->callback([&order] { order.status = habctl::describe(order.address); });
+}
+
+// The words as the parser takes them, last first. A value to be set is taken as it is, whatever it begins with.
+std::vector<std::string> words(int count, char** texts) {
+    std::vector<std::string> all(texts + 1, texts + count);
+    if (all.size() == 3 && all[0] == "set") {
+        all.insert(all.begin() + 1, "--");
+    }
+    std::reverse(all.begin(), all.end());
+    return all;
+}
+
+// Answers the exit status.
+int obey(int count, char** texts) {
+    CLI::App app("Reads and writes the hab store that HAB_STORE names (default /var/lib/hab/hab.db).", "habctl");
+    Order order;
+    app.require_subcommand(1);
+    addVerbs(app, order);
+    try {
+        app.parse(words(count, texts));
+        return order.status;
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : kWrongUsage;
+    } catch (const habctl::UsageError& error) {
+        std::fprintf(stderr, "habctl: %s\n", error.what());
+        return kWrongUsage;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return obey(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "habctl: %s\n", error.what());
+        return HAB_ERROR;
+    }
+}
