@@ -1,0 +1,43 @@
+// dro_cdil.h - the connected-device list and single-device updates: from the device service's notices to the queue.
+#pragma once
+
+#include <cJSON.h>
+
+#include <array>
+#include <cstdint>
+
+namespace dro {
+
+// Device rows of one list, ascending. Eight masks of 32 bits name at most 256.
+using IndexList = std::array<std::uint32_t, 256>;
+
+// Subscribes to the list's status, device updates, the list watch's flag and its outcome. Returns 0. Start-up only.
+int init_cdil_dal_sub();
+
+// ---- Device list ----
+
+// Appends the rows that mask number `number` names to `list` and counts them in `count`.
+void search_for_index(std::uint32_t mask, int number, std::size_t& count, IndexList& list);
+
+// Appends the record of the device at `index` to `array` (owned by the caller), built as `variant` wants it.
+void processConnectedDeviceList(cJSON* array, std::uint32_t index, int variant);
+
+// Builds the list of the first `count` entries of `list` and queues it. Returns 0, also when the queue was full; 1 when
+// the list could not be built.
+int syncCdil_timerExit(int count, const IndexList& list);
+
+// Change handlers, on the store's delivery thread.
+void cdilStatus_cbHandler(void* context);
+void cdilTimeout_cbHandler(void* context);
+void cdilDebugStatus_cbHandler(void* context);
+
+// Thread body: one sync cycle.
+void t_Handler_cdilSync();
+
+// ---- Single devices ----
+
+// Change handler of the update notifier, on the store's delivery thread.
+void cdUpdate_cbHandler(void* context);
+void t_Handler_cdUpdate(std::uint32_t index);
+
+}  // namespace dro

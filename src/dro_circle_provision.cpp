@@ -1,0 +1,125 @@
+// Circle: the credentials that the cloud sends after an activation.
+#include <array>
+#include <cstring>
+#include <memory>
+
+#include "dro_circle.h"
+#include "dro_fields.h"
+#include "dro_get_set_config.h"
+#include "dro_log.h"
+
+namespace dro {
+namespace {
+
+// One credential. The store field is not always spelled like the member.
+struct Member {
+    const char* name;
+    std::size_t longest;
+    const char* missingLog;
+    const char* missingReason;
+    const char* overflowLog;
+    const char* storeField;
+    const char* storeFailure;
+};
+
+// In the order in which they are checked.
+constexpr std::array<Member, 5> kMembers{{
+    {"circleId", 127, "Circle Id is not present!\n", "Invalid Argument circleId", "Overflow of circleId buffer\n",
+     "circleId", "Failed to Set DAL Attr circleId"},
+    {"accessToken", 4095, "accessToken is not present!\n", "Invalid Argument AccessToken",
+     "Overflow of AccessToken buffer\n", "accessToken", "Failed to Set DAL Attr accessToken"},
+    {"refreshToken", 2047, "refreshToken is not present!\n", "Invalid Argument refreshToken",
+     "Overflow of refreshToken buffer\n", "refreshToken", "Failed to Set DAL Attr refreshToken"},
+    {"localToken", 2047, "localToken is not present!\n", "Invalid Argument localToken",
+     "Overflow of localToken buffer\n", "localToken", "Failed to Set DAL Attr localToken"},
+    {"cloudHost", 63, "cloudHost is not present!\n", "Invalid Argument cloudHost", "Overflow of cloudHost buffer\n",
+     "cloudhost", "Failed to Set DAL Attr cloudhost"},
+}};
+// The order in which they are stored: the account last.
+constexpr std::array<std::size_t, 5> kStoreOrder{1, 2, 3, 4, 0};
+
+using Values = std::array<const char*, kMembers.size()>;
+
+void refuse(const char* transUuid, const char* reason) {
+    sendTransactionACK(transUuid, kAckFailure, reason);
+}
+
+// False when the command ends here: a member is missing (acknowledged) or too long (not acknowledged).
+bool take_members(const cJSON* data, const char* transUuid, Values& values) {
+    for (std::size_t i = 0; i < kMembers.size(); ++i) {
+        const Member& member = kMembers[i];
+        values[i] = json_text(data, member.name);
+        if (values[i] == nullptr) {
+            LOG_NOTICE("%s", member.missingLog);
+            refuse(transUuid, member.missingReason);
+            return false;
+        }
+        if (std::strlen(values[i]) > member.longest) {
+            LOG_ERROR("%s", member.overflowLog);
+            return false;
+        }
+    }
+    return true;
+}
+
+void order_provisioning(const char* transUuid, const Values& values) {
+    for (const std::size_t i : kStoreOrder) {
+        if (write_ascii({"CircleCfg", kMembers[i].storeField}, values[i]) != HAB_OK) {
+            refuse(transUuid, kMembers[i].storeFailure);
+            return;
+        }
+    }
+    write_enum(fields::actionDROA, "provision");
+    const int status = write_bool(fields::CircleProvision, true);
+    LOG_TRACE("Write Action as Provision on circlecfg\n");
+    if (status != HAB_OK) {
+        refuse(transUuid, "Failed to Set DAL Attr action");
+        return;
+    }
+    LOG_TRACE("Set DROSTATUS Thread to true\n");
+    sendTransactionACK(transUuid, kAckSuccess, "Success: Provision running");
+}
+
+void answer_provisioned(const char* transUuid) {
+    sendTransactionACK(transUuid, kAckSuccess, "Already Provisioned");
+    if (sync_circle_status(kStageProvision, kCircleSuccess, transUuid, "Success-Already Provisioned") != 0) {
+        LOG_ERROR("Call Circle Status API failed!\n");
+    }
+}
+
+}  // namespace
+
+void circle_provision(const char* transUuid, const char* command, JsonText data) {
+    const auto activationUuid = read_ascii<128>(fields::circle_uuid);
+    const auto serviceState = read_enum<16>(fields::activationStatus);
+    const auto progress = read_enum<16>(fields::sorbActivationProgress);
+    if (progress == "inProgress") {
+        refuse(transUuid, "Earlier SORB activation request already in progress");
+        return;
+    }
+    if (activationUuid == transUuid && serviceState.starts_with("provisioned")) {
+        answer_provisioned(transUuid);
+        return;
+    }
+    const Json parsed(data ? cJSON_Parse(data.get()) : nullptr);
+    if (!parsed) {
+        refuse(transUuid, "Failed to Parse Data Object");
+        return;
+    }
+    Values values{};
+    if (!take_members(parsed.get(), transUuid, values)) {
+        return;
+    }
+    LOG_TRACE("In circle Provision, hab APIs to set provision meta data here!\n");
+    LOG_TRACE("Check if this is a legit call\n");
+    if (!read_bool(fields::CircleAct)) {
+        refuse(transUuid, "Invalid Operation, Circle Action was not initiated");
+    } else if (std::strcmp(command, "PROVISION_CIRCLE") != 0) {
+        refuse(transUuid, "Invalid Command for Provision");
+    } else {
+        order_provisioning(transUuid, values);
+    }
+    write_bool(fields::CircleAct, false);
+}
+
+}  // namespace dro

@@ -1,0 +1,188 @@
+#include "dro_daemon.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "dro_log.h"
+#include "dro_text.h"
+
+namespace dro {
+namespace {
+
+using PidText = FixedText<32>;
+using Path = FixedText<128>;
+
+constexpr mode_t kPidFileMode = 0660;
+
+// A missing file counts as a failed removal.
+int remove_file(const char* path) {
+    return access(path, F_OK) != 0 ? -1 : unlink(path);
+}
+
+int set_lock(int descriptor, short type) {
+    struct flock whole {};
+    whole.l_type = type;
+    whole.l_whence = SEEK_SET;
+    return fcntl(descriptor, F_SETLK, &whole);
+}
+
+class Descriptor {
+ public:
+    explicit Descriptor(int number) : number_(number) {}
+    ~Descriptor() {
+        if (number_ >= 0) {
+            close(number_);
+        }
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int number() const { return number_; }
+    int release() { return std::exchange(number_, -1); }
+
+ private:
+    int number_;
+};
+
+// How making the pid file ended.
+enum class Made { done, inTheWay, failed };
+
+// Locks and writes the file under a name of this process's own, then gives it its real name in one step: nobody ever
+// sees it empty, and a process killed half-way leaves no lock behind. Neither step follows a link that stands at the
+// place.
+Made make_pid_file(const char* pidPath, const PidText& pid, int& made) {
+    Path own;
+    own.format("%s.%d", pidPath, static_cast<int>(getpid()));
+    unlink(own.c_str());  // left by a process of the same number that was killed here
+    Descriptor file(open(own.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPidFileMode));
+    if (file.number() < 0) {
+        return Made::inTheWay;
+    }
+    const auto text = pid.view();
+    Made outcome = Made::failed;
+    errno = 0;
+    if (set_lock(file.number(), F_WRLCK) != 0) {
+        LOG_ERROR("fcntl() %s\n", std::strerror(errno));
+        unlink(own.c_str());
+    } else if (write(file.number(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        LOG_ERROR("write() %s\n", std::strerror(errno));
+        if (remove_file(own.c_str()) != 0) {
+            LOG_ERROR("remove_file() %s\n", std::strerror(errno));
+        }
+    } else {
+        outcome = link(own.c_str(), pidPath) == 0 ? Made::done : Made::inTheWay;
+        unlink(own.c_str());
+    }
+    if (outcome == Made::done) {
+        made = file.release();
+    }
+    return outcome;
+}
+
+// The pid in the file: at most eight digits, a sign included.
+std::optional<int> read_pid(int descriptor) {
+    FixedText<64> text;
+    const ssize_t size = pread(descriptor, text.data(), FixedText<64>::capacity() - 1, 0);
+    if (size > 0) {
+        const auto view = text.view();
+        const FixedText<9> digits(view.substr(std::min(view.find_first_not_of(" \t\r\n"), view.size())));
+        char* end = nullptr;
+        const long pid = std::strtol(digits.c_str(), &end, 10);
+        if (end != digits.c_str()) {
+            return static_cast<int>(pid);
+        }
+    }
+    LOG_ERROR("Error reading data from pid file - possibly data is in wrong format\n");
+    return std::nullopt;
+}
+
+// Is the file at the path still the one that is open?
+bool still_there(const char* pidPath, int descriptor) {
+    struct stat opened {};
+    struct stat named {};
+    return fstat(descriptor, &opened) == 0 && stat(pidPath, &named) == 0 && opened.st_dev == named.st_dev &&
+           opened.st_ino == named.st_ino;
+}
+
+// Looks at the file that stood in the way. True when the lock is worth another try: it was stale and is gone, or
+// somebody else who starts is just replacing it.
+bool remove_stale(const char* pidPath) {
+    LOG_TRACE("open() %s\n", pidPath);
+    if (access(pidPath, F_OK) != 0) {
+        LOG_ERROR("lock file access().\n");
+        return false;
+    }
+    LOG_NOTICE("opened ok\n");
+    const Descriptor file(open(pidPath, O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+    if (file.number() < 0) {
+        LOG_ERROR("Error opening pid file for reading %d\n", errno);
+        return false;
+    }
+    const auto pid = read_pid(file.number());
+    if (!pid) {
+        return false;
+    }
+    const int killed = kill(*pid, 0);
+    const int error = killed == 0 ? 0 : errno;
+    LOG_TRACE("read from pid file pid %d, kill result is %d, errno is %d\n", *pid, killed, error);
+    if (killed == 0) {
+        LOG_NOTICE("Daemon is already running.\n");
+        return false;
+    }
+    if (error != ESRCH) {
+        LOG_ERROR("kill(). errno %d\n", error);
+        return false;
+    }
+    // Of several starters one removes the file that all have read; the others look again at what is there then.
+    if (set_lock(file.number(), F_WRLCK) != 0 || !still_there(pidPath, file.number())) {
+        return true;
+    }
+    LOG_NOTICE("Remove not associated pid file.\n");
+    if (remove_file(pidPath) != 0) {
+        LOG_ERROR("remove_file() %s\n", std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int lock_process(const char* pidPath) {
+    PidText pid;
+    pid.format("%d\n", static_cast<int>(getpid()));
+    if (pid.empty()) {
+        LOG_ERROR("sprintf()");
+        return -1;
+    }
+    int descriptor = -1;
+    Made outcome = make_pid_file(pidPath, pid, descriptor);
+    while (outcome == Made::inTheWay && remove_stale(pidPath)) {
+        outcome = make_pid_file(pidPath, pid, descriptor);
+    }
+    return outcome == Made::done ? descriptor : -1;
+}
+
+int unlock_process(const char* pidPath, int descriptor) {
+    if (set_lock(descriptor, F_UNLCK) != 0) {
+        LOG_ERROR("fcntl() unlock file error %s\n", std::strerror(errno));
+    }
+    if (close(descriptor) != 0) {
+        LOG_ERROR("close() %s\n", std::strerror(errno));
+    }
+    if (remove_file(pidPath) != 0) {
+        LOG_ERROR("remove_file() after unlock %s\n", std::strerror(errno));
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace dro

@@ -1,0 +1,54 @@
+#include "dro_threads.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "dro_log.h"
+
+namespace dro {
+namespace {
+
+using Body = std::function<void()>;
+
+void* run_body(void* argument) {
+    const std::unique_ptr<Body> body(static_cast<Body*>(argument));
+    try {
+        (*body)();
+    } catch (const std::exception& failure) {
+        LOG_ERROR("A worker thread gave up: %s\n", failure.what());
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+int start_detached(Body body) {
+    std::unique_ptr<Body> owned(new (std::nothrow) Body(std::move(body)));
+    if (!owned) {
+        return ENOMEM;
+    }
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_t thread{};
+    const int result = pthread_create(&thread, &attributes, run_body, owned.get());
+    pthread_attr_destroy(&attributes);
+    if (result == 0) {
+        static_cast<void>(owned.release());  // run_body owns it now
+    }
+    return result;
+}
+
+void end_process(int status) {
+    std::fflush(nullptr);
+    _exit(status);
+}
+
+}  // namespace dro

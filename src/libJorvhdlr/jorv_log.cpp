@@ -1,0 +1,91 @@
+// The link's default logger: a file of its own, opened for each line so that it may be moved away at any time.
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <string>
+
+#include "libJorvhdlr.h"
+
+namespace jorv {
+namespace {
+
+constexpr off_t kLargestLog = off_t{1024} * 1024;
+constexpr std::array kLevelNames{"ERROR", "DEBUG", "INFO"};
+
+pthread_mutex_t g_fileLock = PTHREAD_MUTEX_INITIALIZER;  // one line at a time, and no rotation under another's hands
+
+struct FileClose {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileClose>;
+
+// Never follows a link that somebody put at the file's place: /tmp is everybody's.
+File open_log() {
+    const int descriptor = open(log_file, O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    File file(fdopen(descriptor, "a+"));
+    if (!file) {
+        close(descriptor);
+    }
+    return file;
+}
+
+void rotate_when_large() {
+    struct stat status {};
+    if (lstat(log_file, &status) == 0 && status.st_size >= kLargestLog) {
+        std::rename(log_file, (std::string(log_file) + ".1").c_str());
+    }
+}
+
+const char* base_name(const char* path) {
+    const char* slash = std::strrchr(path, '/');
+    return slash != nullptr ? slash + 1 : path;
+}
+
+// Opens the log and writes what stands before each message; null when the line is to be dropped.
+File begin_line(Level level) {
+    rotate_when_large();
+    File file = open_log();
+    if (!file) {
+        return nullptr;
+    }
+    std::array<char, 256> moment{};
+    const time_t now = std::time(nullptr);
+    struct tm local {};
+    tzset();  // localtime_r alone does not look for a changed time zone
+    localtime_r(&now, &local);
+    std::strftime(moment.data(), moment.size(), "%Y-%m-%d %H:%M:%S", &local);
+    std::fputs(moment.data(), file.get());
+    std::fprintf(file.get(), " (%d):%s:%d\t%s: ", getpid(), base_name(__FILE__), __LINE__,
+                 kLevelNames[static_cast<std::size_t>(level)]);
+    return file;
+}
+
+__attribute__((format(printf, 2, 3))) void log_to_file(Level level, const char* format, ...) {
+    pthread_mutex_lock(&g_fileLock);
+    if (const File file = begin_line(level)) {
+        va_list arguments;
+        va_start(arguments, format);
+        std::vfprintf(file.get(), format, arguments);
+        va_end(arguments);
+        std::fflush(file.get());
+    }
+    pthread_mutex_unlock(&g_fileLock);
+}
+
+}  // namespace
+
+void (*jorvLog)(Level level, const char* format, ...) = log_to_file;
+const char* log_file = "/tmp/libJorvhdlr.log";
+
+}  // namespace jorv
