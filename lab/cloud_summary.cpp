@@ -1,0 +1,48 @@
+#include "cloud_summary.h"
+
+namespace lab {
+
+namespace {
+
+std::string sizeOf(const cJSON* list) {
+    const int size = cJSON_GetArraySize(list);
+    return std::to_string(size) + (size == 1 ? " device" : " devices");
+}
+
+std::string details(const CloudRequest& request) {
+    const cJSON* list = deviceListOf(request);
+    if (request.endpoint == "/transactionAck/") {
+        const std::string text = request.text("transactionStatus") + " " + request.text("failureReason");
+        return text + (list != nullptr ? " with " + sizeOf(list) : "") + " (" + request.text("transactionId") + ")";
+    }
+    if (request.endpoint == "/syncCD/") {
+        const std::string type = request.text("type");
+        return list != nullptr ? type + " " + request.text("syncAt") + " with " + sizeOf(list)
+                               : type + " " + textOf(member(request.json.get(), "cd"), "cdName");
+    }
+    if (request.endpoint == "/pushStData/") {
+        return request.text("type") + " " + printJson(member(request.json.get(), "data"));
+    }
+    if (request.endpoint == "/pc/circle/cuuid") {
+        return request.text("circleUUID") + " (" + request.text("uuid") + ")";
+    }
+    if (request.endpoint == "/deviceEvents") {
+        return request.text("feature") + " " + request.text("state");
+    }
+    return "jorvDeviceId " + request.text("jorvDeviceId") + ", features " +
+           printJson(member(request.json.get(), "supportedFeatures"));
+}
+
+}  // namespace
+
+const cJSON* deviceListOf(const CloudRequest& request) {
+    const cJSON* relayed = member(request.json.get(), "relayData");
+    return member(relayed != nullptr ? relayed : request.json.get(), "cdl");
+}
+
+std::string summary(const CloudRequest& request) {
+    const std::string endpoint = request.endpoint.substr(std::min<std::size_t>(1, request.endpoint.size()));
+    return request.good() ? endpoint + " " + details(request) : endpoint + " WRONG: " + request.fault;
+}
+
+}  // namespace lab

@@ -1,0 +1,36 @@
+// control.h - how a second terminal reaches a running lab: HTTP on a local socket that only the user can open.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "operations.h"
+
+namespace httplib {
+class Server;
+}
+
+namespace lab {
+
+// $XDG_RUNTIME_DIR/drolab.sock, or /tmp/drolab-UID.sock.
+std::string controlPath();
+
+class ControlServer {
+ public:
+    // Listens. Throws std::runtime_error when a lab listens there already.
+    explicit ControlServer(Lab& lab);
+    // Waits for operations that are being done.
+    ~ControlServer();
+    ControlServer(const ControlServer&) = delete;
+    ControlServer& operator=(const ControlServer&) = delete;
+
+ private:
+    std::unique_ptr<httplib::Server> server_;
+    std::jthread thread_;
+};
+
+// Asks the running lab; a lab that does not run is a reply with what to do.
+Reply askLab(const std::string& operation, const cJSON* arguments);
+
+}  // namespace lab

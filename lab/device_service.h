@@ -1,0 +1,75 @@
+// device_service.h - the router's device service: carries out the requests that the agent writes into DALHConfig, and
+// announces what happens to devices. Any thread may call it.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <string>
+
+#include "delayed_jobs.h"
+#include "population.h"
+#include "store.h"
+#include "timeline.h"
+
+namespace lab {
+
+// How requests are met: carried out, left lying, or with a list that announces one device more than it marks.
+enum class ServiceMood { Ok, Silent, Wrong };
+
+struct SpeedTest {
+    std::uint32_t up = 48;
+    std::uint32_t down = 256;
+    std::uint32_t server = 4711;
+    std::uint32_t latency = 12;
+    std::string provider = "Lab Telecom";
+    bool scheduled = true;
+};
+
+class DeviceService {
+ public:
+    DeviceService(Timeline& timeline, Population& population);
+    // Waits for a request that is being carried out; those that wait are dropped.
+    ~DeviceService() { store_.follow({}, nullptr); }
+    DeviceService(const DeviceService&) = delete;
+    DeviceService& operator=(const DeviceService&) = delete;
+
+    void mood(ServiceMood mood) { mood_ = mood; }
+    void slow(std::chrono::milliseconds delay) { delayMs_ = delay.count(); }
+    std::string describe() const;
+
+    // What the router notices about devices; each returns the row. They throw std::runtime_error with a text for a
+    // person.
+    int deviceJoined(const std::string& name);
+    // Also tells the agent when the device is tagged for that change.
+    int deviceOnline(const std::string& name, bool online);
+    int deviceUpdated(const std::string& name);
+    void speedTestDone(const SpeedTest& result);
+
+ private:
+    void noticed(std::string_view table, std::string_view name);
+    void carryOut(std::uint32_t feature);
+    void setBlocked(const Mac& mac, bool blocked);
+    void setBlockedList(bool blocked);
+    void tag();
+    void customise();
+    void removeDevice();
+    void buildList();
+    void closeList();
+    void say(const std::string& what, Tone tone = Tone::Plain);
+    std::string nameOfRow(int row) const;
+
+    Timeline& timeline_;
+    Population& population_;
+    std::atomic<ServiceMood> mood_ = ServiceMood::Ok;
+    std::atomic<std::int64_t> delayMs_;
+
+    std::mutex listMutex_;
+    bool listOut_ = false;         // a list was handed over and its end not seen yet
+    std::string listTransaction_;  // the transaction that it answers; empty for none
+
+    Store store_;
+    DelayedJobs jobs_;  // last, so that jobs end before what they use
+};
+
+}  // namespace lab
