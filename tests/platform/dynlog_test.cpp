@@ -1,0 +1,154 @@
+// The log: what a line looks like, which are written, where they go.
+#include "habdynlog.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <thread>
+
+#include "workbench.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+class Dynlog : public StoreTest {
+ protected:
+    Dynlog() { setenv("HAB_LOG_FILE", (folder_ + "/agent.log").c_str(), 1); }
+    ~Dynlog() override { dynlog_lib_uninit(); }
+
+    std::string log() const { return read("agent.log"); }
+};
+
+TEST_F(Dynlog, WritesOneLineForEachCall) {
+    ASSERT_EQ(dynlog_lib_init(), 0);
+    set_log_level(0, "Droagent", "droagent");
+    log_printf(2, "/a/path/to/dro_main.cpp", 42, "message %d\n", 7);
+    EXPECT_THAT(log(), MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} Droagent 2 "
+                                    "dro_main.cpp:42 message 7\n"));
+    const struct {
+        const char* message;
+        const char* shown;
+    } cases[] = {
+        {"plain", "plain"},
+        {"ends\n\n", "ends\\n"},
+        {"2026-01-01T00:00:00.000 a\n2026-01-01T00:00:00.000 b", "a\\n2026-01-01T00:00:00.000 b"},
+        {"tab\tcr\rescape\x1b[31mdel\x7f", "tab\\tcr\\rescape\\x1b[31mdel\\x7f"},
+        {"K\xC3\xBC"
+         "che \xFF",
+         "K\xC3\xBC"
+         "che \xFF"},
+        {"", "dynlog_test.cpp:1 \n"},
+    };
+    for (const auto& one : cases) {
+        std::filesystem::resize_file(folder_ + "/agent.log", 0);
+        log_printf(4, "dynlog_test.cpp", 1, "%s", one.message);
+        EXPECT_THAT(log(), HasSubstr(one.shown));
+        EXPECT_EQ(log().find('\n'), log().size() - 1) << one.message;
+    }
+}
+
+TEST_F(Dynlog, WritesTheLevelsThatTheStoreSelects) {
+    ASSERT_EQ(dynlog_lib_init(), 0);
+    const auto logAll = [] {
+        for (const int level : {1, 2, 4}) {
+            log_printf(level, "f", level, "m");
+        }
+    };
+    std::string before;
+    const auto logged = [&] {
+        logAll();
+        const std::string all = log();
+        std::string found;
+        for (const char level : {'1', '2', '4'}) {
+            if (all.find(std::string(" f:") + level, before.size()) != std::string::npos) {
+                found += level;
+            }
+        }
+        before = all;
+        return found;
+    };
+    EXPECT_EQ(logged(), "24");
+    const Session session = open();
+    hab_set_uint(session.get(), "dalLogCfg", 0, "DroagentLogMask", 5);
+    EXPECT_EQ(logged(), "24");  // read again on order only
+    set_log_level(1, "Droagent", "droagent");
+    EXPECT_EQ(logged(), "14");
+    hab_set_uint(session.get(), "dalLogCfg", 0, "DroagentLogMask", 0);
+    set_log_level(1, "Droagent", "droagent");
+    EXPECT_EQ(logged(), "");
+    setenv("HAB_STORE", "/nowhere/hab.db", 1);
+    set_log_level(1, "Droagent", "droagent");  // a store that cannot be read leaves the mask
+    EXPECT_EQ(logged(), "");
+    setenv("HAB_STORE", path_.c_str(), 1);
+    hab_set_uint(session.get(), "dalLogCfg", 0, "DroagentLogMask", 7);
+    set_log_level(1, "Droagent", "droagent");
+    EXPECT_EQ(logged(), "124");
+}
+
+TEST_F(Dynlog, RotatesFilesForItsOwnerOnlyAndKeepsLongLinesWhole) {
+    umask(0);
+    ASSERT_EQ(dynlog_lib_init(), 0);
+    const std::string text(524'288, 'x');
+    for (int i = 0; i < 40; ++i) {
+        log_printf(4, "f", 1, "%s<end>\n", text.c_str());
+    }
+    int files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+        if (entry.path().extension() != ".log") {
+            continue;
+        }
+        ++files;
+        EXPECT_EQ(entry.status().permissions(), std::filesystem::perms(0600)) << entry.path();
+        EXPECT_LE(entry.file_size(), 4U * 1024 * 1024);
+        std::istringstream lines(read(entry.path().filename().c_str()));
+        for (std::string line; std::getline(lines, line);) {
+            EXPECT_TRUE(line.starts_with("20") && line.ends_with(" f:1 " + text + "<end>"));
+        }
+    }
+    EXPECT_EQ(files, 3);
+}
+
+TEST_F(Dynlog, SaysWhenItsFileCannotBeOpened) {
+    setenv("HAB_LOG_FILE", "/proc/nowhere/agent.log", 1);
+    testing::internal::CaptureStderr();
+    EXPECT_NE(dynlog_lib_init(), 0);
+    log_printf(4, "f", 1, "still to standard error");
+    const std::string errors = testing::internal::GetCapturedStderr();
+    EXPECT_THAT(errors, HasSubstr("cannot log to /proc/nowhere/agent.log"));
+    EXPECT_THAT(errors, HasSubstr("still to standard error\n"));
+}
+
+TEST_F(Dynlog, StandsOpeningAndClosingWhileOthersLog) {
+    std::atomic<bool> done = false;
+    std::array<std::jthread, 4> loggers;
+    for (std::jthread& logger : loggers) {
+        logger = std::jthread([&done] {
+            while (!done) {
+                log_printf(4, "f", 1, "%s\n", "line");
+            }
+        });
+    }
+    for (int i = 0; i < 50; ++i) {
+        ASSERT_EQ(dynlog_lib_init(), 0);
+        set_log_level(1, "Droagent", "droagent");
+        dynlog_lib_uninit();
+    }
+    done = true;
+    loggers = {};
+    const std::string before = log();
+    log_printf(4, "f", 1, "dropped");
+    EXPECT_EQ(log(), before);
+    std::istringstream lines(before);
+    for (std::string line; std::getline(lines, line);) {
+        ASSERT_TRUE(line.ends_with(" 4 f:1 line")) << line;
+    }
+}
+
+}  // namespace

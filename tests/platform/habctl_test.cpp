@@ -1,0 +1,134 @@
+// The store's command line, as a user meets it: output, errors, exit status.
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include <fstream>
+
+#include "workbench.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+class Habctl : public StoreTest {
+ protected:
+    std::string file(const std::string& text) const {
+        std::ofstream(folder_ + "/values.json") << text;
+        return folder_ + "/values.json";
+    }
+};
+
+TEST_F(Habctl, AnswersEachOrderWithItsStatus) {
+    const struct {
+        std::vector<std::string> words;
+        int status;
+        const char* output;
+        const char* errors;
+    } cases[] = {
+        {{}, 64, "", "subcommand"},
+        {{"read", "General.FSN"}, 64, "", ""},
+        {{"get"}, 64, "", "required"},
+        {{"get", "General"}, 64, "", "TABLE.FIELD"},
+        {{"get", "General.FSN@x"}, 64, "", "row"},
+        {{"init", "--force", "--upgrade"}, 64, "", "excludes"},
+        {{"load", "/nowhere.json"}, 64, "", "exist"},
+        {{"--help"}, 0, "describe", ""},
+        {{"init"}, 8, "", "--force"},
+        {{"init", "--upgrade"}, 0, "", ""},
+        {{"get", "General.fsn"}, 3, "", "no such table, field or row"},
+        {{"set", "DroCfg.claimState", "yes"}, 5, "", "DroCfg.claimState"},
+        {{"set", "General.FSN", "1234567890123456"}, 4, "", "too long"},
+        {{"set", "General.FSN", "\xC3\xBC"}, 7, "", "127"},
+        {{"set", "General.DeviceName", "--force"}, 0, "", ""},
+        {{"get", "General.DeviceName"}, 0, "--force\n", ""},
+        {{"set", "JorvagentCfg.jorv_force_connection", "-3"}, 0, "", ""},
+        {{"set", "DeviceIdList.DeviceMac@255", "aa:bb:cc:dd:ee:ff"}, 0, "", ""},
+        {{"get", "DeviceIdList.DeviceMac@255"}, 0, "AA:BB:CC:DD:EE:FF\n", ""},
+        {{"set", "General.DeviceName", "two\nlines\\"}, 0, "", ""},
+        {{"dump"},
+         0,
+         "General.DeviceName@0=two\\nlines\\\\\nJorvagentCfg.jorv_force_connection@0=-3\n"
+         "DeviceIdList.DeviceMac@255=AA:BB:CC:DD:EE:FF\n",
+         ""},
+        {{"dump", "DALHNotifyNDN"}, 0, "DALHNotifyNDN.Index@0=257\n", ""},
+        {{"dump", "Nothing"}, 3, "", "Nothing"},
+        {{"describe", "DALHNotifyCDUPDATE.IndexCd"}, 0, "DALHNotifyCDUPDATE.IndexCD (also IndexCd)\tuint\t257\t", ""},
+        {{"describe", "General"}, 0, "General.FSN\tascii(15)\t\"\"\t", ""},
+        {{"describe", "General.Nothing"}, 3, "", "General.Nothing"},
+        {{"watch", "Nothing"}, 3, "", "Nothing"},
+        {{"init", "--force"}, 0, "", ""},
+        {{"dump"}, 0, "", ""},
+    };
+    for (const auto& one : cases) {
+        const Outcome outcome = habctl(one.words);
+        const std::string name = testing::PrintToString(one.words);
+        EXPECT_EQ(outcome.status, one.status) << name << outcome.errors;
+        EXPECT_THAT(outcome.output, HasSubstr(one.output)) << name;
+        EXPECT_THAT(outcome.errors, HasSubstr(one.errors)) << name;
+        EXPECT_EQ(outcome.errors.empty(), one.status == 0) << name << outcome.errors;
+    }
+    EXPECT_EQ(habctl({"dump"}).output, "");
+}
+
+TEST_F(Habctl, LoadsWhatItDumps) {
+    ASSERT_EQ(habctl({"load", file(R"({"General": {"DeviceName": "Küche \"1\"", "DefaultMAC": "00:1B:2C:3D:4E:5F"},
+        "DroCfg": {"claimState": true}, "JorvagentCfg": {"jorv_force_connection": -7},
+        "DALHNotifyCDIL": {"IndexBitMask0": 4294967295}, "Dilsignature": {"2": {"DeviceIP": "1.2.3.4"}}})")})
+                  .status,
+              0);
+    const std::string before = habctl({"dump"}).output;
+    EXPECT_THAT(before, HasSubstr("General.DeviceName@0=Küche \"1\"\n"));
+    EXPECT_THAT(before, HasSubstr("DALHNotifyCDIL.IndexBitMask0@0=4294967295\n"));
+    const std::string copy = file(habctl({"dump", "--json"}).output);
+    ASSERT_EQ(habctl({"init", "--force"}).status, 0);
+    EXPECT_EQ(habctl({"load", copy}).status, 0);
+    EXPECT_EQ(habctl({"dump"}).output, before);
+}
+
+TEST_F(Habctl, LoadsAllOrNothing) {
+    const struct {
+        const char* json;
+        int status;
+    } cases[] = {
+        {R"({"General": {"FSN": "1"}} trailing)", 5},
+        {R"(["General"])", 5},
+        {R"({"General": {"FSN": "1"}, "Nothing": {}})", 3},
+        {R"({"General": {"FSN": "1"}, "DroCfg": 5})", 5},
+        {R"({"General": {"FSN": "1", "Nothing": "1"}})", 3},
+        {R"({"General": {"FSN": "1", "1": {"FSN": "2"}}})", 3},
+        {R"({"General": {"FSN": "1"}, "DroCfg": {"claimState": "true"}})", 6},
+        {R"({"General": {"FSN": 1}})", 6},
+        {R"({"General": {"FSN": "1"}, "DALHConfig": {"FeatureID": 1.5}})", 5},
+        {R"({"General": {"FSN": "1"}, "DALHConfig": {"FeatureID": -1}})", 5},
+        {R"({"General": {"FSN": "1"}, "DeviceIdList": {"256": {"DeviceBrand": "B"}}})", 3},
+        {R"({"General": {"FSN": "1"}, "DeviceIdList": {"0": {"DeviceBrand": "12345678901234567890123456789012"}}})", 4},
+    };
+    for (const auto& one : cases) {
+        const Outcome outcome = habctl({"load", file(one.json)});
+        EXPECT_EQ(outcome.status, one.status) << one.json << outcome.errors;
+        EXPECT_FALSE(outcome.errors.empty());
+    }
+    EXPECT_EQ(habctl({"dump"}).output, "");
+}
+
+TEST_F(Habctl, WatchesUntilItIsInterrupted) {
+    Child watch({HABCTL, "watch", "DALHNotifyCDUPDATE.IndexCd", "General"});
+    const Session session = open();
+    std::string line;
+    while (line.empty()) {  // until it has subscribed
+        hab_set_ascii(session.get(), "General", 0, "FSN", "1");
+        line = watch.line(20);
+    }
+    EXPECT_EQ(line, "General.FSN@0=1");
+    hab_set_uint(session.get(), "DALHNotifyNDN", 0, "Index", 1);
+    hab_set_string(session.get(), "General", 0, "DeviceName", "a\nb");
+    hab_set_uint(session.get(), "DALHNotifyCDUPDATE", 0, "IndexCD", 4);
+    while (line == "General.FSN@0=1") {
+        line = watch.line();
+    }
+    EXPECT_EQ(line, "General.DeviceName@0=a\\nb");
+    EXPECT_EQ(watch.line(), "DALHNotifyCDUPDATE.IndexCD@0=4");
+    EXPECT_EQ(watch.end(SIGINT), 0);
+}
+
+}  // namespace

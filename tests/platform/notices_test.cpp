@@ -1,0 +1,216 @@
+// Change notices: who gets which, in which order, and what they survive.
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <thread>
+
+#include "workbench.h"
+
+namespace {
+
+using NoticesTest = StoreTest;
+using Seen = std::vector<std::string>;
+
+TEST_F(NoticesTest, ComeForEveryWriteInCommitOrderFromAnyProcess) {
+    const Session session = open();
+    hab_session* s = session.get();
+    Notices notices(s, {"DALHNotifyNDN", "DALHNotifyCDUPDATE", "DeviceIdList", "DALHNotifyNDN"});
+    EXPECT_EQ(hab_set_uint(s, "DALHNotifyNDN", 0, "Index", 5), HAB_OK);
+    EXPECT_EQ(hab_set_uint(s, "DALHNotifyNDN", 0, "Index", 5), HAB_OK);  // the value already held
+    EXPECT_EQ(habctl({"set", "DALHNotifyCDUPDATE.IndexCd", "7"}).status, 0);
+    EXPECT_EQ(hab_set_uint(s, "DALHNotifyDTN", 0, "Index", 5), HAB_OK);            // not subscribed
+    EXPECT_EQ(hab_set_uint(s, "DALHNotifyNDN", 0, "Index2", 5), HAB_NOSUCH_ITEM);  // not written
+    EXPECT_EQ(habctl({"set", "DeviceIdList.DeviceBrand@200", "B"}).status, 0);
+    EXPECT_EQ(hab_set_uint(s, "DALHNotifyNDN", 0, "Index", 6), HAB_OK);
+    const Seen expected{"DALHNotifyNDN.Index@0", "DALHNotifyNDN.Index@0", "DALHNotifyCDUPDATE.IndexCD@0",
+                        "DeviceIdList.DeviceBrand@200", "DALHNotifyNDN.Index@0"};
+    EXPECT_EQ(notices.await(expected.size()), expected);
+}
+
+TEST_F(NoticesTest, OfATableCountFromItsOwnSubscription) {
+    const Session session = open();
+    hab_session* s = session.get();
+    Event entered;
+    Event leave;
+    Notices notices(s, {"General"}, [&] {
+        entered.set();
+        leave.await();
+    });
+    hab_set_ascii(s, "General", 0, "FSN", "1");
+    ASSERT_TRUE(entered.await());
+    hab_set_uint(s, "DALHNotifyNDN", 0, "Index", 1);  // before its table is asked for, though not looked at yet
+    ASSERT_EQ(hab_subscribe(s, "DALHNotifyNDN", 1), HAB_OK);
+    hab_set_uint(s, "DALHNotifyNDN", 0, "Index", 2);
+    hab_set_ascii(s, "General", 0, "FSN", "2");
+    leave.set();
+    EXPECT_EQ(notices.await(3), (Seen{"General.FSN@0", "DALHNotifyNDN.Index@0", "General.FSN@0"}));
+}
+
+// A writer is killed at random instants: what it committed is there and was noticed, and nothing needs repair.
+TEST_F(NoticesTest, AreNotLostWhenTheWriterIsKilled) {
+    constexpr int kKills = 60;
+    const Session session = open();
+    Notices notices(session.get(), {"DALHConfig"});
+    std::mt19937 random(std::random_device{}());
+    std::uint32_t committed = 0;
+    for (int i = 0; i < kKills; ++i) {
+        Child writer({STORE_CLIENT, "write", std::to_string(committed + 1)});
+        std::string last = writer.line();
+        std::this_thread::sleep_for(
+            std::chrono::microseconds(random() % 4000));  // the instant, not a wait for anything
+        EXPECT_EQ(writer.end(SIGKILL), -SIGKILL);
+        for (std::string line = last; !line.empty(); line = writer.line()) {
+            last = line;
+        }
+        const std::uint32_t acknowledged = static_cast<std::uint32_t>(std::stoul(last));
+        ASSERT_EQ(hab_get_uint(session.get(), "DALHConfig", 0, "ProcessID", &committed), HAB_OK);
+        EXPECT_GE(committed, acknowledged);
+        EXPECT_LE(committed, acknowledged + 1);
+        ASSERT_EQ(notices.await(committed).size(), committed);
+    }
+    EXPECT_EQ(sql("PRAGMA integrity_check"), "ok");
+    EXPECT_GT(committed, static_cast<std::uint32_t>(kKills));
+}
+
+// A session that slept through more changes than the journal holds learns of each value once, in order, then goes on.
+TEST_F(NoticesTest, OfAFarBehindSessionStandForAllChanges) {
+    const Session session = open();
+    hab_session* s = session.get();
+    Event entered;
+    Event leave;
+    Notices notices(s, {"DALHNotifyNDN", "BSTResults"}, [&] {
+        entered.set();
+        leave.await();
+    });
+    hab_set_uint(s, "BSTResults", 0, "ServerId", 1);
+    ASSERT_TRUE(entered.await());
+    hab_set_uint(s, "BSTResults", 0, "Latency", 1);
+    std::vector<hab_host_value> many(51'000, {"DALHNotifyNDN", 0, "Index", "3"});
+    many.back() = {"DALHNotifyDTN", 0, "Index", "3"};
+    ASSERT_EQ(hab_host_set_all(s, many.data(), many.size(), nullptr), HAB_OK);
+    ASSERT_EQ(hab_host_set_all(s, many.data(), many.size(), nullptr), HAB_OK);
+    EXPECT_LE(std::stol(sql("SELECT count(*) FROM hab_journal")), 100'500);
+    leave.set();
+    ASSERT_EQ(notices.await(3).size(), 3U);
+    hab_set_uint(s, "BSTResults", 0, "Latency", 2);
+    EXPECT_EQ(notices.await(4),
+              (Seen{"BSTResults.ServerId@0", "BSTResults.Latency@0", "DALHNotifyNDN.Index@0", "BSTResults.Latency@0"}));
+}
+
+TEST_F(NoticesTest, OfABlockedSessionHoldUpNobodyElse) {
+    const Session blocked = open();
+    const Session other = open();
+    Event entered;
+    Event leave;
+    Notices held(blocked.get(), {"General"}, [&] {
+        entered.set();
+        leave.await();
+    });
+    Notices free(other.get(), {"General"});
+    hab_set_ascii(other.get(), "General", 0, "FSN", "1");
+    ASSERT_TRUE(entered.await());
+    hab_set_ascii(blocked.get(), "General", 0, "FSN", "2");
+    EXPECT_EQ(free.await(2).size(), 2U);
+    leave.set();
+    EXPECT_EQ(held.await(2).size(), 2U);
+}
+
+TEST_F(NoticesTest, EndWithTheirSessionWithoutWaitingForTheHandler) {
+    const Session writer = open();
+    Session session = open();
+    Event entered;
+    Event leave;
+    Notices notices(session.get(), {"General"}, [&] {
+        entered.set();
+        leave.await();
+    });
+    hab_set_ascii(writer.get(), "General", 0, "FSN", "1");
+    hab_set_ascii(writer.get(), "General", 0, "FSN", "2");
+    ASSERT_TRUE(entered.await());
+    session.reset();  // while the handler blocks
+
+    // A handler that ends its own session gets no second notice, and its handle is known to be closed.
+    hab_session* own = hab_init();
+    Event ended;
+    int status = HAB_OK;
+    Notices last(own, {"General"}, [&] {
+        hab_destroy(own);
+        status = hab_set_ascii(own, "General", 0, "FSN", "3");
+        ended.set();
+    });
+    hab_set_ascii(writer.get(), "General", 0, "FSN", "4");
+    hab_set_ascii(writer.get(), "General", 0, "FSN", "5");
+    ASSERT_TRUE(ended.await());
+    EXPECT_EQ(status, HAB_SHUTDOWN);
+
+    // One more round trip through a third session: whatever was to come for the others has come by then.
+    leave.set();
+    const Session third = open();
+    Notices after(third.get(), {"General"});
+    hab_set_ascii(writer.get(), "General", 0, "FSN", "6");
+    EXPECT_EQ(after.await(1).size(), 1U);
+    EXPECT_EQ(last.await(1).size(), 1U);
+    EXPECT_EQ(notices.await(1).size(), 1U);
+}
+
+TEST_F(NoticesTest, GoOnWhenTheBellIsRemoved) {
+    const Session session = open();
+    Notices notices(session.get(), {"General"});
+    hab_set_ascii(session.get(), "General", 0, "FSN", "1");
+    ASSERT_EQ(notices.await(1).size(), 1U);
+    ASSERT_TRUE(std::filesystem::remove(path_ + ".bell"));
+    hab_set_ascii(session.get(), "General", 0, "FSN", "2");
+    hab_set_ascii(session.get(), "General", 0, "FSN", "3");
+    EXPECT_EQ(notices.await(3).size(), 3U);
+}
+
+// How often the delivery threads of this process have been on a processor.
+long switchesOfDeliveries() {
+    long switches = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream status(task.path() / "status");
+        std::string word;
+        if (!(status >> word >> word) || word != "hab-notices") {
+            continue;
+        }
+        while (status >> word) {
+            long count = 0;
+            if (word.ends_with("voluntary_ctxt_switches:") && status >> count) {
+                switches += count;
+            }
+        }
+    }
+    return switches;
+}
+
+TEST_F(NoticesTest, CostNothingWhileNothingHappens) {
+    const Session session = open();
+    Notices notices(session.get(), {"General"});
+    hab_set_ascii(session.get(), "General", 0, "FSN", "1");
+    ASSERT_EQ(notices.await(1).size(), 1U);
+    usleep(100'000);  // on its way back to sleep
+    const long before = switchesOfDeliveries();
+    usleep(1'500'000);
+    EXPECT_GT(before, 0);
+    EXPECT_EQ(switchesOfDeliveries(), before);
+}
+
+TEST_F(NoticesTest, ArriveWhileSignalsGoToOtherThreads) {
+    static std::atomic<int> caught = 0;
+    static const pthread_t main = pthread_self();
+    signal(SIGUSR2, [](int) { caught += pthread_equal(main, pthread_self()) != 0 ? 1 : 100; });
+    const Session session = open();
+    Notices notices(session.get(), {"General"});
+    for (int i = 1; i <= 50; ++i) {
+        kill(getpid(), SIGUSR2);
+        hab_set_ascii(session.get(), "General", 0, "FSN", "1");
+    }
+    EXPECT_EQ(notices.await(50).size(), 50U);
+    EXPECT_EQ(caught, 50);
+}
+
+}  // namespace

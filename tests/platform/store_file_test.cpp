@@ -1,0 +1,160 @@
+// The store file itself: what cannot be opened, what happens to it while it is in use, locks, older schemas.
+#include <gmock/gmock.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "workbench.h"
+
+namespace {
+
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+class StoreFile : public StoreTest {
+ protected:
+    // What standard error says while `action` runs.
+    template <class Action>
+    static std::string errorsOf(Action action) {
+        testing::internal::CaptureStderr();
+        action();
+        return testing::internal::GetCapturedStderr();
+    }
+    static bool isOneLine(const std::string& text) { return !text.empty() && text.find('\n') == text.size() - 1; }
+};
+
+TEST_F(StoreFile, IsForItsOwnerOnly) {
+    const Session session = open();
+    hab_set_ascii(session.get(), "General", 0, "FSN", "1");
+    for (const char* part : {"", "-wal", "-shm", ".bell"}) {
+        EXPECT_EQ(fs::status(path_ + part).permissions(), fs::perms::owner_read | fs::perms::owner_write) << part;
+    }
+}
+
+TEST_F(StoreFile, ThatCannotBeUsedIsRefusedWithAReason) {
+    const auto overwrite = [this](std::size_t from, std::size_t size) {
+        std::fstream file(path_, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(static_cast<std::streamoff>(from));
+        file << std::string(size, '\x5A');
+    };
+    const struct {
+        std::function<void()> spoil;
+        const char* reason;
+    } cases[] = {
+        {[&] { fs::remove(path_); }, "habctl init"},
+        {[&] {
+             fs::remove(path_);
+             fs::create_directory(path_);
+         },
+         "not a regular file"},
+        {[&] { chmod(path_.c_str(), 0400); }, "read-only"},
+        {[&] { overwrite(0, 100); }, "damaged"},
+        {[&] { overwrite(4096, fs::file_size(path_) - 4096); }, "damaged"},
+        {[&] { fs::resize_file(path_, 0); }, "not a store"},
+        {[&] { sql("PRAGMA application_id = 7"); }, "not a store of this format"},
+        {[&] { sql("PRAGMA user_version = 7"); }, "older schema"},
+    };
+    for (const auto& one : cases) {
+        fs::remove_all(path_);
+        ASSERT_EQ(hab_host_create(path_.c_str(), false), HAB_OK);
+        one.spoil();
+        const std::string errors = errorsOf([&] { EXPECT_EQ(hab_init(), nullptr) << one.reason; });
+        EXPECT_THAT(errors, HasSubstr(one.reason));
+        EXPECT_THAT(errors, HasSubstr(path_));
+        EXPECT_TRUE(isOneLine(errors)) << errors;
+    }
+}
+
+TEST_F(StoreFile, ThatIsDeletedOrReplacedFailsItsSessions) {
+    const std::function<void()> losses[] = {
+        [&] { fs::remove(path_); },
+        [&] { fs::rename(path_, path_ + ".old"); },
+        [&] {
+            ASSERT_EQ(habctl({"init", "--force"}).status, 0);
+        },
+        [&] {
+            ASSERT_EQ(hab_host_create((path_ + ".new").c_str(), true), HAB_OK);
+            fs::rename(path_ + ".new", path_);
+            fs::remove(path_ + "-wal");  // the old one's: whoever moves stores by hand has to
+            fs::remove(path_ + "-shm");
+        },
+    };
+    for (const auto& lose : losses) {
+        ASSERT_EQ(hab_host_create(path_.c_str(), true), HAB_OK);
+        const Session session = open();
+        Notices notices(session.get(), {"General"});
+        ASSERT_EQ(hab_set_ascii(session.get(), "General", 0, "FSN", "old"), HAB_OK);
+        ASSERT_EQ(notices.await(1).size(), 1U);
+        const std::string errors = errorsOf([&] {
+            lose();
+            EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "[8]");
+            EXPECT_EQ(hab_set_ascii(session.get(), "General", 0, "FSN", "lost"), HAB_ERROR);
+            EXPECT_EQ(hab_subscribe(session.get(), "DroCfg", 1), HAB_ERROR);
+            EXPECT_EQ(hab_host_check(session.get()), HAB_ERROR);
+        });
+        EXPECT_THAT(errors, HasSubstr("replaced or deleted"));
+        EXPECT_TRUE(isOneLine(errors)) << errors;
+        if (fs::exists(path_)) {
+            const Session fresh = open();  // beside the old one
+            EXPECT_EQ(textAt(fresh.get(), "General", 0, "FSN"), "");
+            EXPECT_EQ(hab_set_ascii(fresh.get(), "General", 0, "FSN", "new"), HAB_OK);
+        }
+    }
+    // The old sessions, closed by now, took nothing of the new store with them.
+    EXPECT_EQ(sql("SELECT value FROM hab_value"), "new");
+}
+
+TEST_F(StoreFile, ThatIsLockedMakesWritersGiveUpAfterTwoSeconds) {
+    const Session session = open();
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    const auto start = std::chrono::steady_clock::now();
+    const auto write = [&] { EXPECT_EQ(hab_set_ascii(session.get(), "General", 0, "FSN", "1"), HAB_TIMEOUT); };
+    std::thread other(write);  // its wait for the handle counts too
+    write();
+    other.join();
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::milliseconds(1990));
+    EXPECT_LE(took, std::chrono::milliseconds(2900));
+    EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "");  // reading goes on
+    EXPECT_EQ(sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
+    EXPECT_EQ(hab_set_ascii(session.get(), "General", 0, "FSN", "1"), HAB_OK);
+    EXPECT_EQ(sqlite3_close(db), SQLITE_OK);
+}
+
+TEST_F(StoreFile, OfAnOlderSchemaIsBroughtUpToDateWithItsValues) {
+    {
+        const Session session = open();
+        hab_set_ascii(session.get(), "General", 0, "FSN", "serial");
+        hab_set_string(session.get(), "General", 0, "DeviceName", "Home");
+        hab_set_uint(session.get(), "BSTResults", 0, "Latency", 9);
+    }
+    // As an older program left it: one field was longer, one had another type, one is gone, one did not exist.
+    sql("PRAGMA user_version = 7;"
+        "UPDATE hab_value SET value = 'a serial number that is too long' WHERE value = 'serial';"
+        "UPDATE hab_field SET longest = 40 WHERE name = 'FSN';"
+        "UPDATE hab_field SET type = 'ascii', initial = '' WHERE name = 'Latency';"
+        "UPDATE hab_value SET value = 'slow' WHERE value = 9;"
+        "INSERT INTO hab_field SELECT 9000, table_id, 'Gone', '', type, longest, initial, '', 9000 FROM hab_field"
+        " WHERE name = 'FSN';"
+        "INSERT INTO hab_value VALUES(9000, 0, 'x', 9000);"
+        "DELETE FROM hab_field WHERE name = 'ISP'");
+    const std::string id = sql("SELECT id FROM hab_field WHERE name = 'DeviceName'");
+    const Outcome upgrade = habctl({"init", "--upgrade"});
+    EXPECT_EQ(upgrade.status, 0);
+    EXPECT_THAT(upgrade.errors, HasSubstr("3 values"));
+    const Session session = open();
+    EXPECT_EQ(textAt(session.get(), "General", 0, "DeviceName"), "Home");
+    EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "");
+    EXPECT_EQ(textAt(session.get(), "BSTResults", 0, "Latency"), "0");
+    EXPECT_EQ(textAt(session.get(), "BSTResults", 0, "ISP"), "");
+    EXPECT_EQ(textAt(session.get(), "General", 0, "Gone"), "[3]");
+    EXPECT_EQ(sql("SELECT id FROM hab_field WHERE name = 'DeviceName'"), id);
+}
+
+}  // namespace

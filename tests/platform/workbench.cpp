@@ -1,0 +1,178 @@
+#include "workbench.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+namespace {
+
+std::string contentOf(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+}  // namespace
+
+StoreTest::StoreTest() : folder_((std::filesystem::temp_directory_path() / "platformXXXXXX").string()) {
+    if (mkdtemp(folder_.data()) == nullptr) {
+        throw std::runtime_error("no folder for a test: " + folder_);
+    }
+    path_ = folder_ + "/hab.db";
+    setenv("HAB_STORE", path_.c_str(), 1);
+    EXPECT_EQ(hab_host_create(path_.c_str(), false), HAB_OK);
+}
+
+StoreTest::~StoreTest() {
+    std::filesystem::remove_all(folder_);
+}
+
+std::string StoreTest::sql(const std::string& statements) const {
+    sqlite3* db = nullptr;
+    sqlite3_open(path_.c_str(), &db);
+    std::string last;
+    const auto note = [](void* text, int columns, char** values, char**) {
+        *static_cast<std::string*>(text) = columns > 0 && values[0] != nullptr ? values[0] : "";
+        return 0;
+    };
+    EXPECT_EQ(sqlite3_exec(db, statements.c_str(), note, &last, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+    sqlite3_close(db);
+    return last;
+}
+
+std::string StoreTest::read(const char* name) const {
+    return contentOf(folder_ + "/" + name);
+}
+
+std::string textAt(hab_session* session, const char* table, int row, const char* field) {
+    std::array<char, HAB_HOST_TEXT_SIZE> text{};
+    const int status = hab_host_get_text(session, table, row, field, text.data(), text.size());
+    return status == HAB_OK ? text.data() : "[" + std::to_string(status) + "]";
+}
+
+Child::Child(const std::vector<std::string>& words) {
+    std::array<int, 2> ends{};
+    EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
+    for (const std::string& word : words) {
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    }
+    arguments.push_back(nullptr);
+    EXPECT_EQ(posix_spawn(&id_, arguments[0], &actions, nullptr, arguments.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    output_ = ends[0];
+}
+
+Child::~Child() {
+    if (id_ != 0) {
+        end(SIGKILL);
+    }
+    close(output_);
+}
+
+bool Child::more(int milliseconds) {
+    std::array<char, 4096> bytes{};
+    pollfd ready{output_, POLLIN, 0};
+    const ssize_t size = poll(&ready, 1, milliseconds) == 1 ? read(output_, bytes.data(), bytes.size()) : 0;
+    read_.append(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    return size > 0;
+}
+
+std::string Child::line(int milliseconds) {
+    std::size_t end = 0;
+    while ((end = read_.find('\n')) == std::string::npos) {
+        if (!more(milliseconds)) {
+            return {};
+        }
+    }
+    std::string line = read_.substr(0, end);
+    read_.erase(0, end + 1);
+    return line;
+}
+
+std::string Child::rest() {
+    while (more(10'000)) {
+    }
+    return std::exchange(read_, {});
+}
+
+int Child::end(int signal) {
+    if (signal != 0) {
+        kill(id_, signal);
+    }
+    int status = 0;
+    waitpid(std::exchange(id_, 0), &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+Outcome habctl(std::vector<std::string> words) {
+    const char* store = std::getenv("HAB_STORE");
+    const std::string errors = std::string(store == nullptr ? "" : store) + ".errors";
+    words.insert(words.begin(), {"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>\"$HAB_STORE.errors\"", HABCTL});
+    Child child(words);
+    const std::string output = child.rest();
+    const int status = child.end(0);
+    return {status, output, contentOf(errors)};
+}
+
+Notices::Notices(hab_session* session, const std::vector<std::string>& tables, std::function<void()> also)
+    : state_([]() -> State& {
+          static auto* all = new std::deque<State>;
+          return all->emplace_back();
+      }()) {
+    state_.also = std::move(also);
+    EXPECT_EQ(hab_subscribe_cb(session, onNotice, &state_), HAB_OK);
+    for (const std::string& table : tables) {
+        EXPECT_EQ(hab_subscribe(session, table.c_str(), 1), HAB_OK);
+    }
+}
+
+std::vector<std::string> Notices::await(std::size_t count) {
+    std::unique_lock lock(state_.mutex);
+    state_.more.wait_for(lock, std::chrono::seconds(10), [&] { return state_.seen.size() >= count; });
+    return state_.seen;
+}
+
+void Notices::onNotice(const char* table, int row, const char* field, void* context) {
+    auto& mine = *static_cast<State*>(context);
+    const std::string notice = std::string(table) + "." + field + "@" + std::to_string(row);
+    if (mine.also) {
+        mine.also();
+    }
+    const std::lock_guard lock(mine.mutex);
+    mine.seen.push_back(notice);
+    mine.more.notify_all();
+}
+
+void Event::set() {
+    {
+        const std::lock_guard lock(mutex_);
+        isSet_ = true;
+    }
+    changed_.notify_all();
+}
+
+bool Event::await(int milliseconds) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::milliseconds(milliseconds), [this] { return isSet_; });
+}

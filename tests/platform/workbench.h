@@ -1,0 +1,100 @@
+// workbench.h - what the platform's tests share: a store in a folder of its own, other processes, collected notices.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "habhost.h"
+
+using Session = std::unique_ptr<hab_session, decltype(&hab_destroy)>;
+
+// A fresh store that HAB_STORE names, in a folder that goes with the test.
+class StoreTest : public testing::Test {
+ protected:
+    StoreTest();
+    ~StoreTest() override;
+
+    static Session open() { return {hab_init(), hab_destroy}; }
+    // Runs raw SQL on the store file and gives the last value that it answers.
+    std::string sql(const std::string& statements) const;
+    std::string read(const char* name) const;
+
+    std::string folder_;
+    std::string path_;
+};
+
+// A value as text; the status in brackets when it cannot be read.
+std::string textAt(hab_session* session, const char* table, int row, const char* field);
+
+// A child process whose standard output comes through a pipe. Killed at the end if it still runs.
+class Child {
+ public:
+    explicit Child(const std::vector<std::string>& words);
+    ~Child();
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    pid_t id() const { return id_; }
+    // The next line of its output, without the newline; empty at the end, or when none came for `milliseconds`.
+    std::string line(int milliseconds = 10'000);
+    // All of its output from here on.
+    std::string rest();
+    // Sends it a signal unless that is 0, and waits for its end: its exit status, or minus the signal that ended it.
+    int end(int signal);
+
+ private:
+    bool more(int milliseconds);
+
+    pid_t id_ = 0;
+    int output_ = -1;
+    std::string read_;
+};
+
+struct Outcome {
+    int status;
+    std::string output;
+    std::string errors;
+};
+// Runs habctl to its end.
+Outcome habctl(std::vector<std::string> words);
+
+// Collects the notices of one session as "TABLE.FIELD@ROW".
+class Notices {
+ public:
+    // Subscribes the tables; `also` runs in the handler before a notice is noted.
+    Notices(hab_session* session, const std::vector<std::string>& tables, std::function<void()> also = nullptr);
+
+    // Waits until `count` notices have been handled, at most ten seconds, and gives all there are.
+    std::vector<std::string> await(std::size_t count);
+
+ private:
+    struct State {
+        std::mutex mutex;
+        std::condition_variable more;
+        std::vector<std::string> seen;
+        std::function<void()> also;
+    };
+    static void onNotice(const char* table, int row, const char* field, void* context);
+
+    // Never freed: a handler may still be on its way out when its session has been closed.
+    State& state_;
+};
+
+// Lets one thread wait for another's word.
+class Event {
+ public:
+    void set();
+    bool await(int milliseconds = 10'000);
+
+ private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool isSet_ = false;
+};

@@ -1,0 +1,143 @@
+#include "agent_process.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace dro_test {
+namespace {
+
+sockaddr_in loopback(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<in_port_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+[[noreturn]] void become_agent(const Launch& launch, const std::string& log, const std::string& output) {
+    const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    dup2(out, STDOUT_FILENO);
+    dup2(out, STDERR_FILENO);
+    close(out);
+    setenv("HAB_LOG_FILE", log.c_str(), 1);
+    for (const auto& [name, value] : launch.environment) {
+        setenv(name.c_str(), value.c_str(), 1);
+    }
+    // As it would be called from a shell, so that the name it keeps starts behind "./".
+    std::string name = launch.quick ? "./droagent-quick" : "./droagent";
+    std::vector<char*> arguments{name.data()};
+    std::vector<std::string> copies = launch.arguments;
+    for (std::string& argument : copies) {
+        arguments.push_back(argument.data());
+    }
+    arguments.push_back(nullptr);
+    if (launch.before) {
+        launch.before();
+    }
+    execv(launch.quick ? DRO_TEST_QUICK_AGENT : DRO_TEST_AGENT, arguments.data());
+    _exit(127);
+}
+
+}  // namespace
+
+AgentProcess::AgentProcess(const TestStore& store, const Launch& launch)
+    : output_path_(store.folder() + "/output"), log_(store.folder() + "/process.log") {
+    unlink(output_path_.c_str());
+    unlink(log_.path().c_str());
+    pid_ = fork();
+    if (pid_ == 0) {
+        become_agent(launch, log_.path(), output_path_);
+    }
+    pidfd_ = pid_ > 0 ? static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)) : -1;
+    if (pidfd_ < 0) {
+        throw std::runtime_error("the agent could not be started");
+    }
+}
+
+AgentProcess::~AgentProcess() {
+    if (running()) {
+        signal(SIGKILL);
+        wait_exit();
+    }
+    close(pidfd_);
+}
+
+void AgentProcess::signal(int number) const {
+    kill(pid_, number);
+}
+
+std::optional<int> AgentProcess::wait_exit(std::chrono::milliseconds patience) {
+    pollfd ended{pidfd_, POLLIN, 0};
+    if (!status_ && poll(&ended, 1, static_cast<int>(patience.count())) > 0) {
+        int raw = 0;
+        waitpid(pid_, &raw, 0);
+        status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 256 + WTERMSIG(raw);
+    }
+    return status_;
+}
+
+bool AgentProcess::running() {
+    return !wait_exit(std::chrono::milliseconds(0));
+}
+
+bool AgentProcess::wait_for_link() const {
+    return log_.wait_for("Returning from JorvAgentStatus_cbHandler\n");
+}
+
+std::string AgentProcess::output() const {
+    std::ifstream file(output_path_, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+int connect_to(int port) {
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in address = loopback(port);
+    if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        close(descriptor);
+        return -1;
+    }
+    return descriptor;
+}
+
+bool send_message(int port, std::string_view message) {
+    const int descriptor = connect_to(port);
+    if (descriptor < 0) {
+        return false;
+    }
+    while (!message.empty()) {
+        const ssize_t sent = send(descriptor, message.data(), message.size(), MSG_NOSIGNAL);
+        if (sent < 0) {
+            break;
+        }
+        message.remove_prefix(static_cast<std::size_t>(sent));
+    }
+    close(descriptor);
+    return message.empty();
+}
+
+int occupy(int port) {
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    const sockaddr_in address = loopback(port);
+    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        listen(descriptor, 1) != 0) {
+        close(descriptor);
+        throw std::runtime_error("the port is taken already");
+    }
+    return descriptor;
+}
+
+}  // namespace dro_test

@@ -1,0 +1,66 @@
+// agent_process.h - the built agent, started as a process in the test's own namespaces.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent_log.h"
+#include "test_store.h"
+#include "wait.h"
+
+namespace dro_test {
+
+inline constexpr int kNotificationPort = 4466;
+inline constexpr int kEventPort = 4455;
+inline constexpr const char* kPidFile = "/tmp/droagent.pid";
+
+struct Launch {
+    bool quick = false;                             // droagent-quick, with the waits that `environment` names
+    std::vector<std::string> arguments;             // after the program's name
+    std::map<std::string, std::string> environment; // added; HAB_STORE and HAB_LOG_FILE are set already
+    std::function<void()> before;                   // in the child, before the program is started
+};
+
+// Exactly one at a time in one namespace. Throws std::runtime_error when it cannot be started.
+class AgentProcess {
+ public:
+    explicit AgentProcess(const TestStore& store, const Launch& launch = {});
+    AgentProcess(const AgentProcess&) = delete;
+    AgentProcess& operator=(const AgentProcess&) = delete;
+    // Kills it when it still runs.
+    ~AgentProcess();
+
+    pid_t pid() const { return pid_; }
+    void signal(int number) const;
+    // The exit status, 256 + the signal that killed it, or none when it still ran after `patience`.
+    std::optional<int> wait_exit(std::chrono::milliseconds patience = kPatience);
+    bool running();
+
+    // True when both ports answer and the agent has reported the connector's state once.
+    bool wait_for_link() const;
+
+    // Standard output and standard error so far.
+    std::string output() const;
+    const AgentLog& log() const { return log_; }
+
+ private:
+    std::string output_path_;
+    AgentLog log_;
+    pid_t pid_ = -1;
+    int pidfd_ = -1;
+    std::optional<int> status_;
+};
+
+// Connects to 127.0.0.1:`port`. The descriptor is the caller's; -1 when nobody listens.
+int connect_to(int port);
+// One message on a connection of its own, as the connector delivers it. False when nobody takes it.
+bool send_message(int port, std::string_view message);
+// A socket that listens on 127.0.0.1:`port` and never answers; the caller's.
+int occupy(int port);
+
+}  // namespace dro_test

@@ -1,0 +1,48 @@
+// agent_test.h - the fixture of tests that call the agent's code in the test's own process.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "agent_log.h"
+#include "dro_durations.h"
+#include "test_cloud.h"
+#include "test_store.h"
+
+namespace dro_test {
+
+// A router with an identity, a cloud that it trusts, every log level on, and the agent's start-up as far as the
+// endpoints: dal_init, get_hab_info, get_api_url. No dispatcher, no subscription, no link: a test starts what it needs.
+// Durations are short. After the test whatever still waits is stopped and the agent is as at its start again.
+class AgentTest : public ::testing::Test {
+ protected:
+    AgentTest();
+    ~AgentTest() override;
+
+    // Opens the session and builds the endpoints again, after a test has changed identity or base URL.
+    void start_agent();
+
+    // An envelope for parseUUIDBaseBuffer; `data` is JSON text, or empty for none.
+    static std::string envelope(const std::string& uuid, const std::string& command, const std::string& data = "");
+
+    // What was acknowledged, waiting for `count` of them: "UUID STATUS REASON" each, in order of arrival.
+    std::vector<std::string> acknowledgements(std::size_t count) const;
+
+    TestStore store;
+    TestCloud cloud;
+    AgentLog log;
+};
+
+// The router that AgentTest and AgentProcess start from; the cloud's address is still to be set.
+void set_identity(TestStore& store);
+inline constexpr const char* kSerial = "FSN0123456789";
+
+// The member `name` of the JSON object `body`, as text (a number or bool as JSON spells it); "" when it has none.
+std::string json_value(const std::string& body, const std::string& name);
+
+// Fast enough for tests, slow enough to tell a pause from none.
+dro::Durations short_durations();
+
+}  // namespace dro_test

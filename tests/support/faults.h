@@ -1,0 +1,36 @@
+// faults.h - failures of the system's own calls, for outcomes that cannot be had otherwise. The test programs are linked so
+// that calls from the agent's code come through here; calls from shared libraries do not. Any thread.
+#pragma once
+
+namespace dro_test {
+
+enum class Call {
+    threadCreate,   // pthread_create; object: none
+    condSignal,     // pthread_cond_signal; object: the condition variable
+    condTimedWait,  // pthread_cond_timedwait; object: the condition variable
+    mutexLock,      // pthread_mutex_lock; object: the mutex, to be named, since everything locks
+    mutexUnlock,    // pthread_mutex_unlock; the same, and the mutex is unlocked all the same
+    socketPair,
+    listen,
+    write,
+    kill,
+    sigaction,
+};
+
+// While it lives, up to `count` calls fail with `error`: those on `object` (on any, when null), after the first `skip` of
+// them. Calls that return -1 and set errno do so. One object per Call at a time.
+class FailCalls {
+ public:
+    FailCalls(Call call, int error, const void* object = nullptr, int skip = 0, int count = 1);
+    FailCalls(const FailCalls&) = delete;
+    FailCalls& operator=(const FailCalls&) = delete;
+    ~FailCalls();
+
+    // Calls that have failed so far.
+    int failed() const;
+
+ private:
+    Call call_;
+};
+
+}  // namespace dro_test

@@ -1,0 +1,145 @@
+#ifndef CPPHTTPLIB_OPENSSL_SUPPORT  // newer builds of the library say so themselves
+#define CPPHTTPLIB_OPENSSL_SUPPORT
+#endif
+#include "test_cloud.h"
+
+#include <httplib.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+namespace dro_test {
+namespace {
+
+constexpr std::size_t kLargestBody = std::size_t{4} * 1024 * 1024;
+
+Request copy_of(const httplib::Request& request) {
+    Request copy{request.method, request.path, {}, request.body, request.remote_port, std::chrono::steady_clock::now()};
+    copy.headers.insert(request.headers.begin(), request.headers.end());
+    return copy;
+}
+
+void send_answer(const Answer& answer, httplib::Response& response) {
+    constexpr const char* kJson = "application/json";
+    response.status = answer.status;
+    if (answer.kind == Answer::Kind::hangUp) {
+        response.set_content_provider(std::size_t{64}, kJson, [](std::size_t, std::size_t, httplib::DataSink&) {
+            return false;
+        });
+    } else {
+        response.set_content(answer.body, kJson);
+    }
+}
+
+}  // namespace
+
+struct TestCloud::Server {
+    explicit Server(const ServerIdentity& id) : https(id.server.get(), id.key.get()) {
+        https.set_tcp_nodelay(true);
+        https.set_keep_alive_max_count(1);
+        https.set_payload_max_length(kLargestBody);
+        https.Post(".*", [this](const httplib::Request& request, httplib::Response& response) {
+            serve(request, response);
+        });
+        port = https.bind_to_any_port("127.0.0.1");
+        if (port <= 0) {
+            throw std::runtime_error("the cloud found no port");
+        }
+        listener = std::thread([this] { https.listen_after_bind(); });
+        eventually([this] { return https.is_running(); });
+    }
+
+    void serve(const httplib::Request& request, httplib::Response& response) {
+        std::unique_lock lock(mutex);
+        received.push_back(copy_of(request));
+        changed.notify_all();
+        Answer answer = otherwise;
+        if (auto& script = scripts[request.path]; !script.empty()) {
+            answer = script.front();
+            script.pop_front();
+        }
+        if (answer.kind == Answer::Kind::stall) {
+            changed.wait(lock, [this] { return released; });
+        }
+        lock.unlock();
+        send_answer(answer, response);
+    }
+
+    std::vector<Request> to(const std::string& path) const {
+        std::vector<Request> matching;
+        std::copy_if(received.begin(), received.end(), std::back_inserter(matching),
+                     [&](const Request& request) { return path.empty() || request.path == "/" + path; });
+        return matching;
+    }
+
+    httplib::SSLServer https;
+    int port = 0;
+    std::thread listener;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<Request> received;
+    std::map<std::string, std::deque<Answer>> scripts;
+    Answer otherwise;
+    bool released = false;
+};
+
+TestCloud::TestCloud() : TestCloud(identity()) {
+    trust(identity());
+}
+
+TestCloud::TestCloud(const ServerIdentity& server) : server_(std::make_unique<Server>(server)) {}
+
+TestCloud::~TestCloud() {
+    release();
+    server_->https.stop();
+    server_->listener.join();
+}
+
+int TestCloud::port() const {
+    return server_->port;
+}
+
+std::string TestCloud::base_url(const std::string& host) const {
+    return "https://" + host + ":" + std::to_string(server_->port) + "/";
+}
+
+void TestCloud::answer_all(Answer answer) {
+    const std::lock_guard lock(server_->mutex);
+    server_->otherwise = std::move(answer);
+}
+
+void TestCloud::script(const std::string& path, std::vector<Answer> answers) {
+    const std::lock_guard lock(server_->mutex);
+    auto& script = server_->scripts["/" + path];
+    script.insert(script.end(), answers.begin(), answers.end());
+}
+
+void TestCloud::release() {
+    const std::lock_guard lock(server_->mutex);
+    server_->released = true;
+    server_->changed.notify_all();
+}
+
+std::vector<Request> TestCloud::requests(const std::string& path) const {
+    const std::lock_guard lock(server_->mutex);
+    return server_->to(path);
+}
+
+std::vector<Request> TestCloud::wait_for(std::size_t count, const std::string& path,
+                                         std::chrono::milliseconds patience) const {
+    std::unique_lock lock(server_->mutex);
+    server_->changed.wait_for(lock, patience, [&] { return server_->to(path).size() >= count; });
+    return server_->to(path);
+}
+
+void TestCloud::forget() {
+    const std::lock_guard lock(server_->mutex);
+    server_->received.clear();
+    server_->scripts.clear();
+}
+
+}  // namespace dro_test

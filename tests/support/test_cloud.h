@@ -1,0 +1,88 @@
+// test_cloud.h - a real HTTPS server in the cloud's place: it records every request and answers as it was told. Any
+// thread.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "certificates.h"
+#include "wait.h"
+
+namespace dro_test {
+
+struct Answer {
+    enum class Kind {
+        text,    // `status` and `body`; the body may be empty
+        hangUp,  // closes the connection in the middle of the answer
+        stall,   // no answer until release(); then as `text`
+    };
+    Kind kind = Kind::text;
+    std::string body = R"({"status":1})";
+    int status = 200;
+};
+inline Answer text_answer(std::string body, int status = 200) {
+    return {Answer::Kind::text, std::move(body), status};
+}
+inline Answer accepted() {
+    return {};
+}
+inline Answer refused() {
+    return text_answer(R"({"status":0})");
+}
+inline Answer empty_answer(int status = 200) {  // to the agent: no answer
+    return text_answer("", status);
+}
+inline Answer hang_up() {
+    return {Answer::Kind::hangUp, "", 200};
+}
+inline Answer stall() {
+    return {Answer::Kind::stall};
+}
+
+struct Request {
+    std::string method;
+    std::string path;  // as "/transactionAck/"
+    std::multimap<std::string, std::string> headers;
+    std::string body;
+    int remotePort = 0;  // differs from connection to connection
+    std::chrono::steady_clock::time_point at;
+};
+
+class TestCloud {
+ public:
+    // Listens on a free loopback port with the certificate of `server`, and makes the process trust it.
+    TestCloud();
+    explicit TestCloud(const ServerIdentity& server);
+    TestCloud(const TestCloud&) = delete;
+    TestCloud& operator=(const TestCloud&) = delete;
+    // Releases what is stalled and stops.
+    ~TestCloud();
+
+    int port() const;
+    // "https://HOST:PORT/".
+    std::string base_url(const std::string& host = "qa.dro.localhost") const;
+
+    // What every request without a script gets; at first accepted().
+    void answer_all(Answer answer);
+    // Answers for the next requests to `path` (as "transactionAck/"), in this order; then as answer_all says.
+    void script(const std::string& path, std::vector<Answer> answers);
+    // Lets stalled requests go, those to come too.
+    void release();
+
+    // Requests so far, in the order of their arrival; only those to `path` unless it is empty.
+    std::vector<Request> requests(const std::string& path = "") const;
+    // Waits until there are `count` of them, then as above. Fewer come back when time ran out: compare the size.
+    std::vector<Request> wait_for(std::size_t count, const std::string& path = "",
+                                  std::chrono::milliseconds patience = kPatience) const;
+    // Forgets the requests and scripts so far.
+    void forget();
+
+ private:
+    struct Server;
+    std::unique_ptr<Server> server_;
+};
+
+}  // namespace dro_test
