@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "lab_provisioning.h"
+#include "program_folder.h"
 #include "store_fields.h"
 
 namespace lab {
@@ -103,10 +104,6 @@ void Lab::registerAgain() {
     timeline.note(Actor::Lab, "forgets that the router is registered, and has the connector report again");
     store.set(field::kRegistrationDone, "false");
     connector.nudge();
-}
-
-std::string besideUs(const std::string& program) {
-    return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / program).string();
 }
 
 std::string inTheWay() {

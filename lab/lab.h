@@ -81,9 +81,6 @@ class Lab {
     AgentProcess agent;
 };
 
-// The path of a program beside this one.
-std::string besideUs(const std::string& program);
-
 // What keeps an agent from running on this host: another one, or somebody on its ports. Empty when nothing does.
 std::string inTheWay();
 

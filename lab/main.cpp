@@ -117,57 +117,57 @@ void addWords(CLI::App& app, Request& request, const Words& words) {
     });
 }
 
-void addAll(CLI::App& app, Request& request) {
-    addUp(app, request);
-    addTour(app, request);
-    addSend(app, request);
-    addWords(app, request, {"status", "Say how the running lab stands", "drolab status", {}, {}});
-    addWords(app, request,
-             {"device",
-              "Let something happen to a device",
-              "drolab device join \"Guest phone\"",
-              {{"action", "join, online, offline or update"}, {"name", "The device's name or MAC"}},
-              {}});
-    addWords(app, request,
-             {"devices", "Set the number of devices on the network", "drolab devices 40", {{"count", "0 to 256"}}, {}});
-    addWords(app, request,
-             {"cloud",
-              "Tell the cloud how to answer",
-              "drolab cloud refuse 2 (refuses twice), drolab cloud slow 500",
-              {{"mood", "up, down, refuse, stall, slow, error, empty, garbage or close"}},
-              {{"value", "For slow: milliseconds; else how many answers (default: all)"}}});
-    addWords(app, request,
-             {"claim",
-              "Claim state that registrations are answered; the router registers again",
-              "drolab claim false",
-              {{"value", "true or false"}},
-              {}});
-    addWords(app, request,
-             {"sync-time",
-              "Daily sync time (UTC) that registrations are answered; the router registers again",
-              "drolab sync-time 02:30:00",
-              {{"value", "HH:MM:SS or null"}},
-              {}});
-    addWords(
-        app, request,
+// What acts on a running lab, besides sending a command.
+const std::vector<Words>& acts() {
+    static const std::vector<Words> kActs{
+        {"status", "Say how the running lab stands", "drolab status", {}, {}},
+        {"device",
+         "Let something happen to a device",
+         "drolab device join \"Guest phone\"",
+         {{"action", "join, online, offline or update"}, {"name", "The device's name or MAC"}},
+         {}},
+        {"devices", "Set the number of devices on the network", "drolab devices 40", {{"count", "0 to 256"}}, {}},
+        {"cloud",
+         "Tell the cloud how to answer",
+         "drolab cloud refuse 2 (refuses twice), drolab cloud slow 500",
+         {{"mood", "up, down, refuse, stall, slow, error, empty, garbage or close"}},
+         {{"value", "For slow: milliseconds; else how many answers (default: all)"}}},
+        {"claim",
+         "Claim state that registrations are answered; the router registers again",
+         "drolab claim false",
+         {{"value", "true or false"}},
+         {}},
+        {"sync-time",
+         "Daily sync time (UTC) that registrations are answered; the router registers again",
+         "drolab sync-time 02:30:00",
+         {{"value", "HH:MM:SS or null"}},
+         {}},
         {"circle",
          "Tell the Circle agent how to answer, or let it report",
          "drolab circle fail \"no licence\", drolab circle delay 500, drolab circle health client connected",
          {{"action", "success, fail, silent, delay or health"}},
          {{"value", "For fail: the error text; for delay: milliseconds; for health: running, provisioned or client"},
-          {"state", "For health: true or false, or the client's status"}}});
-    addWords(app, request,
-             {"speedtest",
-              "Let a background speed test finish",
-              "drolab speedtest 300 40 manual",
-              {},
-              {{"down", "Downlink speed"}, {"up", "Uplink speed"}, {"kind", "scheduled (default) or manual"}}});
-    addWords(app, request,
-             {"service",
-              "Tell the device service how to meet requests",
-              "drolab service slow 3000",
-              {{"mood", "ok, silent, wrong or slow"}},
-              {{"value", "For slow: milliseconds"}}});
+          {"state", "For health: true or false, or the client's status"}}},
+        {"speedtest",
+         "Let a background speed test finish",
+         "drolab speedtest 300 40 manual",
+         {},
+         {{"down", "Downlink speed"}, {"up", "Uplink speed"}, {"kind", "scheduled (default) or manual"}}},
+        {"service",
+         "Tell the device service how to meet requests",
+         "drolab service slow 3000",
+         {{"mood", "ok, silent, wrong or slow"}},
+         {{"value", "For slow: milliseconds"}}}};
+    return kActs;
+}
+
+void addAll(CLI::App& app, Request& request) {
+    addUp(app, request);
+    addTour(app, request);
+    addSend(app, request);
+    for (const auto& act : acts()) {
+        addWords(app, request, act);
+    }
 }
 
 int run(int count, char** arguments) {

@@ -14,6 +14,8 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "program_folder.h"
+
 namespace lab {
 
 namespace {
@@ -47,8 +49,7 @@ bool mountEmpty(const std::string& folder) {
 
 // The build folder when it is below /tmp, where it would be hidden.
 fs::path buildFolderInTmp() {
-    std::error_code ignored;
-    const fs::path build = fs::read_symlink("/proc/self/exe", ignored).parent_path().parent_path();
+    const fs::path build = programFolder().parent_path();
     return build.string().starts_with("/tmp/") ? build : fs::path();
 }
 
@@ -75,6 +76,7 @@ bool privateTmp() {
 std::string enterOwnNamespaces(const std::string& privateFolder) {
     const std::string uid = std::to_string(::getuid());
     const std::string gid = std::to_string(::getgid());
+    programFolder();
     if (::unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS) != 0) {
         return because("no namespaces of our own");
     }

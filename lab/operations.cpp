@@ -1,8 +1,8 @@
 #include "operations.h"
 
 #include <charconv>
+#include <ctime>
 #include <map>
-#include <regex>
 #include <stdexcept>
 
 #include "commands.h"
@@ -122,11 +122,17 @@ Reply claim(Lab& lab, const cJSON* arguments) {
                       "; the router registers again"};
 }
 
+bool isTimeOfDay(const std::string& text) {
+    constexpr std::size_t kLength = 8;  // both digits of each number
+    std::tm time{};
+    const char* end = ::strptime(text.c_str(), "%H:%M:%S", &time);
+    return text.size() == kLength && end != nullptr && *end == '\0' && time.tm_sec < 60;
+}
+
 Reply syncTime(Lab& lab, const cJSON* arguments) {
     RegistrationAnswer answer = lab.cloud.registration();
     const std::string value = textOf(arguments, "value");
-    static const std::regex kTimeOfDay("([01][0-9]|2[0-3]):[0-5][0-9]:[0-5][0-9]");
-    if (value != "null" && !std::regex_match(value, kTimeOfDay)) {
+    if (value != "null" && !isTimeOfDay(value)) {
         throw std::runtime_error("\"" + value + "\" is neither HH:MM:SS nor null");
     }
     answer.syncTime = value == "null" ? "" : value;

@@ -110,6 +110,36 @@ void reportsHealth(Tour& tour) {
     });
 }
 
+void switches(Tour& tour) {
+    tour.step("switch it off", [&] { toggled(tour, "off", "Success-Disabled", "disabled"); });
+    tour.step("switch it on", [&] { toggled(tour, "on", "Success-Enabled", "enabled"); });
+    tour.step("switch it on once more: nothing to do", [&] { toggled(tour, "on", "Success-Enabled", "enabled"); });
+    tour.step("a toggle that is neither on nor off is refused",
+              [&] { tour.acknowledged("TOGGLE_CIRCLE_STATE", R"({"toggle":"ON"})", "0", "Invalid toggle request"); });
+}
+
+void overlaps(Tour& tour) {
+    Lab& lab = tour.lab();
+    tour.step("a second activation while one runs is refused, the first goes on", [&] {
+        const std::size_t from = lab.record.mark();
+        Store watching;
+        std::string first;
+        check(watching.await(
+                  {field::kCircleProgress.table},
+                  [&] {
+                      if (first.empty()) {
+                          first = deliver(tour, "ACTIVATE_CIRCLE", kPlain);
+                      }
+                      return watching.get(field::kCircleProgress) == "inProgress";
+                  },
+                  milliseconds(5000)),
+              "the Circle agent did not take the order");
+        tour.acknowledged("ACTIVATE_CIRCLE", kPlain, "0", "Earlier SORB activation request already in progress");
+        deviceReported(tour, from, first);
+        orderPutAway(tour);
+    });
+}
+
 }  // namespace
 
 void tourCircle(Tour& tour) {
@@ -134,11 +164,7 @@ void tourCircle(Tour& tour) {
     tour.step("a second provisioning is refused", [&] {
         tour.acknowledged("PROVISION_CIRCLE", kProvision, "0", "Invalid Operation, Circle Action was not initiated");
     });
-    tour.step("switch it off", [&] { toggled(tour, "off", "Success-Disabled", "disabled"); });
-    tour.step("switch it on", [&] { toggled(tour, "on", "Success-Enabled", "enabled"); });
-    tour.step("switch it on once more: nothing to do", [&] { toggled(tour, "on", "Success-Enabled", "enabled"); });
-    tour.step("a toggle that is neither on nor off is refused",
-              [&] { tour.acknowledged("TOGGLE_CIRCLE_STATE", R"({"toggle":"ON"})", "0", "Invalid toggle request"); });
+    switches(tour);
     reportsHealth(tour);
     tour.step("deactivate", [&] {
         tour.acknowledged("DEACTIVATE_CIRCLE", kPlain, "1", "Success-Deactivated_");
@@ -146,24 +172,7 @@ void tourCircle(Tour& tour) {
         tour.stored(field::kCircleEnabled, "disabled");
     });
     failsOrIsSilent(tour);
-    tour.step("a second activation while one runs is refused, the first goes on", [&] {
-        const std::size_t from = lab.record.mark();
-        Store watching;
-        std::string first;
-        check(watching.await(
-                  {field::kCircleProgress.table},
-                  [&] {
-                      if (first.empty()) {
-                          first = deliver(tour, "ACTIVATE_CIRCLE", kPlain);
-                      }
-                      return watching.get(field::kCircleProgress) == "inProgress";
-                  },
-                  milliseconds(5000)),
-              "the Circle agent did not take the order");
-        tour.acknowledged("ACTIVATE_CIRCLE", kPlain, "0", "Earlier SORB activation request already in progress");
-        deviceReported(tour, from, first);
-        orderPutAway(tour);
-    });
+    overlaps(tour);
 }
 
 }  // namespace lab

@@ -26,13 +26,8 @@ void orders(Tour& tour, const std::string& command, const std::string& data) {
     tour.acknowledged(command, data, "1", "Success");
 }
 
-}  // namespace
-
-void tourCommands(Tour& tour) {
-    Lab& lab = tour.lab();
-    tour.settle(true);
-    const std::string name = lab.population.at(0).name;
-    const std::string mac = macOfRow(tour, 0);
+void blocks(Tour& tour, const std::string& name, const std::string& mac) {
+    const Store& store = tour.lab().store;
     tour.step("block " + name, [&] {
         orders(tour, "BLOCK_CD", dataFor(mac));
         tour.stored(field::kBlocked.at(0), "block");
@@ -47,7 +42,7 @@ void tourCommands(Tour& tour) {
         for (const int row : rows) {
             tour.stored(field::kBlocked.at(row), "block");
         }
-        checkSame("a fourth device", lab.store.get(field::kBlocked.at(3)), "allow");
+        checkSame("a fourth device", store.get(field::kBlocked.at(3)), "allow");
     });
     tour.step("unblock them at once", [&] {
         orders(tour, "UNBLOCK_CD_BULK", elements(tour, rows));
@@ -55,6 +50,9 @@ void tourCommands(Tour& tour) {
             tour.stored(field::kBlocked.at(row), "allow");
         }
     });
+}
+
+void describes(Tour& tour, const std::string& name, const std::string& mac) {
     for (const auto& [number, word] : {std::pair("2", "online"), {"3", "offline"}, {"0", "untag"}, {"1", "both"}}) {
         tour.step("tag " + name + ": " + word, [&, state = number, tag = word] {
             orders(tour, "TAG_CD", dataFor(mac, std::string(R"(,"tagStatus":)") + state));
@@ -69,6 +67,41 @@ void tourCommands(Tour& tour) {
         tour.stored(field::kNameCustom.at(0), "Desk phone");
         tour.stored(field::kTypeCustom.at(0), "");
     });
+}
+
+// Messages that get no answer at all.
+void ignores(Tour& tour, const std::string& mac) {
+    Lab& lab = tour.lab();
+    const std::size_t from = lab.record.mark();
+    const std::string id = newTransaction();
+    const std::vector<std::pair<const char*, std::string>> ignored{
+        {"no JSON", R"({"UUID":")" + id + R"(","cmd":"BLOCK_CD")"},
+        {"no transaction id", R"({"cmd":"BLOCK_CD","data":)" + dataFor(mac) + "}"},
+        {"a transaction id of 128 characters", envelope(std::string(128, 'a'), "BLOCK_CD", dataFor(mac))},
+        {"a MAC of 20 characters", envelope(id, "BLOCK_CD", dataFor(std::string(20, 'A')))},
+        {"a message of 70,000 characters, which is cut",
+         envelope(id, "BLOCK_CD", dataFor(mac, R"(,"cdName":")" + std::string(70000, 'a') + "\""))}};
+    for (const auto& [what, message] : ignored) {
+        tour.step(std::string("ignored: ") + what + "; the next command works", [&, &text = message] {
+            lab.connector.deliver(text, "a message that is no good");
+            tour.acknowledged("BLOCK_CD", dataFor(mac), "1", "Success");
+            tour.acknowledged("UNBLOCK_CD", dataFor(mac), "1", "Success");
+        });
+    }
+    tour.step("none of the ignored was ever answered", [&] {
+        checkSame("requests", std::to_string(lab.record.since(from).size()), std::to_string(2 * ignored.size()));
+    });
+}
+
+}  // namespace
+
+void tourCommands(Tour& tour) {
+    Lab& lab = tour.lab();
+    tour.settle(true);
+    const std::string name = lab.population.at(0).name;
+    const std::string mac = macOfRow(tour, 0);
+    blocks(tour, name, mac);
+    describes(tour, name, mac);
     const int last = lab.population.rows().back();
     tour.step("remove " + lab.population.at(last).name, [&] {
         orders(tour, "REMOVE_CD", dataFor(macOfRow(tour, last)));
@@ -85,7 +118,6 @@ void tourCommands(Tour& tour) {
 }
 
 void tourBadMessages(Tour& tour) {
-    Lab& lab = tour.lab();
     tour.settle(true);
     const std::string mac = macOfRow(tour, 1);
     struct Refused {
@@ -110,26 +142,7 @@ void tourBadMessages(Tour& tour) {
         tour.step(std::string("refused: ") + each.what,
                   [&] { tour.acknowledged(each.command, each.data, "0", each.reason); });
     }
-
-    const std::size_t from = lab.record.mark();
-    const std::string id = newTransaction();
-    const std::vector<std::pair<const char*, std::string>> ignored{
-        {"no JSON", R"({"UUID":")" + id + R"(","cmd":"BLOCK_CD")"},
-        {"no transaction id", R"({"cmd":"BLOCK_CD","data":)" + dataFor(mac) + "}"},
-        {"a transaction id of 128 characters", envelope(std::string(128, 'a'), "BLOCK_CD", dataFor(mac))},
-        {"a MAC of 20 characters", envelope(id, "BLOCK_CD", dataFor(std::string(20, 'A')))},
-        {"a message of 70,000 characters, which is cut",
-         envelope(id, "BLOCK_CD", dataFor(mac, R"(,"cdName":")" + std::string(70000, 'a') + "\""))}};
-    for (const auto& [what, message] : ignored) {
-        tour.step(std::string("ignored: ") + what + "; the next command works", [&, &text = message] {
-            lab.connector.deliver(text, "a message that is no good");
-            tour.acknowledged("BLOCK_CD", dataFor(mac), "1", "Success");
-            tour.acknowledged("UNBLOCK_CD", dataFor(mac), "1", "Success");
-        });
-    }
-    tour.step("none of the ignored was ever answered", [&] {
-        checkSame("requests", std::to_string(lab.record.since(from).size()), std::to_string(2 * ignored.size()));
-    });
+    ignores(tour, mac);
 }
 
 }  // namespace lab

@@ -46,6 +46,38 @@ void timedOut(Tour& tour, std::size_t from, const std::string& transaction) {
     tour.stored(field::kListWatched, "false");
 }
 
+void oddLists(Tour& tour) {
+    Lab& lab = tour.lab();
+    tour.step("a list announced as longer than it is holds what there is", [&] {
+        lab.population.resize(3);
+        lab.devices.mood(ServiceMood::Wrong);
+        fetched(tour, "0", "app", lab.population.rows());
+        lab.devices.mood(ServiceMood::Ok);
+    });
+    tour.step("an empty network gives an empty list, whose watch still runs out", [&] {
+        lab.population.resize(0);
+        lab.store.set(field::kListTimedOut, "false");
+        const std::size_t from = lab.record.mark();
+        const auto answer = tour.listed("FETCH_CD", R"({"status":0,"fetchFor":"app"})");
+        checkDevices(tour, *answer, "cdMac", {});
+        tour.stored(field::kListTransaction, "Noop");
+        timedOut(tour, from, answer->text("transactionId"));
+        lab.population.resize(12);
+    });
+    tour.step("a list that does not come is refused in the end", [&] {
+        lab.devices.mood(ServiceMood::Silent);
+        lab.store.set(field::kListTimedOut, "false");
+        const std::size_t from = lab.record.mark();
+        const std::string transaction = newTransaction();
+        const std::string data = R"({"status":0,"fetchFor":"app"})";
+        lab.connector.deliver(envelope(transaction, "FETCH_CD", data), "FETCH_CD " + data);
+        timedOut(tour, from, transaction);
+        lab.devices.mood(ServiceMood::Ok);
+        // What the silent service left pending would take the next list that nobody asked for.
+        lab.store.set(field::kListTransaction, "Noop");
+    });
+}
+
 }  // namespace
 
 void tourDeviceList(Tour& tour) {
@@ -77,34 +109,7 @@ void tourDeviceList(Tour& tour) {
         lab.population.resize(kRows);
         fetched(tour, "0", "app", lab.population.rows());
     });
-    tour.step("a list announced as longer than it is holds what there is", [&] {
-        lab.population.resize(3);
-        lab.devices.mood(ServiceMood::Wrong);
-        fetched(tour, "0", "app", lab.population.rows());
-        lab.devices.mood(ServiceMood::Ok);
-    });
-    tour.step("an empty network gives an empty list, whose watch still runs out", [&] {
-        lab.population.resize(0);
-        lab.store.set(field::kListTimedOut, "false");
-        const std::size_t from = lab.record.mark();
-        const auto answer = tour.listed("FETCH_CD", R"({"status":0,"fetchFor":"app"})");
-        checkDevices(tour, *answer, "cdMac", {});
-        tour.stored(field::kListTransaction, "Noop");
-        timedOut(tour, from, answer->text("transactionId"));
-        lab.population.resize(12);
-    });
-    tour.step("a list that does not come is refused in the end", [&] {
-        lab.devices.mood(ServiceMood::Silent);
-        lab.store.set(field::kListTimedOut, "false");
-        const std::size_t from = lab.record.mark();
-        const std::string transaction = newTransaction();
-        const std::string data = R"({"status":0,"fetchFor":"app"})";
-        lab.connector.deliver(envelope(transaction, "FETCH_CD", data), "FETCH_CD " + data);
-        timedOut(tour, from, transaction);
-        lab.devices.mood(ServiceMood::Ok);
-        // What the silent service left pending would take the next list that nobody asked for.
-        lab.store.set(field::kListTransaction, "Noop");
-    });
+    oddLists(tour);
     tour.step("one device is updated", [&] {
         const std::size_t from = lab.record.mark();
         const int row = lab.devices.deviceUpdated(lab.population.at(1).name);

@@ -3,6 +3,7 @@
 
 #include <fstream>
 
+#include "program_folder.h"
 #include "store_fields.h"
 #include "tour.h"
 

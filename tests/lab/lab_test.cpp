@@ -197,7 +197,10 @@ TEST_F(LabTest, OperationsSayWhatIsWrongWithThem) {
     EXPECT_EQ(act("cloud", R"({"mood":"sideways"})").text,
               "\"sideways\" is not one of: down, slow, close, empty, error, garbage, refuse, stall, up");
     EXPECT_EQ(act("cloud", R"({"mood":"slow","value":"soon"})").text, "value: \"soon\" is no number");
-    EXPECT_EQ(act("sync-time", R"({"value":"24:00:00"})").text, "\"24:00:00\" is neither HH:MM:SS nor null");
+    for (const char* wrong : {"24:00:00", "23:59:60", "2:00:00", "02:00:00 ", "02:00", ""}) {
+        EXPECT_EQ(act("sync-time", std::string(R"({"value":")") + wrong + R"("})").text,
+                  std::string("\"") + wrong + "\" is neither HH:MM:SS nor null");
+    }
     EXPECT_FALSE(act("device", R"({"action":"offline","name":"nobody"})").ok);
     EXPECT_FALSE(act("devices", R"({"count":"257"})").ok);
     EXPECT_FALSE(act("send", R"({"command":"BLOCK_CD"})").ok) << "delivered without an agent";
