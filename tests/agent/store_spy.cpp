@@ -1,0 +1,150 @@
+#include "store_spy.h"
+
+#include <dlfcn.h>
+#include <hablib.h>
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <mutex>
+#include <utility>
+
+namespace dro_test {
+namespace {
+
+struct Seen {
+    std::mutex mutex;
+    bool active = false;
+    std::vector<std::string> writes;
+    std::map<std::string, int> failures;
+    std::map<std::string, std::function<void()>> actions;
+};
+
+Seen& seen() {
+    static auto* const all = new Seen;  // threads of the agent may outlive main's statics
+    return *all;
+}
+
+std::string name_of(const char* table, const char* field) {
+    return std::string(table) + "." + field;
+}
+
+int failure_of(const std::string& name) {
+    const std::lock_guard lock(seen().mutex);
+    const auto found = seen().failures.find(name);
+    return found == seen().failures.end() ? HAB_OK : found->second;
+}
+
+// Notes a write and returns the status it is to fail with.
+int note_write(const char* table, const char* field, const std::string& value) {
+    const std::string name = name_of(table, field);
+    std::function<void()> action;
+    {
+        const std::lock_guard lock(seen().mutex);
+        if (seen().active) {
+            seen().writes.push_back(name + "=" + value);
+        }
+        if (const auto found = seen().actions.find(name); found != seen().actions.end()) {
+            action = found->second;
+        }
+    }
+    if (action) {
+        action();
+    }
+    return failure_of(name);
+}
+
+// The store library's own function behind ours of the same name.
+template <typename Function>
+Function* behind(Function* /*ours*/, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+std::string as_text(const char* value) {
+    return value;
+}
+std::string as_text(bool value) {
+    return value ? "true" : "false";
+}
+std::string as_text(std::uint32_t value) {
+    return std::to_string(value);
+}
+
+}  // namespace
+
+StoreSpy::StoreSpy() {
+    const std::lock_guard lock(seen().mutex);
+    seen().active = true;
+}
+
+StoreSpy::~StoreSpy() {
+    const std::lock_guard lock(seen().mutex);
+    seen().active = false;
+    seen().writes.clear();
+    seen().failures.clear();
+    seen().actions.clear();
+}
+
+void StoreSpy::fail(const std::string& field, int status) {
+    const std::lock_guard lock(seen().mutex);
+    seen().failures[field] = status;
+}
+
+void StoreSpy::before_write(const std::string& field, std::function<void()> action) {
+    const std::lock_guard lock(seen().mutex);
+    seen().actions[field] = std::move(action);
+}
+
+std::vector<std::string> StoreSpy::writes(std::string_view start) const {
+    const std::lock_guard lock(seen().mutex);
+    std::vector<std::string> matching;
+    std::copy_if(seen().writes.begin(), seen().writes.end(), std::back_inserter(matching),
+                 [start](const std::string& write) { return write.starts_with(start); });
+    return matching;
+}
+
+}  // namespace dro_test
+
+using dro_test::as_text;
+using dro_test::behind;
+using dro_test::failure_of;
+using dro_test::name_of;
+using dro_test::note_write;
+
+// Defined in the test program, these stand before the library's functions of the same names.
+extern "C" {
+
+#define SPY_WRITE(function, type)                                                                   \
+    int function(hab_session* session, const char* table, int row, const char* field, type value) { \
+        static const auto next = behind(function, #function);                                       \
+        const int failure = note_write(table, field, as_text(value));                               \
+        return failure != HAB_OK ? failure : next(session, table, row, field, value);               \
+    }
+SPY_WRITE(hab_set_ascii, const char*)
+SPY_WRITE(hab_set_string, const char*)
+SPY_WRITE(hab_set_enum, const char*)
+SPY_WRITE(hab_set_bool, bool)
+SPY_WRITE(hab_set_uint, std::uint32_t)
+
+#define SPY_READ(function, type)                                                                    \
+    int function(hab_session* session, const char* table, int row, const char* field, type value) { \
+        static const auto next = behind(function, #function);                                       \
+        const int failure = failure_of(name_of(table, field));                                      \
+        return failure != HAB_OK ? failure : next(session, table, row, field, value);               \
+    }
+SPY_READ(hab_get_bool, bool*)
+SPY_READ(hab_get_uint, std::uint32_t*)
+SPY_READ(hab_get_ipv4, std::uint8_t*)
+SPY_READ(hab_get_mac, std::uint8_t*)
+
+int hab_get_ascii(hab_session* session, const char* table, int row, const char* field, char* buffer, size_t length) {
+    static const auto next = behind(hab_get_ascii, "hab_get_ascii");
+    const int failure = failure_of(name_of(table, field));
+    if (failure != HAB_OK) {
+        *buffer = '\0';
+        return failure;
+    }
+    return next(session, table, row, field, buffer, length);
+}
+
+}  // extern "C"
