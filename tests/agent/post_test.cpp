@@ -1,20 +1,148 @@
-// The signed request: what goes over the wire, whom the agent trusts, and what it takes for an answer.
+// The signed request: whom it goes to, how it is signed, whom the agent trusts, what it takes for an answer.
+#include <openssl/sha.h>
+
+#include <array>
+#include <cstdio>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "agent_test.h"
+#include "dro_stop.h"
+#include "dro_url.h"
 #include "dro_utils.h"
+#include "sha256.h"
 
 namespace dro_test {
 namespace {
 
-class Post : public AgentTest {};
+class Post : public AgentTest {
+ protected:
+    std::size_t post(const std::string& host = "qa.dro.localhost") {
+        return dro::curl_post((cloud.base_url(host) + "x/").c_str(), "{}", answer);
+    }
 
-TEST_F(Post, SendsExactlyTheBody) {
     std::optional<std::string> answer;
-    EXPECT_EQ(dro::curl_post((cloud.base_url() + "x/").c_str(), "{}", answer), 12U);
+};
+
+std::string hex(const std::uint8_t* bytes, std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        std::array<char, 3> pair{};
+        std::snprintf(pair.data(), pair.size(), "%02x", bytes[i]);
+        text += pair.data();
+    }
+    return text;
+}
+
+std::string our_sha256(const std::string& text) {
+    dro::Sha256Context context{};
+    std::array<std::uint8_t, dro::kSha256Size> digest{};
+    dro::sha256_init(context);
+    dro::sha256_update(context, text.data(), text.size());
+    dro::sha256_final(context, digest);
+    return hex(digest.data(), digest.size());
+}
+
+// The examples of FIPS 180-4, and every length around the block's edges against another implementation.
+TEST(Sha256, MatchesTheStandard) {
+    EXPECT_EQ(our_sha256("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(our_sha256("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
+              "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
+    for (std::size_t length = 0; length < 200; ++length) {
+        const std::string text(length, 'a');
+        std::array<std::uint8_t, 32> expected{};
+        SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), expected.data());
+        EXPECT_EQ(our_sha256(text), hex(expected.data(), expected.size())) << length;
+    }
+}
+
+TEST_F(Post, TellsEnvironmentsApart) {
+    EXPECT_EQ(dro::check_server("https://api.dro.localhost/"), 1);
+    EXPECT_EQ(dro::check_server("https://stag.dro.localhost/api.dro.localhost"), 0);
+    EXPECT_EQ(dro::check_server("https://elsewhere.invalid/"), -1);
+    EXPECT_TRUE(log.has("Invalid URL Returning with Error\n"));
+    EXPECT_EQ(dro::curl_post("syncCD/", "{}", answer), 0U);
+}
+
+TEST_F(Post, SignsWithSerialTimeAndSecret) {
+    for (const std::string serial : {"ABC", "0123456789012345678901234567890123456789"}) {
+        std::array<char, 16> timestamp{};
+        std::array<char, 128> token{};
+        ASSERT_EQ(dro::get_token(serial.c_str(), timestamp.data(), token.data(), timestamp.size(), token.size()), 0);
+        const std::string input = serial + ":" + timestamp.data() + ":6c61622d6f6e6c792d73656372657421";
+        EXPECT_EQ(token.data(), our_sha256(input.substr(0, 63)));
+    }
+    std::array<char, 6> small{};
+    EXPECT_EQ(dro::get_token("A", small.data(), small.data(), 0, 6), -1);
+    EXPECT_TRUE(log.has("Invalid token Length"));
+}
+
+TEST_F(Post, EscapesFreeText) {
+    std::array<char, 32> out{};
+    EXPECT_EQ(dro::escapeJSON("a\n\"\x01\x96"
+                              "b",
+                              out.data(), 6),
+              0);
+    EXPECT_STREQ(out.data(), "a\\n\\\"b");
+    EXPECT_EQ(dro::escapeJSON("\b\t\f\r\\\xc3\xa9", out.data(), 8), 0);
+    EXPECT_STREQ(out.data(), "\\b\\t\\f\\r\\\\\xc3\xa9");
+    EXPECT_EQ(dro::escapeJSON("a", out.data(), 0), -1);
+}
+
+TEST_F(Post, SendsItsHeadersOnAConnectionOfItsOwn) {
+    EXPECT_EQ(post(), 12U);
     EXPECT_EQ(answer, R"({"status":1})");
-    EXPECT_EQ(cloud.requests().size(), 1U);
+    EXPECT_EQ(post("api.dro.localhost"), 12U);
+    const auto requests = cloud.requests();
+    ASSERT_EQ(requests.size(), 2U);
+    EXPECT_EQ(requests[0].body, "{}");
+    EXPECT_EQ(requests[0].headers.find("Content-Type")->second, "application/json");
+    EXPECT_EQ(requests[0].headers.find("X-DreamFactoryAPIKey")->second, "0123456789abcdef0123456789abc");
+    EXPECT_EQ(requests[1].headers.find("X-DreamFactoryAPIKey")->second,
+              "LABPROD0LABPROD0LABPROD0LABPROD0LABPROD1LABPROD1LABPROD1LABPROD1");
+    EXPECT_NE(requests[0].remotePort, requests[1].remotePort);
+}
+
+TEST_F(Post, HandsOverWhateverBodyCame) {
+    cloud.script("x/", {text_answer(R"({"status":0})", 500), empty_answer(), hang_up()});
+    EXPECT_EQ(post(), 12U);
+    EXPECT_EQ(answer, R"({"status":0})");
+    EXPECT_EQ(post(), 0U);
+    EXPECT_EQ(post(), 0U);
+    EXPECT_EQ(answer, R"({"status":0})");
+}
+
+TEST_F(Post, TrustsTheBundleAndNoticesItsChange) {
+    EXPECT_EQ(post(), 12U);
+    trust(make_identity());  // somebody else's authority
+    EXPECT_EQ(post(), 0U);
+    trust(identity());
+    EXPECT_EQ(post(), 12U);
+    EXPECT_EQ(post("evil.qa.dro.localhost"), 0U);
+    remove_ca_bundle();
+    EXPECT_EQ(post(), 12U);
+    EXPECT_EQ(post("evil.qa.dro.localhost"), 0U);
+}
+
+TEST_F(Post, GivesUpAStalledTransferAtShutdown) {
+    cloud.answer_all(stall());
+    std::size_t length = 1;
+    std::thread sender([&] { length = post(); });
+    ASSERT_EQ(cloud.wait_for(1).size(), 1U);
+    dro::request_stop();
+    sender.join();
+    EXPECT_EQ(length, 0U);
+}
+
+TEST_F(Post, CutsEndpointsAtTheirSize) {
+    std::string base = cloud.base_url();
+    for (const std::size_t length : {112U, 113U}) {
+        base.resize(length, '/');
+        store.set("Drocfg.DroBaseURL", base);
+        start_agent();
+        EXPECT_EQ(dro::TRANSACK_API.view(), (base + "transactionAck/").substr(0, 127));
+    }
 }
 
 }  // namespace
