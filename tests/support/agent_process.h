@@ -20,10 +20,10 @@ inline constexpr int kEventPort = 4455;
 inline constexpr const char* kPidFile = "/tmp/droagent.pid";
 
 struct Launch {
-    bool quick = false;                             // droagent-quick, with the waits that `environment` names
-    std::vector<std::string> arguments;             // after the program's name
-    std::map<std::string, std::string> environment; // added; HAB_STORE and HAB_LOG_FILE are set already
-    std::function<void()> before;                   // in the child, before the program is started
+    bool quick = false;                              // droagent-quick, with the waits that `environment` names
+    std::vector<std::string> arguments;              // after the program's name
+    std::map<std::string, std::string> environment;  // added; HAB_STORE and HAB_LOG_FILE are set already
+    std::function<void()> before;                    // in the child, before the program is started
 };
 
 // Exactly one at a time in one namespace. Throws std::runtime_error when it cannot be started.

@@ -1,5 +1,5 @@
-// faults.h - failures of the system's own calls, for outcomes that cannot be had otherwise. The test programs are linked so
-// that calls from the agent's code come through here; calls from shared libraries do not. Any thread.
+// faults.h - failures of the system's own calls, for outcomes that cannot be had otherwise. The test programs are
+// linked so that calls from the agent's code come through here; calls from shared libraries do not. Any thread.
 #pragma once
 
 namespace dro_test {
@@ -17,8 +17,8 @@ enum class Call {
     sigaction,
 };
 
-// While it lives, up to `count` calls fail with `error`: those on `object` (on any, when null), after the first `skip` of
-// them. Calls that return -1 and set errno do so. One object per Call at a time.
+// While it lives, up to `count` calls fail with `error`: those on `object` (on any, when null), after the first `skip`
+// of them. Calls that return -1 and set errno do so. One object per Call at a time.
 class FailCalls {
  public:
     FailCalls(Call call, int error, const void* object = nullptr, int skip = 0, int count = 1);

@@ -27,9 +27,8 @@ void send_answer(const Answer& answer, httplib::Response& response) {
     constexpr const char* kJson = "application/json";
     response.status = answer.status;
     if (answer.kind == Answer::Kind::hangUp) {
-        response.set_content_provider(std::size_t{64}, kJson, [](std::size_t, std::size_t, httplib::DataSink&) {
-            return false;
-        });
+        response.set_content_provider(std::size_t{64}, kJson,
+                                      [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
     } else {
         response.set_content(answer.body, kJson);
     }
@@ -42,9 +41,8 @@ struct TestCloud::Server {
         https.set_tcp_nodelay(true);
         https.set_keep_alive_max_count(1);
         https.set_payload_max_length(kLargestBody);
-        https.Post(".*", [this](const httplib::Request& request, httplib::Response& response) {
-            serve(request, response);
-        });
+        https.Post(".*",
+                   [this](const httplib::Request& request, httplib::Response& response) { serve(request, response); });
         port = https.bind_to_any_port("127.0.0.1");
         if (port <= 0) {
             throw std::runtime_error("the cloud found no port");
