@@ -2,101 +2,90 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdio>
-
-#include "dro_url.h"
+#include <regex>
 
 namespace dro_test {
 namespace {
 
-std::string numbered(const char* format, int row) {
-    std::array<char, 64> text{};
-    // NOLINTNEXTLINE(clang-diagnostic-format-nonliteral): the formats stand below
-    std::snprintf(text.data(), text.size(), format, row);
-    return text.data();
-}
+// A member of a record: under which key it stands (answering a transaction, otherwise), where its value comes from and
+// what that is: # stands for the row's number, @ for the same in two hexadecimal digits.
+struct Member {
+    const char* keys[2];
+    const char* field;  // null: from no device
+    const char* stored;
+    const char* shown;
+};
+constexpr std::array<Member, 18> kMembers{{
+    {{"cdMac", "mac"}, "DeviceIdList.DeviceMac", "0a:00:00:00:00:@", "0A:00:00:00:00:@"},
+    {{"cdIp", "cdIP"}, "Dilsignature.DeviceIP", "192.168.1.#", "192.168.1.#"},
+    {{"connApMac", "connApMac"}, "ConnectDeviceinfo.ConnAPMac", "0B:00:00:00:00:@", "0B:00:00:00:00:@"},
+    {{"cdName", "cdName"}, "DeviceIdList.DeviceDisplayName", "name#", "name#"},
+    {{"cdModel", "cdModel"}, "DeviceIdList.DeviceDisplayModel", "model#", "model#"},
+    {{"cdType", "cdType"}, "DeviceIdList.DisplayType", "type#", "type#"},
+    {{"cdBrand", "cdBrand"}, "DeviceIdList.DeviceDisplayBrand", "brand#", "brand#"},
+    {{"cdNetworkInfo", "cdNetworkInfo"}, nullptr, "", "Home router"},
+    {{"cddisplayType", "cddisplayType"}, nullptr, "", "type#"},
+    {{"cdConnInterface", "cdConnectionInterface"}, "Dilsignature.DeviceConnectionInterface", "wlan#", "wlan#"},
+    {{"connSsid", "connSsid"}, "ConnectDeviceinfo.ConnSSID", "ssid#", "ssid#"},
+    {{"downloadBw", "downloadBw"}, "ConnectDeviceinfo.DownloadBW", "down#", "down#"},
+    {{"uploadBw", "uploadBw"}, "ConnectDeviceinfo.UploadBW", "up#", "up#"},
+    {{"deviceSignalStrength", "deviceSignalStrength"}, "ConnectDeviceinfo.DeviceSignalStrength", "signal#", "signal#"},
+    {{"deviceLinkRate", "deviceLinkRate"}, "ConnectDeviceinfo.DeviceLinkRate", "rate#", "rate#"},
+    {{"cdStatus", "cdStatus"}, "Dilsignature.Devicestate", "UP", "1"},
+    {{"cdTaggedStatus", "cdTaggedStatus"}, "Dilsignature.IsTagged", "both", "1"},
+    {{"cdBlockedStatus", "cdBlockedStatus"}, "Dilsignature.AllowOrBlock", "block", "1"},
+}};
 
-// Takes `literal` off the front of `text`.
-bool skip(std::string_view& text, std::string_view literal) {
-    if (!text.starts_with(literal)) {
-        return false;
-    }
-    text.remove_prefix(literal.size());
-    return true;
-}
-
-bool skip_all(std::string_view& text, std::size_t count, int (*kind)(int)) {
-    if (text.size() < count || !std::all_of(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(count),
-                                            [kind](unsigned char byte) { return kind(byte) != 0; })) {
-        return false;
-    }
-    text.remove_prefix(count);
-    return true;
-}
-
-int is_lower_hex(int byte) {
-    return std::isxdigit(byte) != 0 && std::isupper(byte) == 0 ? 1 : 0;
+std::string of_row(std::string text, int row) {
+    std::array<char, 8> hexadecimal{};
+    std::snprintf(hexadecimal.data(), hexadecimal.size(), "%02X", static_cast<unsigned>(row));
+    text = std::regex_replace(text, std::regex("@"), hexadecimal.data());
+    return std::regex_replace(text, std::regex("#"), std::to_string(row));
 }
 
 }  // namespace
 
 void add_device(TestStore& store, int row) {
-    const std::string at = "@" + std::to_string(row);
-    const auto text = [row](const char* name) { return name + std::to_string(row); };
-    store.set_all({{"DeviceIdList.DeviceMac" + at, numbered("0A:00:00:00:00:%02X", row)},
-                   {"Dilsignature.DeviceIP" + at, numbered("192.168.1.%d", row)},
-                   {"ConnectDeviceinfo.ConnAPMac" + at, numbered("0B:00:00:00:00:%02X", row)},
-                   {"DeviceIdList.DeviceDisplayName" + at, text("name")},
-                   {"DeviceIdList.DeviceDisplayModel" + at, text("model")},
-                   {"DeviceIdList.DisplayType" + at, text("type")},
-                   {"DeviceIdList.DeviceDisplayBrand" + at, text("brand")},
-                   {"Dilsignature.DeviceConnectionInterface" + at, text("wlan")},
-                   {"ConnectDeviceinfo.ConnSSID" + at, text("ssid")},
-                   {"ConnectDeviceinfo.DownloadBW" + at, text("down")},
-                   {"ConnectDeviceinfo.UploadBW" + at, text("up")},
-                   {"ConnectDeviceinfo.DeviceSignalStrength" + at, text("signal")},
-                   {"ConnectDeviceinfo.DeviceLinkRate" + at, text("rate")},
-                   {"Dilsignature.Devicestate" + at, "UP"},
-                   {"Dilsignature.IsTagged" + at, "both"},
-                   {"Dilsignature.AllowOrBlock" + at, "block"}});
+    for (const Member& member : kMembers) {
+        if (member.field != nullptr) {
+            store.set(std::string(member.field) + "@" + std::to_string(row), of_row(member.stored, row));
+        }
+    }
 }
 
 std::string device_record(int row, bool answering) {
-    const std::string n = std::to_string(row) + "\"";
-    return std::string(answering ? R"({"cdMac":")" : R"({"mac":")") + numbered("0A:00:00:00:00:%02X\"", row) +
-           (answering ? R"(,"cdIp":"192.168.1.)" : R"(,"cdIP":"192.168.1.)") + n +
-           numbered(R"(,"connApMac":"0B:00:00:00:00:%02X")", row) + R"(,"cdName":"name)" + n + R"(,"cdModel":"model)" +
-           n + R"(,"cdType":"type)" + n + R"(,"cdBrand":"brand)" + n +
-           R"(,"cdNetworkInfo":"Home router","cddisplayType":"type)" + n +
-           (answering ? R"(,"cdConnInterface":"wlan)" : R"(,"cdConnectionInterface":"wlan)") + n +
-           R"(,"connSsid":"ssid)" + n + R"(,"downloadBw":"down)" + n + R"(,"uploadBw":"up)" + n +
-           R"(,"deviceSignalStrength":"signal)" + n + R"(,"deviceLinkRate":"rate)" + n +
-           R"(,"cdStatus":"1","cdTaggedStatus":"1","cdBlockedStatus":"1"})";
+    std::string record;
+    for (const Member& member : kMembers) {
+        record += (record.empty() ? "{\"" : ",\"") + std::string(member.keys[answering ? 0 : 1]) + "\":\"" +
+                  of_row(member.shown, row) + "\"";
+    }
+    return record + "}";
 }
 
 std::string after_signature(const std::string& body) {
-    std::string_view rest(body);
-    if (skip(rest, R"({"token":")") && skip_all(rest, 64, is_lower_hex) && skip(rest, R"(","ePOCHTimeStamp":")") &&
-        skip_all(rest, 10, [](int byte) { return std::isdigit(byte); }) && skip(rest, R"(","serialNumber":")") &&
-        skip(rest, kSerial) && skip(rest, "\"")) {
-        return std::string(rest);
-    }
-    return "UNSIGNED " + body.substr(0, 200);
+    static const std::regex signature(
+        R"(\{"token":"[0-9a-f]{64}","ePOCHTimeStamp":"[0-9]{10}","serialNumber":"FSN0123456789")");
+    std::smatch found;
+    return std::regex_search(body, found, signature, std::regex_constants::match_continuous)
+               ? found.suffix().str()
+               : "UNSIGNED " + body.substr(0, 200);
 }
 
-void PipelineTest::start_pipeline(const std::vector<std::pair<std::string, std::string>>& settings) {
-    store.set_all(settings);
-    dro::init_devToCld_push_sync();
+void expect_three_attempts(const std::vector<Request>& requests, std::chrono::steady_clock::time_point end,
+                           bool pauseAfterLast) {
+    const auto pause = dro::durations().retryPause;
+    ASSERT_EQ(requests.size(), 3U);
+    EXPECT_EQ(requests[0].body, requests[2].body) << "one token for all";
+    EXPECT_GE(requests[1].at - requests[0].at, pause);
+    EXPECT_GE(requests[2].at - requests[1].at, pause);
+    EXPECT_EQ(end - requests[2].at >= pause, pauseAfterLast);
 }
 
 std::string PipelineTest::take_payload() {
-    if (dro::isQueueEmpty()) {
-        return "NO EVENT";
-    }
-    const auto head = dro::wait_for_event();
+    const auto head = dro::isQueueEmpty() ? std::nullopt : dro::wait_for_event();
     dro::dequeue();
-    return head ? head->payload : "STOPPED";
+    return head ? head->payload : "NO EVENT";
 }
 
 void PipelineTest::fill_queue() {

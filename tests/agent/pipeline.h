@@ -1,6 +1,7 @@
-// pipeline.h - what the tests of device events share: devices in the store, signed requests, and the running pipeline.
+// pipeline.h - what the tests of device events, lists and the Circle service share.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -10,28 +11,36 @@
 
 namespace dro_test {
 
-// Fills the device tables at `row` with texts that end in the row's number.
+using Texts = std::vector<std::string>;
+
+// Fills the device tables at `row` with values that show the row's number.
 void add_device(TestStore& store, int row);
 
-// That device's record, byte for byte; with the keys of a list that answers a transaction, or the other ones.
+// That device's record, byte for byte; under the keys of a list that answers a transaction, or the other ones.
 std::string device_record(int row, bool answering = false);
 
 // What follows token, time stamp and serial number in a request's body, the comma included; "UNSIGNED " and the body's
 // start when these three are not as they should be.
 std::string after_signature(const std::string& body);
 
+// `requests` are three attempts at one thing, a retry pause apart, and `end` is a pause after the last, or less.
+void expect_three_attempts(const std::vector<Request>& requests, std::chrono::steady_clock::time_point end,
+                           bool pauseAfterLast);
+
 class PipelineTest : public AgentTest {
  protected:
-    // The subscriptions and the dispatcher, as the store's switches say.
-    void start_pipeline(const std::vector<std::pair<std::string, std::string>>& settings);
+    // Puts other durations in force. While nothing of the agent waits.
+    template <typename Change>
+    static void set_durations(Change change) {
+        dro::Durations durations = short_durations();
+        change(durations);
+        dro::set_durations(durations);
+    }
 
-    // Waits until the dispatcher has looked at `count` events since the log was forgotten.
-    bool handled(std::size_t count) const { return log.wait_for("Free'd memory\n", count); }
-
-    // The oldest event's payload, taken off the queue. There must be one.
+    // Takes the oldest event off the queue and hands back its payload.
     static std::string take_payload();
 
-    // Fills the queue's last slot, so that the next event is dropped.
+    // Takes every slot of the queue, so that the next event is dropped.
     static void fill_queue();
 };
 

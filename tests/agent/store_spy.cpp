@@ -133,7 +133,6 @@ SPY_WRITE(hab_set_uint, std::uint32_t)
         return failure != HAB_OK ? failure : next(session, table, row, field, value);               \
     }
 SPY_READ(hab_get_bool, bool*)
-SPY_READ(hab_get_uint, std::uint32_t*)
 SPY_READ(hab_get_ipv4, std::uint8_t*)
 SPY_READ(hab_get_mac, std::uint8_t*)
 

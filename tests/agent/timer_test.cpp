@@ -5,14 +5,13 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "agent_test.h"
 #include "dro_reg.h"
-#include "store_spy.h"
+#include "pipeline.h"
 
 namespace dro_test {
 namespace {
 
-constexpr int at(int hours, int minutes, int seconds) {
+constexpr int at(int hours, int minutes = 0, int seconds = 0) {
     return hours * 3600 + minutes * 60 + seconds;
 }
 
@@ -22,38 +21,29 @@ class DailySync : public AgentTest {
 };
 
 TEST_F(DailySync, WaitsUntilTheTimeOfDayAsTheFleetKnowsIt) {
-    struct Case {
-        const char* what;
-        std::string text;
-        int utc;
-        int local;
-        int seconds;
+    const auto expect = [](const char* what, const std::string& text, int utc, int local, int seconds) {
+        EXPECT_EQ(dro::seconds_until_sync(text, utc, local), seconds) << what;
     };
-    const std::vector<Case> cases{
-        {"later today, an hour east", "\"02:00:00\"", at(0, 30, 0), at(1, 30, 0), 5400},
-        {"tomorrow, an hour east", "\"02:00:00\"", at(3, 0, 0), at(4, 0, 0), 82800},
-        {"this very second", "\"03:00:00\"", at(3, 0, 0), at(4, 0, 0), 0},
-        {"a second ago", "\"02:59:59\"", at(3, 0, 0), at(4, 0, 0), 86399},
-        {"in a second", "\"03:00:01\"", at(3, 0, 0), at(4, 0, 0), 1},
-        {"UTC and local time on two dates, east", "\"02:00:00\"", 86399, at(0, 59, 59), 7201},
-        {"UTC and local time on two dates, west", "\"02:00:00\"", at(0, 30, 0), at(23, 30, 0), 5400},
-        {"before the day began", "\"-1:00:00\"", 86399, 86399, -3599},
-        {"no quotes", "02:00:00", 0, 0, 7200},
-        {"a number is hours", "7", 0, 0, 25200},
-        {"empty", "\"\"", 3600, 3600, 82800},
-        {"words", "\"ab:cd:ef\"", 3600, 3600, 82800},
-        {"no colons run on", "\"020000\"", 0, 0, 72'000'000},
-        {"a long field runs on until the next begins", "\"0203:04:05\"", 0, 0, 7'214'645},
-        {"hours without end", std::string(20, '9') + ":99:99", 0, 0, 360'002'439},
-        {"digits without end", std::string(5000, '9'), 0, 0, 877'403'291},
-        {"a fourth field", "01:02:03:04", 0, 0, at(1, 2, 3)},
-        {"colons without end", "01" + std::string(5000, ':'), 0, 0, 3600},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(dro::seconds_until_sync(dro::sync_target(c.text), c.utc, c.local), c.seconds) << c.what;
-    }
+    expect("later today, an hour east", "\"02:00:00\"", at(0, 30), at(1, 30), 5400);
     EXPECT_TRUE(log.in_order({"hours = 2, min, = 0, sec, = 0\n", "time offset is 3600\n", "timer seconds is 10800\n",
                               "alarm seconds  is 5400\n"}));
+    expect("tomorrow, an hour east", "\"02:00:00\"", at(3), at(4), 82800);
+    expect("this very second", "\"03:00:00\"", at(3), at(4), 0);
+    expect("a second ago", "\"02:59:59\"", at(3), at(4), 86399);
+    expect("in a second", "\"03:00:01\"", at(3), at(4), 1);
+    expect("UTC and local time on two dates, east", "\"02:00:00\"", 86399, at(0, 59, 59), 7201);
+    expect("UTC and local time on two dates, west", "\"02:00:00\"", at(0, 30), at(23, 30), 5400);
+    expect("before the day began", "\"-1:00:00\"", 86399, 86399, -3599);
+    expect("no quotes", "02:00:00", 0, 0, 7200);
+    expect("a number is hours", "7", 0, 0, 25200);
+    expect("empty", "\"\"", 3600, 3600, 82800);
+    expect("words", "\"ab:cd:ef\"", 3600, 3600, 82800);
+    expect("no colons run on", "\"020000\"", 0, 0, 72'000'000);
+    expect("a long field runs on until the next begins", "\"0203:04:05\"", 0, 0, 7'214'645);
+    expect("hours without end", std::string(20, '9') + ":99:99", 0, 0, 360'002'439);
+    expect("digits without end", std::string(5000, '9'), 0, 0, 877'403'291);
+    expect("a fourth field", "01:02:03:04", 0, 0, at(1, 2, 3));
+    expect("colons without end", "01" + std::string(5000, ':'), 0, 0, 3600);
 }
 
 TEST_F(DailySync, KnowsTheLocalTime) {
@@ -64,16 +54,15 @@ TEST_F(DailySync, KnowsTheLocalTime) {
     const int offset = (dro::find_local_time() - dro::find_utc() + 86400) % 86400;
     before != nullptr ? setenv("TZ", zone.c_str(), 1) : unsetenv("TZ");
     tzset();
-    EXPECT_NEAR(offset, at(5, 30, 0), 1);  // the two are read one after the other
+    EXPECT_NEAR(offset, at(5, 30), 1);  // the two are read one after the other
 }
 
 TEST_F(DailySync, ArmsTheOneAlarm) {
     dro::alarm_function(1000);
     EXPECT_TRUE(log.has("Timer will start after 1000 Seconds\r\n", 1));
-    const int before =
-        dro::seconds_until_sync(dro::sync_target("\"12:00:00\""), dro::find_utc(), dro::find_local_time());
+    const int expected = dro::seconds_until_sync("\"12:00:00\"", dro::find_utc(), dro::find_local_time());
     dro::start_timer("\"12:00:00\"");
-    EXPECT_NEAR(static_cast<int>(alarm(1000)), before, 2);
+    EXPECT_NEAR(static_cast<int>(alarm(1000)), expected, 2);
     dro::alarm_function(0);
     EXPECT_EQ(alarm(0), 0U) << "a delay of 0 disarms";
 }
@@ -81,12 +70,14 @@ TEST_F(DailySync, ArmsTheOneAlarm) {
 TEST_F(DailySync, MarksTheSyncAsksForTheListAndWaitsADay) {
     const StoreSpy spy;
     dro::alarm_function(1000);
-    dro::alarmcallback(SIGUSR2);
+    struct sigaction installed {};
+    sigaction(SIGALRM, nullptr, &installed);
+    installed.sa_handler(SIGUSR2);
     EXPECT_TRUE(spy.writes().empty()) << "another signal";
-    raise(SIGALRM);
-    EXPECT_EQ(spy.writes(), (std::vector<std::string>{"DroStatus.cdilsyncAt=PERIODIC", "DILGeneral.CDILTrigger=true",
-                                                      "DALHConfig.FeatureID=8", "DALHConfig.CDILRequest=occupied",
-                                                      "DALHConfig.ProcessID=1"}));
+    installed.sa_handler(SIGALRM);
+    EXPECT_EQ(spy.writes(), (Texts{"DroStatus.cdilsyncAt=PERIODIC", "DILGeneral.CDILTrigger=true",
+                                   "DALHConfig.FeatureID=8", "DALHConfig.CDILRequest=occupied",
+                                   "DALHConfig.ProcessID=1"}));
     EXPECT_NEAR(static_cast<int>(alarm(0)), 86400, 2);
 }
 
