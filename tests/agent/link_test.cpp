@@ -1,11 +1,14 @@
 // The connector link: one message a connection, its limits, and an init that leaves nothing open when it fails.
+#include <fnmatch.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <array>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -13,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "agent_process.h"
+#include "faults.h"
 #include "libJorvhdlr/libJorvhdlr.h"
 #include "test_store.h"
 
@@ -21,49 +25,80 @@ namespace {
 
 std::mutex g_mutex;
 std::vector<std::string> g_messages;
-std::atomic<int> g_statuses{0};
+std::vector<std::array<int, 3>> g_statuses;
 
 void on_message(const char* message) {
     const std::lock_guard lock(g_mutex);
     g_messages.emplace_back(message);
 }
-void on_status(int /*registered*/, int /*claimed*/, int /*connected*/) {
-    ++g_statuses;
+void on_status(int registered, int claimed, int connected) {
+    const std::lock_guard lock(g_mutex);
+    g_statuses.push_back({registered, claimed, connected});
 }
 
 std::vector<std::string> messages() {
     const std::lock_guard lock(g_mutex);
     return g_messages;
 }
+std::vector<std::array<int, 3>> statuses() {
+    const std::lock_guard lock(g_mutex);
+    return g_statuses;
+}
+
+bool listens(int port) {
+    const int descriptor = connect_to(port);
+    return descriptor >= 0 && close(descriptor) == 0;
+}
+
+// Receivers that wait for a message which does not come, until their connections are closed.
+std::vector<int> crowd(int size) {
+    std::vector<int> connections;
+    for (int i = 1; i <= size; ++i) {
+        connections.push_back(connect_to(kNotificationPort));
+        EXPECT_TRUE(eventually([i] { return jorv::Jorv_Handler_receivers() == i; }));
+    }
+    return connections;
+}
 
 class Link : public ::testing::Test {
  protected:
-    Link() {
+    Link() : log_path_(store.folder() + "/link.log") {
         jorv::set_timings({std::chrono::milliseconds(100), std::chrono::milliseconds(100)});
+        jorv::log_file = log_path_.c_str();
         g_messages.clear();
-        g_statuses = 0;
+        g_statuses.clear();
     }
-    ~Link() override { jorv::Jorv_Handler_deInit(); }
+    ~Link() override {
+        jorv::Jorv_Handler_deInit();
+        // Receivers are not waited for by the link.
+        EXPECT_TRUE(eventually([] { return jorv::Jorv_Handler_receivers() == 0; }));
+        jorv::log_file = "/tmp/libJorvhdlr.log";
+    }
 
     static int open() {
         return jorv::Jorv_Handler_init("1023", kNotificationPort, on_message, kEventPort, on_message, on_status);
     }
+    bool logged(const std::string& text) const {
+        std::ifstream file(log_path_);
+        return std::string(std::istreambuf_iterator<char>(file), {}).find(text) != std::string::npos;
+    }
 
     TestStore store;
+    const std::string log_path_;
 };
 
 TEST_F(Link, DeliversWholeMessagesOnly) {
     ASSERT_EQ(open(), 0);
-    EXPECT_EQ(g_statuses, 1);
     ASSERT_TRUE(send_message(kNotificationPort, "first"));
     ASSERT_TRUE(eventually([] { return messages().size() == 1; }));
-    close(connect_to(kNotificationPort));  // says nothing
+    EXPECT_TRUE(listens(kNotificationPort));  // and says nothing
     const int stalled = connect_to(kEventPort);
     ASSERT_EQ(send(stalled, "half", 4, 0), 4);
     ASSERT_TRUE(send_message(kEventPort, "second"));
     ASSERT_TRUE(eventually([] { return messages().size() == 2; }));
     EXPECT_TRUE(eventually([] { return jorv::Jorv_Handler_receivers() == 0; }));
     close(stalled);
+    EXPECT_TRUE(logged("jorvStreamReceiver socket reading: Resource temporarily unavailable"));
     ASSERT_TRUE(send_message(kNotificationPort, std::string("cut\0here", 8)));
     ASSERT_TRUE(eventually([] { return messages().size() == 3; }));
     EXPECT_EQ(messages(), (std::vector<std::string>{"first", "second", "cut"}));
@@ -77,41 +112,107 @@ TEST_F(Link, CutsWhatIsTooLong) {
     EXPECT_LE(messages()[0].size(), 65'791U);
 }
 
-TEST_F(Link, ReportsEveryChangeOfTheConnector) {
+TEST_F(Link, ReportsTheConnectorAtOnceAndOnEveryChange) {
+    store.set("JorvagentCfg.jorv_agent_connected", "1");
     ASSERT_EQ(open(), 0);
+    ASSERT_FALSE(statuses().empty());
+    EXPECT_EQ(statuses().front(), (std::array{0, 0, 1}));
     store.set("JorvagentCfg.jorv_agent_claimed", "1");
-    EXPECT_TRUE(eventually([] { return g_statuses >= 2; }));
+    EXPECT_TRUE(eventually([] { return statuses().back() == std::array{0, 1, 1}; }));
+    EXPECT_TRUE(logged("at line 444 and func jorvagentChgNtf : Value of err is 0\n"));
+    EXPECT_TRUE(logged("jorvagentChgNtf 0, 1, 1\n"));
+}
+
+TEST_F(Link, OpensWhatItHasACallbackFor) {
+    for (const int left : {0, 1, 2}) {
+        EXPECT_EQ(jorv::Jorv_Handler_init("1023", kNotificationPort, left == 0 ? nullptr : on_message, kEventPort,
+                                          left == 1 ? nullptr : on_message, left == 2 ? nullptr : on_status),
+                  0);
+        EXPECT_EQ(listens(kNotificationPort), left != 0);
+        EXPECT_EQ(listens(kEventPort), left != 1);
+        EXPECT_EQ(statuses().empty(), left == 2);
+        EXPECT_EQ(jorv::Jorv_Handler_deInit(), 1);
+        g_statuses.clear();
+    }
+    EXPECT_EQ(jorv::Jorv_Handler_init("1023", 1, nullptr, 2, nullptr, nullptr), jorv::kNoCallbacks);
 }
 
 TEST_F(Link, FailsCleanlyAndMayBeTriedAgain) {
-    EXPECT_EQ(jorv::Jorv_Handler_init("1023", 1, nullptr, 2, nullptr, nullptr), jorv::kNoCallbacks);
-    const int taken = occupy(kEventPort);
-    EXPECT_EQ(open(), jorv::kEventSocketFailed);
-    EXPECT_EQ(connect_to(kNotificationPort), -1);
-    close(taken);
+    for (const int port : {kNotificationPort, kEventPort}) {
+        const int taken = occupy(port);
+        EXPECT_EQ(open(), port == kNotificationPort ? jorv::kNotificationSocketFailed : jorv::kEventSocketFailed);
+        close(taken);
+        EXPECT_TRUE(logged("Jorv_Handler_InitNetwrksock failed for port " + std::to_string(port) + "\n"));
+    }
+    {
+        const FailCalls fault(Call::socketPair, EMFILE);
+        EXPECT_EQ(open(), jorv::kExitChannelFailed);
+    }
+    {
+        const FailCalls fault(Call::threadCreate, EAGAIN);
+        EXPECT_EQ(open(), jorv::kListenerFailed);
+    }
     EXPECT_EQ(jorv::Jorv_Handler_init("nobody", kNotificationPort, on_message, 0, nullptr, nullptr),
               jorv::kStoreFailed);
+    EXPECT_TRUE(logged(std::string("failed init jorvagent (") + hab_error_string(HAB_NOSUCH_ITEM) + ")\n"));
+    EXPECT_FALSE(listens(kNotificationPort));
+    EXPECT_FALSE(listens(kEventPort));
+    EXPECT_TRUE(statuses().empty());
     EXPECT_EQ(open(), 0);
+    EXPECT_TRUE(listens(kNotificationPort));
     EXPECT_EQ(jorv::Jorv_Handler_deInit(), 1);
-    EXPECT_EQ(connect_to(kNotificationPort), -1);
-    errno = 0;
-    EXPECT_EQ(jorv::Jorv_Handler_InitNetwrksock(70'000), -4);
-    EXPECT_EQ(errno, ERANGE);
+    EXPECT_FALSE(listens(kNotificationPort));
+    for (const int port : {70'000, -1}) {
+        errno = 0;
+        EXPECT_EQ(jorv::Jorv_Handler_InitNetwrksock(port), -4);
+        EXPECT_EQ(errno, ERANGE);
+    }
 }
 
-TEST_F(Link, KeepsOneOldLogAndItsOwnModes) {
-    const std::string path = store.folder() + "/link.log";
-    const char* const before = jorv::log_file;
-    jorv::log_file = path.c_str();
-    std::ofstream(path) << std::string(1024 * 1024, 'x');
+TEST_F(Link, LetsACrowdOfReceiversThinOut) {
+    jorv::set_timings({kPatience, std::chrono::milliseconds(20)});
+    ASSERT_EQ(open(), 0);
+    const auto connections = crowd(51);
+    EXPECT_TRUE(eventually([this] { return logged("Thread Counter over Value = 51\n"); }));
+    ASSERT_TRUE(send_message(kNotificationPort, "late"));
+    EXPECT_EQ(jorv::Jorv_Handler_receivers(), 51);
+    EXPECT_TRUE(messages().empty());
+    for (const int connection : connections) {
+        close(connection);
+    }
+    EXPECT_TRUE(eventually([] { return messages() == std::vector<std::string>{"late"}; }));
+}
+
+TEST_F(Link, ClosesAtOnceInACrowd) {
+    jorv::set_timings({kPatience, kPatience});
+    ASSERT_EQ(open(), 0);
+    const auto connections = crowd(51);
+    EXPECT_TRUE(eventually([this] { return logged("Thread Counter over Value = 51\n"); }));
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(jorv::Jorv_Handler_deInit(), 1);
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+    for (const int connection : connections) {
+        close(connection);
+    }
+}
+
+TEST_F(Link, KeepsOneOldLogOfItsOwn) {
+    constexpr std::size_t kLargest = std::size_t{1024} * 1024;
+    std::ofstream(log_path_) << std::string(kLargest, 'x');
     jorv::jorvLog(jorv::ERROR, "after %d\n", 1);
     struct stat status {};
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    ASSERT_EQ(stat(log_path_.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
-    EXPECT_LT(status.st_size, 200);
-    EXPECT_EQ(stat((path + ".1").c_str(), &status), 0);
-    EXPECT_EQ(status.st_size, 1024 * 1024);
-    jorv::log_file = before;
+    std::ifstream file(log_path_);
+    std::string line;
+    std::getline(file, line);
+    EXPECT_EQ(fnmatch("20*-*-* *:*:* (*):jorv_log.cpp:*\tERROR: after 1", line.c_str(), 0), 0) << line;
+    EXPECT_EQ(std::filesystem::file_size(log_path_ + ".1"), kLargest);
+    // Somebody else's file behind a link stays as it is.
+    std::filesystem::remove(log_path_);
+    std::filesystem::create_symlink(log_path_ + ".1", log_path_);
+    jorv::jorvLog(jorv::ERROR, "lost\n");
+    EXPECT_EQ(std::filesystem::file_size(log_path_ + ".1"), kLargest);
 }
 
 }  // namespace

@@ -4,26 +4,27 @@
 #include "dro_cdil.h"
 #include "dro_get_set_config.h"
 #include "dro_monitor.h"
+#include "dro_url.h"
 #include "faults.h"
 #include "pipeline.h"
 
 namespace dro_test {
 namespace {
 
+constexpr const char* kWord = "RADebugLog.cdilDebugStatus";
 constexpr const char* kStarted = "Cdil Timeout Monitoring Thread Started!\n";
-constexpr const char* kTimedOut = "Cdil status request timeout reached\n";
+constexpr const char* kLate = "t-1 0 CDIL:Fail-Error timeout";
 constexpr const char* kSignalled = "Cdil is Being Success or Failure, sending Thread Signal to Cdilstatus thread\n";
+constexpr std::chrono::milliseconds kSoon{100};
 
 class ListWatch : public PipelineTest {
  protected:
-    // Subscribes, with this long until a list is late.
+    // Subscribes, with this long until a list is late. The pipeline is there, its dispatcher where the store says so.
     void start(std::chrono::milliseconds watch) {
-        dro::Durations durations = short_durations();
-        durations.listWatch = watch;
-        dro::set_durations(durations);
+        set_durations([watch](dro::Durations& durations) { durations.listWatch = watch; });
         start_agent();
-        dro::init_cdil_dal_sub();
-        store.set("RADebugLog.cdilTimestamp", "1700000000");
+        store.set_all({{"RADebugLog.cdilTimestamp", "1700000000"}, {"DroStatus.cdilSupport", "true"}});
+        dro::init_devToCld_push_sync();
     }
 
     void fetch(const char* uuid) {
@@ -35,80 +36,72 @@ class ListWatch : public PipelineTest {
     void expect_over() {
         ASSERT_TRUE(eventually([] { return dro::active_monitors() == 0; }));
         EXPECT_EQ(store.get("DroStatus.cdilTimeout"), "false");
-        EXPECT_EQ(store.get("RADebugLog.cdilDebugStatus"), "none");
+        EXPECT_EQ(store.get(kWord), "none");
         EXPECT_TRUE(log.wait_for("timeoutState Reset to false\n"));
         EXPECT_TRUE(log.wait_for("cdilDebugStatus field set to none\n"));
     }
 };
 
 TEST_F(ListWatch, EndsWithTheDispatchersWord) {
-    struct Case {
-        const char* word;
-        std::vector<std::string> marks;
-        const char* logged;
-        int level;
-    };
     start(kPatience);
-    for (const Case& c : {Case{"success",
-                               {"RADebugLog.dbgArg1=CDIL Successfull", "RADebugLog.dbgArg2=FETCH_CD,1700000000,success",
-                                "RADebugLog.cdilDebugStatus=none"},
-                               "Cdil Successful\n",
-                               1},
-                          {"failure", {"RADebugLog.cdilDebugStatus=none"}, "Invalid Response\n", 4}}) {
+    const auto expect = [&](const char* word, const Texts& marks, const char* logged) {
         log.forget();
         fetch("t-1");
         const StoreSpy spy;
-        store.set("RADebugLog.cdilDebugStatus", c.word);
+        store.set(kWord, word);
         expect_over();
-        EXPECT_EQ(spy.writes("RADebugLog."), c.marks);
-        EXPECT_TRUE(log.has(c.logged, c.level)) << c.word;
+        EXPECT_EQ(spy.writes("RADebugLog."), marks);
         EXPECT_TRUE(log.in_order({"CDIL Timeout callback\n", "LastCdilTransUUID is t-1\n", kSignalled,
-                                  "Cdil Running State is being debug\n", c.logged}));
-    }
+                                  "Cdil Running State is being debug\n", logged}));
+    };
+    expect("success",
+           {"RADebugLog.dbgArg1=CDIL Successfull", "RADebugLog.dbgArg2=FETCH_CD,1700000000,success",
+            "RADebugLog.cdilDebugStatus=none"},
+           "Cdil Successful\n");
+    expect("failure", {"RADebugLog.cdilDebugStatus=none"}, "Invalid Response\n");
     EXPECT_TRUE(cloud.requests().empty()) << "neither is acknowledged here";
 }
 
 TEST_F(ListWatch, AListThatArrivesIsTheOnlyAnswer) {
+    store.set("DroStatus.dispatcherSupport", "true");
     start(kPatience);
-    start_pipeline({{"DroStatus.cdilSupport", "true"}, {"DroStatus.dispatcherSupport", "true"}});
     add_device(store, 0);
     fetch("t-1");
-    store.set_all({{"DALHNotifyCDIL.IndexBitMask0", "1"}, {"DALHNotifyCDIL.TotalIndexcount", "1"}});
-    store.set("DALHNotifyCDIL.CDILstatus", "complete");
+    store.set_all({{"DALHNotifyCDIL.IndexBitMask0", "1"},
+                   {"DALHNotifyCDIL.TotalIndexcount", "1"},
+                   {"DALHNotifyCDIL.CDILstatus", "complete"}});
     expect_over();
     EXPECT_EQ(store.get("RADebugLog.dbgArg2"), "FETCH_CD,1700000000,success");
     const auto requests = cloud.requests();
     ASSERT_EQ(requests.size(), 1U);
-    EXPECT_EQ(after_signature(requests[0].body),
-              R"(,"transactionId":"t-1","transactionStatus":"1","failureReason":"Success","fetchFor":"app", )"
-              R"("relayData":{"cdl":[)" +
-                  device_record(0, true) + "]}}");
+    EXPECT_EQ(requests[0].path, "/transactionAck/");
+    EXPECT_EQ(json_value(requests[0].body, "relayData"), "{\"cdl\":[" + device_record(0, true) + "]}");
 }
 
 TEST_F(ListWatch, ALateListFailsItsTransaction) {
-    start(std::chrono::milliseconds(100));
+    start(kSoon);
     for (const bool heard : {true, false}) {
         log.forget();
         cloud.forget();
         cloud.answer_all(heard ? accepted() : empty_answer());
         store.set("RADebugLog.raCdilTimeout", "false");
         dro::init_fetch_cd("t-1", 0, "app");
-        EXPECT_EQ(acknowledgements(1).front(), "t-1 0 CDIL:Fail-Error timeout");
+        EXPECT_EQ(acknowledgements(1).front(), kLate);
         expect_over();
         EXPECT_EQ(store.get("RADebugLog.dbgArg2"), "FETCH_CD,1700000000,failure");
         EXPECT_EQ(store.get("RADebugLog.raCdilTimeout"), "true");
-        EXPECT_TRUE(log.has(kTimedOut));
+        EXPECT_TRUE(log.has("Cdil status request timeout reached\n"));
         EXPECT_EQ(log.has("Failed to send transack for CDIL timeout\n", 4), !heard);
         EXPECT_EQ(cloud.requests().size(), heard ? 1U : 3U);
     }
 }
 
 TEST_F(ListWatch, AnEarlyWordIsLost) {
-    start(std::chrono::milliseconds(100));
-    store.set("RADebugLog.cdilDebugStatus", "success");
+    start(kSoon);
+    store.set(kWord, "success");
     ASSERT_TRUE(log.wait_for(kSignalled));
     dro::init_fetch_cd("t-1", 0, "app");
-    EXPECT_EQ(acknowledgements(1).front(), "t-1 0 CDIL:Fail-Error timeout");
+    EXPECT_EQ(acknowledgements(1).front(), kLate);
     expect_over();
 }
 
@@ -117,7 +110,7 @@ TEST_F(ListWatch, OneTransactionHasOneWatch) {
     fetch("t-1");
     dro::init_fetch_cd("t-1", 0, "app");
     ASSERT_TRUE(log.wait_for("CDIL Timeout callback\n", 2));
-    store.set("RADebugLog.cdilDebugStatus", "failure");
+    store.set(kWord, "failure");
     expect_over();
     EXPECT_EQ(log.count(kStarted), 1U);
     fetch("t-1");
@@ -125,17 +118,17 @@ TEST_F(ListWatch, OneTransactionHasOneWatch) {
 }
 
 TEST_F(ListWatch, WatchesTheFetchThatStartedIt) {
-    start(std::chrono::milliseconds(100));
+    start(kSoon);
     store.set("DroStatus.cdilTransUuid", "old");
     StoreSpy spy;
     bool flagSeen = false;
     spy.before_write("DroStatus.cdilTransUuid", [&] {
         flagSeen = log.wait_for("CDIL Timeout callback\n");
-        eventually([&] { return log.has("LastCdilTransUUID is old\n"); }, std::chrono::milliseconds(50));
+        eventually([&] { return log.has(kStarted); }, std::chrono::milliseconds(50));
     });
-    dro::init_fetch_cd("new", 0, "app");
+    dro::init_fetch_cd("t-1", 0, "app");
     EXPECT_TRUE(flagSeen);
-    EXPECT_EQ(acknowledgements(1).front(), "new 0 CDIL:Fail-Error timeout");
+    EXPECT_EQ(acknowledgements(1).front(), kLate);
     expect_over();
 }
 
@@ -145,19 +138,19 @@ TEST_F(ListWatch, SurvivesWhatTheSystemRefuses) {
     {
         const FailCalls fault(Call::condSignal, EAGAIN);
         const StoreSpy spy;
-        store.set("RADebugLog.cdilDebugStatus", "success");
+        store.set(kWord, "success");
         ASSERT_TRUE(log.wait_for("timeoutState Reset to false\n"));
         EXPECT_TRUE(log.has("Unable to trigger Cdil Status thread condition\n", 4));
-        EXPECT_EQ(spy.writes(), std::vector<std::string>{"DroStatus.cdilTimeout=false"});
+        EXPECT_EQ(spy.writes(), Texts{"DroStatus.cdilTimeout=false"});
     }
-    store.set("RADebugLog.cdilDebugStatus", "failure");
+    store.set(kWord, "failure");
     expect_over();
     {
         const FailCalls fault(Call::condTimedWait, EINVAL);
         fetch("t-2");
         EXPECT_TRUE(log.wait_for("System Error Occured\n")) << "and it waits on";
     }
-    store.set("RADebugLog.cdilDebugStatus", "success");
+    store.set(kWord, "success");
     expect_over();
     {
         const FailCalls fault(Call::mutexLock, EDEADLK, dro::mutex_act_lock.native());
@@ -183,7 +176,7 @@ TEST_F(ListWatch, ShutdownPutsTheFieldsBackWithoutAReport) {
     fetch("t-1");
     dro::stop_monitors();
     expect_over();
-    EXPECT_FALSE(log.has(kTimedOut));
+    EXPECT_EQ(store.get("RADebugLog.raCdilTimeout"), "false");
     EXPECT_TRUE(cloud.requests().empty());
 }
 

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdio>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <thread>
@@ -58,24 +59,43 @@ TEST(Sha256, MatchesTheStandard) {
 }
 
 TEST_F(Post, TellsEnvironmentsApart) {
-    EXPECT_EQ(dro::check_server("https://api.dro.localhost/"), 1);
-    EXPECT_EQ(dro::check_server("https://stag.dro.localhost/api.dro.localhost"), 0);
-    EXPECT_EQ(dro::check_server("https://elsewhere.invalid/"), -1);
-    EXPECT_TRUE(log.has("Invalid URL Returning with Error\n"));
+    const struct {
+        const char* url;
+        int environment;
+        const char* said;
+    } cases[] = {{"https://qa.dro.localhost/", 0, "Loading droAgent on DEV/QA/STAG\n"},
+                 {"https://dev.dro.localhost/", 0, "Loading droAgent on DEV/QA/STAG\n"},
+                 {"https://api.dro.localhost/stag.dro.localhost", 0, "Loading droAgent on DEV/QA/STAG\n"},
+                 {"https://api.dro.localhost/", 1, "Loading droagent on PROD\n"},
+                 {"https://elsewhere.invalid/", -1, "Invalid URL Returning with Error\n"},
+                 {"syncCD/", -1, "Invalid URL Returning with Error\n"}};
+    for (const auto& c : cases) {
+        log.forget();
+        EXPECT_EQ(dro::check_server(c.url), c.environment) << c.url;
+        EXPECT_TRUE(log.has(c.said)) << c.url;
+    }
     EXPECT_EQ(dro::curl_post("syncCD/", "{}", answer), 0U);
+    EXPECT_EQ(log.count_starting("(DROagent) - res="), 0U);
 }
 
 TEST_F(Post, SignsWithSerialTimeAndSecret) {
+    std::array<char, 16> timestamp{};
+    std::array<char, 128> token{};
     for (const std::string serial : {"ABC", "0123456789012345678901234567890123456789"}) {
-        std::array<char, 16> timestamp{};
-        std::array<char, 128> token{};
+        const auto before = std::time(nullptr);
         ASSERT_EQ(dro::get_token(serial.c_str(), timestamp.data(), token.data(), timestamp.size(), token.size()), 0);
+        EXPECT_LE(std::stol(timestamp.data()) - before, 5);
         const std::string input = serial + ":" + timestamp.data() + ":6c61622d6f6e6c792d73656372657421";
         EXPECT_EQ(token.data(), our_sha256(input.substr(0, 63)));
+        EXPECT_TRUE(log.has(std::string("TimeStamp : ") + timestamp.data() + "\n"));
     }
-    std::array<char, 6> small{};
-    EXPECT_EQ(dro::get_token("A", small.data(), small.data(), 0, 6), -1);
-    EXPECT_TRUE(log.has("Invalid token Length"));
+    token.fill('#');  // a small buffer gets what fits
+    EXPECT_EQ(dro::get_token("ABC", timestamp.data(), token.data(), timestamp.size(), 6), 0);
+    EXPECT_EQ(std::string(token.data()).size(), 4U);
+    EXPECT_EQ(token[6], '#');
+    EXPECT_EQ(dro::get_token("A", timestamp.data(), token.data(), 0, 6), -1);
+    EXPECT_EQ(dro::get_token("A", timestamp.data(), token.data(), 16, 0), -1);
+    EXPECT_EQ(log.count("Invalid token Length"), 2U);
 }
 
 TEST_F(Post, EscapesFreeText) {
@@ -111,6 +131,10 @@ TEST_F(Post, HandsOverWhateverBodyCame) {
     EXPECT_EQ(post(), 0U);
     EXPECT_EQ(post(), 0U);
     EXPECT_EQ(answer, R"({"status":0})");
+    EXPECT_TRUE(log.has("(DROagent) - res= 0x0, HTTP status code = 500\n"));
+    EXPECT_EQ(log.count_starting("curl_easy_perform() failed: Transferred a partial file::0x"), 1U);
+    EXPECT_EQ(dro::curl_post("https://qa.dro.localhost:1/", "{}", answer), 0U);  // nobody listens
+    EXPECT_EQ(log.count_starting("curl_easy_perform() failed: Couldn't connect to server::0x"), 1U);
 }
 
 TEST_F(Post, TrustsTheBundleAndNoticesItsChange) {
@@ -142,6 +166,13 @@ TEST_F(Post, CutsEndpointsAtTheirSize) {
         store.set("Drocfg.DroBaseURL", base);
         start_agent();
         EXPECT_EQ(dro::TRANSACK_API.view(), (base + "transactionAck/").substr(0, 127));
+        const auto line = [&base](const std::string& name, const std::string& path) {
+            return name + " is " + (base + path).substr(0, 127) + "\n";
+        };
+        EXPECT_TRUE(
+            log.in_order({line("DroBaseUrl", ""), line("BOOT_API", "addJorvDeviceId/"), line("G-API", "syncCD/"),
+                          line("TRANS ACK API", "transactionAck/"), line("PUSH BST DATA API", "pushStData/"),
+                          line("CIRCLE CUUID API", "pc/circle/cuuid"), line("CIRCLE STATUS API", "pc/circle/status")}));
     }
 }
 

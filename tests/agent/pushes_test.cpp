@@ -30,8 +30,8 @@ TEST_F(Pushes, BodiesAreExact) {
     expect(kGeneric, "DTN", "no JSON", "/syncCD/", R"(,"type":"DTN","cd":no JSON})", 1);
     expect(kGeneric, "DTNX", "", "/syncCD/", R"(,"type":"DTNX","cd":})", 1);
     expect(kGeneric, "UPDATE_CD", "[1]", "/syncCD/", R"(,"type":"UPDATE_CD","syncAt":"PERIODIC","cdl":[1]})", 1);
-    expect(kGeneric, "UPDATE_CDX", big, "/syncCD/",
-           R"(,"type":"UPDATE_CDX","syncAt":"PERIODIC","cdl":)" + big + "}", 1);
+    expect(kGeneric, "UPDATE_CDX", big, "/syncCD/", R"(,"type":"UPDATE_CDX","syncAt":"PERIODIC","cdl":)" + big + "}",
+           1);
     expect(kSpeedTest, "B", R"({"ul":"1"})", "/pushStData/", R"(,"type":"B","data":{"ul":"1"}})", 0);
     expect(kSpeedTest, "M", "{}", "/pushStData/", R"(,"type":"M","data":{}})", 0);
     expect(kSpeedTest, "B", longResult, "/pushStData/",
@@ -68,8 +68,8 @@ TEST_F(Pushes, JudgeTheAnswer) {
     };
     constexpr const char* kNoStatus = "No Status code received...\n";
     constexpr const char* kNoMember = " Parse input string for key status not found\n";
-    expect(R"({"status":1})", 200, 0, "\nG-API Status Success response\n",
-           "\npushstdata-API Status Success response\n", 1);
+    expect(R"({"status":1})", 200, 0, "\nG-API Status Success response\n", "\npushstdata-API Status Success response\n",
+           1);
     expect(R"({"status":true})", 500, 0, "G-API call Successfull\n\n", "PUSHDATA-API call Successfull\n\n", 1);
     expect(R"({"status":0})", 200, -1, "\nG-API Status Failure response\n",
            "\npushstdata-API Status Failure response\n", 4);

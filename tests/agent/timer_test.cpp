@@ -22,7 +22,7 @@ class DailySync : public AgentTest {
 
 TEST_F(DailySync, WaitsUntilTheTimeOfDayAsTheFleetKnowsIt) {
     const auto expect = [](const char* what, const std::string& text, int utc, int local, int seconds) {
-        EXPECT_EQ(dro::seconds_until_sync(text, utc, local), seconds) << what;
+        EXPECT_EQ(dro::seconds_until_sync(dro::sync_target(text), utc, local), seconds) << what;
     };
     expect("later today, an hour east", "\"02:00:00\"", at(0, 30), at(1, 30), 5400);
     EXPECT_TRUE(log.in_order({"hours = 2, min, = 0, sec, = 0\n", "time offset is 3600\n", "timer seconds is 10800\n",
@@ -60,7 +60,7 @@ TEST_F(DailySync, KnowsTheLocalTime) {
 TEST_F(DailySync, ArmsTheOneAlarm) {
     dro::alarm_function(1000);
     EXPECT_TRUE(log.has("Timer will start after 1000 Seconds\r\n", 1));
-    const int expected = dro::seconds_until_sync("\"12:00:00\"", dro::find_utc(), dro::find_local_time());
+    const int expected = dro::seconds_until_sync(43200, dro::find_utc(), dro::find_local_time());
     dro::start_timer("\"12:00:00\"");
     EXPECT_NEAR(static_cast<int>(alarm(1000)), expected, 2);
     dro::alarm_function(0);
@@ -75,9 +75,9 @@ TEST_F(DailySync, MarksTheSyncAsksForTheListAndWaitsADay) {
     installed.sa_handler(SIGUSR2);
     EXPECT_TRUE(spy.writes().empty()) << "another signal";
     installed.sa_handler(SIGALRM);
-    EXPECT_EQ(spy.writes(), (Texts{"DroStatus.cdilsyncAt=PERIODIC", "DILGeneral.CDILTrigger=true",
-                                   "DALHConfig.FeatureID=8", "DALHConfig.CDILRequest=occupied",
-                                   "DALHConfig.ProcessID=1"}));
+    EXPECT_EQ(spy.writes(),
+              (Texts{"DroStatus.cdilsyncAt=PERIODIC", "DILGeneral.CDILTrigger=true", "DALHConfig.FeatureID=8",
+                     "DALHConfig.CDILRequest=occupied", "DALHConfig.ProcessID=1"}));
     EXPECT_NEAR(static_cast<int>(alarm(0)), 86400, 2);
 }
 

@@ -88,7 +88,7 @@ bool AgentLog::wait_for(std::string_view text, std::size_t times) const {
     return eventually([&] { return count(text) >= times; });
 }
 
-bool AgentLog::in_order(const std::vector<std::string_view>& texts) const {
+bool AgentLog::in_order(const std::vector<std::string>& texts) const {
     auto wanted = texts.begin();
     for (const LogLine& line : lines()) {
         if (wanted != texts.end() && line.message == as_logged(*wanted)) {

@@ -32,7 +32,7 @@ class AgentLog {
     // Waits until the text has come `times` times; false when it did not.
     bool wait_for(std::string_view text, std::size_t times = 1) const;
     // True when these texts came in this order, others in between allowed.
-    bool in_order(const std::vector<std::string_view>& texts) const;
+    bool in_order(const std::vector<std::string>& texts) const;
 
     const std::string& path() const { return path_; }
 

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -30,7 +31,7 @@ sockaddr_in loopback(int port) {
     const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
     dup2(out, STDOUT_FILENO);
     dup2(out, STDERR_FILENO);
-    close(out);
+    close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
     setenv("HAB_LOG_FILE", log.c_str(), 1);
     for (const auto& [name, value] : launch.environment) {
         setenv(name.c_str(), value.c_str(), 1);
@@ -43,9 +44,6 @@ sockaddr_in loopback(int port) {
         arguments.push_back(argument.data());
     }
     arguments.push_back(nullptr);
-    if (launch.before) {
-        launch.before();
-    }
     execv(launch.quick ? DRO_TEST_QUICK_AGENT : DRO_TEST_AGENT, arguments.data());
     _exit(127);
 }

@@ -9,19 +9,17 @@ enum class Call {
     condSignal,     // pthread_cond_signal; object: the condition variable
     condTimedWait,  // pthread_cond_timedwait; object: the condition variable
     mutexLock,      // pthread_mutex_lock; object: the mutex, to be named, since everything locks
-    mutexUnlock,    // pthread_mutex_unlock; the same, and the mutex is unlocked all the same
-    socketPair,
-    listen,
+    socketPair,     // these return -1 and set errno
     write,
     kill,
     sigaction,
 };
 
-// While it lives, up to `count` calls fail with `error`: those on `object` (on any, when null), after the first `skip`
-// of them. Calls that return -1 and set errno do so. One object per Call at a time.
+// While it lives, up to `count` calls fail with `error`: those on `object`, or on any when it is null. One at a time
+// for each Call.
 class FailCalls {
  public:
-    FailCalls(Call call, int error, const void* object = nullptr, int skip = 0, int count = 1);
+    FailCalls(Call call, int error, const void* object = nullptr, int count = 1);
     FailCalls(const FailCalls&) = delete;
     FailCalls& operator=(const FailCalls&) = delete;
     ~FailCalls();

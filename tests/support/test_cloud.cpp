@@ -37,7 +37,7 @@ void send_answer(const Answer& answer, httplib::Response& response) {
 }  // namespace
 
 struct TestCloud::Server {
-    explicit Server(const ServerIdentity& id) : https(id.server.get(), id.key.get()) {
+    explicit Server(const lab::ServerIdentity& id) : https(id.server.get(), id.serverKey.get()) {
         https.set_tcp_nodelay(true);
         https.set_keep_alive_max_count(1);
         https.set_payload_max_length(kLargestBody);
@@ -89,7 +89,7 @@ TestCloud::TestCloud() : TestCloud(identity()) {
     trust(identity());
 }
 
-TestCloud::TestCloud(const ServerIdentity& server) : server_(std::make_unique<Server>(server)) {}
+TestCloud::TestCloud(const lab::ServerIdentity& server) : server_(std::make_unique<Server>(server)) {}
 
 TestCloud::~TestCloud() {
     release();

@@ -55,7 +55,7 @@ class TestCloud {
  public:
     // Listens on a free loopback port with the certificate of `server`, and makes the process trust it.
     TestCloud();
-    explicit TestCloud(const ServerIdentity& server);
+    explicit TestCloud(const lab::ServerIdentity& server);
     TestCloud(const TestCloud&) = delete;
     TestCloud& operator=(const TestCloud&) = delete;
     // Releases what is stalled and stops.
