@@ -50,8 +50,9 @@ constexpr std::array<Row, 3> kEnumRows{{
     {"Dilsignature", "AllowOrBlock", "cdBlockedStatus"},
 }};
 
+// `key` is a constant, which the object refers to.
 void add_member(cJSON* object, const char* key, const char* value) {
-    cJSON_AddItemToObject(object, key, cJSON_CreateString(value));
+    cJSON_AddItemToObjectCS(object, key, cJSON_CreateString(value));
 }
 
 // The router's own name is no device's: it stands in the one row of its table.

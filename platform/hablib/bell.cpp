@@ -15,37 +15,18 @@ namespace hab {
 
 namespace {
 
-constexpr std::uint32_t kGone = IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
-
 std::string bellPath(const std::string& path) {
     return path + ".bell";
 }
 
-int watched(int watch, const std::string& path, std::uint32_t events) {
-    const int added = inotify_add_watch(watch, path.c_str(), events);
-    if (added < 0) {
-        throw std::system_error(errno, std::generic_category(), "cannot watch " + path);
-    }
-    return added;
-}
-
 }  // namespace
-
-FileDescriptor::~FileDescriptor() {
-    if (number_ >= 0) {
-        close(number_);
-    }
-}
 
 FileDescriptor holdBell(const std::string& path) {
     return FileDescriptor(open(bellPath(path).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
 }
 
-BellWatch::BellWatch(const std::string& path) : path_(path), watch_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-    if (!watch_) {
-        throw std::system_error(errno, std::generic_category(), "no more watches");
-    }
-    watched(watch_.get(), path_, kGone);
+BellWatch::BellWatch(const std::string& path) : path_(path), watch_(newWatches()) {
+    watchFile(watch_, path_, kFileGone);
     watchBell();
 }
 
@@ -53,7 +34,7 @@ void BellWatch::watchBell() {
     if (const FileDescriptor bell = holdBell(path_); !bell) {
         throw std::system_error(errno, std::generic_category(), "cannot make " + bellPath(path_));
     }
-    bellWatch_ = watched(watch_.get(), bellPath(path_), IN_CLOSE_WRITE | kGone);
+    bellWatch_ = watchFile(watch_, bellPath(path_), IN_CLOSE_WRITE | kFileGone);
 }
 
 void BellWatch::drain() {
@@ -65,7 +46,7 @@ void BellWatch::drain() {
             inotify_event event{};
             std::memcpy(&event, &events[at], sizeof event);
             at += sizeof event + event.len;
-            bellTouched = bellTouched || (event.wd == bellWatch_ && (event.mask & (kGone | IN_IGNORED)) != 0);
+            bellTouched = bellTouched || (event.wd == bellWatch_ && (event.mask & (kFileGone | IN_IGNORED)) != 0);
         }
     }
     if (bellTouched) {

@@ -3,28 +3,10 @@
 #pragma once
 
 #include <string>
-#include <utility>
+
+#include "file_watch.h"
 
 namespace hab {
-
-// A file descriptor, closed with its owner; -1 for none.
-class FileDescriptor {
- public:
-    FileDescriptor() = default;
-    explicit FileDescriptor(int number) : number_(number) {}
-    FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-        std::swap(number_, other.number_);
-        return *this;
-    }
-    ~FileDescriptor();
-
-    int get() const { return number_; }
-    explicit operator bool() const { return number_ >= 0; }
-
- private:
-    int number_ = -1;
-};
 
 // Takes hold of the bell of the store at `path`, making the file (mode 0600) when it is not there; it rings when the
 // result is closed. None when it cannot be opened.

@@ -105,7 +105,7 @@ int Session::exclusively(Operation operation) {
 
 template <class Operation>
 int Session::whileThere(Operation operation) {
-    return exclusively([&] { return store_->lost(*connection_) ? HAB_ERROR : operation(); });
+    return exclusively([&] { return store_->lostLately(*connection_) ? HAB_ERROR : operation(); });
 }
 
 const Field* Session::field(std::string_view table, int row, std::string_view name) const {

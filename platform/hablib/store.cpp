@@ -103,7 +103,7 @@ void complain(const std::string& path, std::string_view text) {
 }
 
 Store::Store(std::string path, FileIdentity identity, Connection& connection)
-    : path_(std::move(path)), identity_(identity), schema_(connection) {}
+    : path_(std::move(path)), identity_(identity), schema_(connection), watch_(path_) {}
 
 std::unique_ptr<Connection> Store::connect() {
     auto connection = std::make_unique<Connection>(path_);

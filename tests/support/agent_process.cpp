@@ -36,6 +36,9 @@ sockaddr_in loopback(int port) {
     for (const auto& [name, value] : launch.environment) {
         setenv(name.c_str(), value.c_str(), 1);
     }
+    if (launch.before) {
+        launch.before();
+    }
     // As it would be called from a shell, so that the name it keeps starts behind "./".
     std::string name = launch.quick ? "./droagent-quick" : "./droagent";
     std::vector<char*> arguments{name.data()};

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -22,6 +23,7 @@ struct Launch {
     bool quick = false;                              // droagent-quick, with the waits that `environment` names
     std::vector<std::string> arguments;              // after the program's name
     std::map<std::string, std::string> environment;  // added; HAB_STORE and HAB_LOG_FILE are set already
+    std::function<void()> before;                    // in the child, before the program is started
 };
 
 // Exactly one at a time in one namespace. Throws std::runtime_error when it cannot be started.

@@ -1,0 +1,42 @@
+#include "floor/bare_post.h"
+
+#include <curl/curl.h>
+
+#include <memory>
+#include <stdexcept>
+
+#include "provisioning.h"
+
+namespace bench {
+namespace {
+
+std::size_t collect(const char* bytes, std::size_t size, std::size_t count, void* answer) {
+    static_cast<std::string*>(answer)->append(bytes, size * count);
+    return size * count;
+}
+
+}  // namespace
+
+void BarePost::send(const std::string& body) const {
+    const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> easy(curl_easy_init(), curl_easy_cleanup);
+    const auto& key = provisioning::kNonProductionKey;
+    const std::string keyLine = "X-DreamFactoryAPIKey: " + std::string(key[0]) + std::string(key[1]);
+    std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headers(
+        curl_slist_append(nullptr, "Content-Type:application/json"), curl_slist_free_all);
+    curl_slist_append(headers.get(), keyLine.c_str());
+    std::string answer;
+    curl_easy_setopt(easy.get(), CURLOPT_URL, url_.c_str());
+    curl_easy_setopt(easy.get(), CURLOPT_HTTPHEADER, headers.get());
+    curl_easy_setopt(easy.get(), CURLOPT_CAINFO, bundle_.c_str());
+    curl_easy_setopt(easy.get(), CURLOPT_POSTFIELDS, body.c_str());
+    curl_easy_setopt(easy.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+    curl_easy_setopt(easy.get(), CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy.get(), CURLOPT_WRITEFUNCTION, collect);
+    curl_easy_setopt(easy.get(), CURLOPT_WRITEDATA, &answer);
+    const CURLcode result = curl_easy_perform(easy.get());
+    if (result != CURLE_OK || answer.empty()) {
+        throw std::runtime_error(std::string("the bare request failed: ") + curl_easy_strerror(result));
+    }
+}
+
+}  // namespace bench

@@ -1,0 +1,23 @@
+// bare_post.h - the request that the agent makes, without the agent: a fresh handle and connection, the same headers,
+// and nothing around it. Any thread.
+#pragma once
+
+#include <string>
+#include <utility>
+
+namespace bench {
+
+class BarePost {
+ public:
+    // Trusts the certificates in the file `bundle`.
+    BarePost(std::string url, std::string bundle) : url_(std::move(url)), bundle_(std::move(bundle)) {}
+
+    // Posts `body` and waits for the answer. Throws std::runtime_error when none comes.
+    void send(const std::string& body) const;
+
+ private:
+    std::string url_;
+    std::string bundle_;
+};
+
+}  // namespace bench

@@ -1,0 +1,17 @@
+// local_agent.h - the agent's code in this process, for roads that time one of its calls. No link, no subscription.
+#pragma once
+
+#include "router.h"
+
+namespace bench {
+
+// As after the agent's start on that router: session, log, identity and endpoints. One at a time.
+class LocalAgent {
+ public:
+    explicit LocalAgent(const Router& router);
+    LocalAgent(const LocalAgent&) = delete;
+    LocalAgent& operator=(const LocalAgent&) = delete;
+    ~LocalAgent();
+};
+
+}  // namespace bench

@@ -1,0 +1,89 @@
+// measure.h - times taken in turn, and what is reported of them. One thread.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+using Clock = std::chrono::steady_clock;
+
+class Samples {
+ public:
+    void add(Clock::duration sample) {
+        microseconds_.push_back(std::chrono::duration<double, std::micro>(sample).count());
+    }
+
+    // In microseconds. Throws std::runtime_error when there is no sample.
+    double median() const { return quantile(0.5); }
+    double p99() const { return quantile(0.99); }
+    std::size_t count() const { return microseconds_.size(); }
+
+ private:
+    double quantile(double part) const;
+
+    std::vector<double> microseconds_;
+};
+
+struct Pair {
+    Samples ours;
+    Samples floor;
+};
+
+// Takes a sample of ours and one of the floor in turn, `rounds` times, so that both see the same machine. The first few
+// of each warm up and do not count.
+template <typename Ours, typename Floor>
+Pair in_turn(int rounds, Ours ours, Floor floor) {
+    constexpr int kWarmUp = 3;
+    Pair samples;
+    for (int round = -kWarmUp; round < rounds; ++round) {
+        const Clock::duration mine = ours();
+        const Clock::duration least = floor();
+        if (round >= 0) {
+            samples.ours.add(mine);
+            samples.floor.add(least);
+        }
+    }
+    return samples;
+}
+
+// How long `work` took.
+template <typename Work>
+Clock::duration time_of(Work work) {
+    const auto start = Clock::now();
+    work();
+    return Clock::now() - start;
+}
+
+struct Result {
+    std::string name;
+    std::string unit;
+    double value = 0;
+    std::optional<double> p99;
+    std::optional<double> floor;
+    std::optional<double> floorP99;
+    std::size_t samples = 0;
+};
+
+class Report {
+ public:
+    // Medians in microseconds beside each other.
+    void compare(const std::string& name, const Samples& ours, const Samples& floor);
+    void compare(const std::string& name, const Pair& pair) { compare(name, pair.ours, pair.floor); }
+    // A part of a road, which has no floor of its own.
+    void part(const std::string& name, const Samples& samples);
+    // A number that is no time; `floor` if there is one to hold it against.
+    void fact(const std::string& name, const std::string& unit, double value, std::optional<double> floor = {});
+
+    // One JSON array of all results.
+    std::string json() const;
+
+ private:
+    void add(Result result);
+
+    std::vector<Result> results_;
+};
+
+}  // namespace bench

@@ -1,0 +1,79 @@
+// Whole roads of the agent beside the least that the same work takes: roads [--json FILE] [--idle SECONDS] [--only
+// ROAD] Runs in namespaces of its own: bench/run does that.
+#include "roads.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Road {
+    const char* name;
+    std::function<void(bench::Report&)> measure;
+};
+
+std::vector<Road> all_roads(std::chrono::seconds idle) {
+    return {{"post", bench::measure_post},
+            {"start", bench::measure_start},
+            {"record", bench::measure_record},
+            {"block", bench::measure_block},
+            {"events", bench::measure_events},
+            {"lists", bench::measure_lists},
+            {"queue", bench::measure_queue},
+            {"commands", bench::measure_commands},
+            {"lists-at-once", bench::measure_lists_at_once},
+            {"updates", bench::measure_updates},
+            {"circle", bench::measure_circle},
+            {"idle", [idle](bench::Report& report) { bench::measure_idle(report, idle); }}};
+}
+
+// Measures the roads that were asked for, all without one; the number that failed.
+int measure(const std::vector<Road>& roads, const std::vector<std::string>& only, bench::Report& report) {
+    int failures = 0;
+    for (const Road& road : roads) {
+        if (!only.empty() && std::find(only.begin(), only.end(), road.name) == only.end()) {
+            continue;
+        }
+        try {
+            road.measure(report);
+        } catch (const std::exception& failure) {
+            std::fprintf(stderr, "%s: %s\n", road.name, failure.what());
+            ++failures;
+        }
+    }
+    return failures;
+}
+
+int run(int argc, char** argv) {
+    CLI::App app("Measures whole roads of the agent");
+    std::string file;
+    long idle = 60;
+    std::vector<std::string> only;
+    app.add_option("--json", file, "Where the results go, as JSON");
+    app.add_option("--idle", idle, "Seconds for which the idle agent is watched")->check(CLI::PositiveNumber);
+    app.add_option("--only", only, "Roads to measure instead of all");
+    CLI11_PARSE(app, argc, argv);
+    bench::Report report;
+    const int failures = measure(all_roads(std::chrono::seconds(idle)), only, report);
+    if (!file.empty() && !(std::ofstream(file) << report.json() << std::endl)) {
+        std::fprintf(stderr, "cannot write %s\n", file.c_str());
+        return 1;
+    }
+    return failures == 0 ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "%s\n", failure.what());
+        return 1;
+    }
+}

@@ -1,0 +1,122 @@
+// Cloud commands: one at a time, and a thousand in a row.
+
+#include <thread>
+
+#include "process_stats.h"
+#include "roads.h"
+#include "router.h"
+
+namespace bench {
+namespace {
+
+constexpr const char* kAckPath = "transactionAck/";
+constexpr const char* kData = R"({"cdMac":"02:00:5E:00:53:01"})";
+
+// The fields that a block writes, by their numbers in the bare store.
+constexpr int kFeature = 20;
+constexpr int kBlockMac = 21;
+constexpr int kTrigger = 22;
+
+void write_block_bare(BareStore& bare) {
+    bare.write(kFeature, 0, "7");
+    bare.write(kBlockMac, 0, "020053");
+    bare.write(kTrigger, 0, "1");
+}
+
+std::string block(int number) {
+    return command("block-" + std::to_string(number), "BLOCK_CD", kData);
+}
+
+struct BlockTimes {
+    Pair triggered;
+    Pair acknowledged;
+};
+
+BlockTimes take_blocks(Router& router, int rounds) {
+    Notices notices({"DALHConfig"});
+    const BarePost post = router.bare_post(kAckPath);
+    BlockTimes times;
+    std::string body;
+    for (int round = -3; round < rounds; ++round) {  // the first three warm up
+        notices.forget();
+        auto start = deliver(block(round));
+        const auto triggered = notices.wait_for("DALHConfig.ProcessID") - start;
+        const dro_test::Request ack = arrived(router.cloud, 1, kAckPath).front();
+        const auto acknowledged = ack.at - start;
+        body = ack.body;
+        router.cloud.forget();
+        std::this_thread::sleep_for(kSettle);
+
+        start = Clock::now();
+        write_block_bare(router.bare);
+        const auto written = Clock::now() - start;
+        post.send(body);
+        const auto received = arrived(router.cloud, 1, kAckPath).front().at - start;
+        router.cloud.forget();
+        std::this_thread::sleep_for(kSettle);
+        if (round >= 0) {
+            times.triggered.ours.add(triggered);
+            times.triggered.floor.add(written);
+            times.acknowledged.ours.add(acknowledged);
+            times.acknowledged.floor.add(received);
+        }
+    }
+    return times;
+}
+
+// Delivers `count` commands and waits until all are acknowledged. One is at work and the next one waits: more would not
+// be faster, and the link's backlog of one is soon full.
+void run_commands(const Router& router, int first, int count) {
+    for (int number = 0; number < count; ++number) {
+        deliver(block(first + number));
+        arrived(router.cloud, static_cast<std::size_t>(number), kAckPath);
+    }
+    arrived(router.cloud, static_cast<std::size_t>(count), kAckPath);
+}
+
+}  // namespace
+
+void measure_block(Report& report) {
+    constexpr int kRounds = 100;
+    Router router;
+    const RunningAgent agent(router);
+    const BlockTimes times = take_blocks(router, kRounds);
+    report.compare("block, store triggered", times.triggered);
+    report.compare("block, acknowledged", times.acknowledged);
+}
+
+void measure_commands(Report& report) {
+    constexpr int kCommands = 1'000;
+    constexpr int kAtOnce = 20;
+    Router router;
+    const RunningAgent agent(router);
+    const BarePost post = router.bare_post(kAckPath);
+    run_commands(router, 0, kAtOnce);
+    const std::string body = router.cloud.requests(kAckPath).front().body;
+    router.cloud.forget();
+    const Memory before = memory_of(agent.pid());
+    const int threadsBefore = activity_of(agent.pid()).threads;
+
+    Pair batches;
+    for (int first = 0; first < kCommands; first += kAtOnce) {
+        batches.ours.add(time_of([&] { run_commands(router, first, kAtOnce); }) / kAtOnce);
+        router.cloud.forget();
+        batches.floor.add(time_of([&] {
+                              for (int number = 0; number < kAtOnce; ++number) {
+                                  write_block_bare(router.bare);
+                                  post.send(body);
+                              }
+                          }) /
+                          kAtOnce);
+        router.cloud.forget();
+    }
+    constexpr double kMicroseconds = 1e6;
+    report.compare("commands in a row, each", batches);
+    report.fact("commands in a row", "1/s", kMicroseconds / batches.ours.median(),
+                kMicroseconds / batches.floor.median());
+    std::this_thread::sleep_for(kSettle);
+    report.fact("commands in a row, growth", "KiB", static_cast<double>(memory_of(agent.pid()).rss - before.rss));
+    report.fact("commands in a row, more threads", "threads", activity_of(agent.pid()).threads - threadsBefore);
+}
+
+}  // namespace bench

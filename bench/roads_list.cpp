@@ -1,0 +1,168 @@
+// Device lists: asked for by the cloud, with what each part of the way takes, and ten at once.
+
+#include <array>
+#include <thread>
+
+#include "dro_durations.h"
+#include "process_stats.h"
+#include "roads.h"
+#include "router.h"
+
+namespace bench {
+namespace {
+
+constexpr const char* kAnswerPath = "transactionAck/";
+constexpr const char* kUnaskedPath = "syncCD/";
+constexpr const char* kMark = "RADebugLog.dbgArg1";
+
+// The marks of a list that was asked for, in their order.
+enum Mark : std::size_t { kAsked = 1, kTold, kNotified, kStarted, kRendered, kQueued, kRequesting };
+
+// Required store accesses: the command's writes, the marks behind them, and what is read once and for each device
+// (18 members, and twice the transaction that decides on the keys).
+constexpr int kWrites = 15;
+constexpr int kReadsOnce = 14;
+constexpr int kTransactionReads = 2;
+
+void gather_bare(Router& router, int devices) {
+    constexpr int kField = 25;
+    for (int write = 0; write < kWrites; ++write) {
+        router.bare.write(kField, 0, "CDIL payload creation start");
+    }
+    for (int read = 0; read < kReadsOnce; ++read) {
+        router.bare.read(kField, 0);
+    }
+    for (int row = 0; row < devices; ++row) {
+        read_record_bare(router.bare, row);
+        for (int read = 0; read < kTransactionReads; ++read) {
+            router.bare.read(kField, 0);
+        }
+    }
+}
+
+struct Part {
+    const char* name;
+    Samples samples;
+};
+
+struct ListTimes {
+    Pair whole;
+    std::array<Part, 5> parts{{{"command to the store", {}},
+                               {"handed over to masks read", {}},
+                               {"records read and rendered", {}},
+                               {"queued, with its pause", {}},
+                               {"request made until received", {}}}};
+};
+
+// One list, asked for and received. What the device service takes is not the agent's and is left out.
+dro_test::Request fetch(Router& router, Notices& notices, int number, ListTimes& times, bool counts) {
+    notices.forget();
+    const auto asked =
+        deliver(command("list-" + std::to_string(number), "FETCH_CD", R"({"fetchFor":"app","status":0})"));
+    dro_test::Request list = arrived(router.cloud, 1, kAnswerPath).front();
+    const auto triggered = notices.wait_for("DALHConfig.ProcessID");
+    const auto handedOver = notices.wait_for("DALHNotifyCDIL.CDILstatus");
+    const auto at = [&](Mark mark) { return notices.wait_for(kMark, mark); };
+    if (counts) {
+        times.whole.ours.add(list.at - asked - (handedOver - triggered));
+        times.parts[0].samples.add(triggered - asked);
+        times.parts[1].samples.add(at(kNotified) - handedOver);
+        times.parts[2].samples.add(at(kRendered) - at(kStarted));
+        times.parts[3].samples.add(at(kQueued) - at(kRendered));
+        times.parts[4].samples.add(list.at - at(kRequesting));
+    }
+    // The watch over the list puts its field back last: first "success", then "none".
+    notices.wait_for("RADebugLog.cdilDebugStatus", 2);
+    router.cloud.forget();
+    std::this_thread::sleep_for(kSettle);
+    return list;
+}
+
+Clock::duration fetch_bare(Router& router, const BarePost& post, int devices, const std::string& body) {
+    const auto start = Clock::now();
+    gather_bare(router, devices);
+    std::this_thread::sleep_for(dro::durations().queuePause);
+    post.send(body);
+    const auto received = arrived(router.cloud, 1, kAnswerPath).front().at;
+    router.cloud.forget();
+    std::this_thread::sleep_for(kSettle);
+    return received - start;
+}
+
+void measure_list(Report& report, int devices) {
+    constexpr int kRounds = 40;
+    Router router;
+    const RunningAgent agent(router);
+    const DeviceService service(router, devices);
+    Notices notices({"DALHConfig", "DALHNotifyCDIL", "RADebugLog"});
+    const BarePost post = router.bare_post(kAnswerPath);
+    ListTimes times;
+    long before = 0;
+    for (int round = -3; round < kRounds; ++round) {  // the first three warm up
+        if (round == 0) {
+            before = memory_of(agent.pid()).rss;
+            reset_peak(agent.pid());
+        }
+        const std::string body = fetch(router, notices, round, times, round >= 0).body;
+        const auto least = fetch_bare(router, post, devices, body);
+        if (round >= 0) {
+            times.whole.floor.add(least);
+        }
+    }
+    const std::string name = "list of " + std::to_string(devices);
+    report.compare(name, times.whole);
+    for (const Part& part : times.parts) {
+        report.part(name + ", " + part.name, part.samples);
+    }
+    report.fact(name + ", memory while it is built", "KiB", static_cast<double>(peak_of(agent.pid()) - before));
+}
+
+}  // namespace
+
+void measure_lists(Report& report) {
+    for (const int devices : {1, 32, kDevices}) {
+        measure_list(report, devices);
+    }
+}
+
+void measure_lists_at_once(Report& report) {
+    constexpr int kLists = 10;
+    constexpr int kRounds = 20;
+    Router router;
+    const RunningAgent agent(router);
+    const DeviceService service(router, kDevices);
+    const BarePost post = router.bare_post(kUnaskedPath);
+    Memory before;
+    Activity active;
+    std::string body;
+    const auto ours = [&] {
+        const auto start = Clock::now();
+        service.hand_over(kLists);
+        const auto lists = arrived(router.cloud, kLists, kUnaskedPath);
+        const auto duration = lists.back().at - start;
+        body = lists.back().body;
+        router.cloud.forget();
+        std::this_thread::sleep_for(kSettle);
+        if (before.rss == 0) {
+            before = memory_of(agent.pid());
+            active = activity_of(agent.pid());
+        }
+        return duration;
+    };
+    const auto floor = [&] {
+        const auto start = Clock::now();
+        for (int list = 0; list < kLists; ++list) {
+            gather_bare(router, kDevices);
+            post.send(body);
+        }
+        const auto duration = arrived(router.cloud, kLists, kUnaskedPath).back().at - start;
+        router.cloud.forget();
+        return duration;
+    };
+    report.compare("ten lists of 256 at once", in_turn(kRounds, ours, floor));
+    report.fact("ten lists of 256 at once, growth", "KiB",
+                static_cast<double>(memory_of(agent.pid()).rss - before.rss));
+    report.fact("ten lists of 256 at once, more threads", "threads", activity_of(agent.pid()).threads - active.threads);
+}
+
+}  // namespace bench

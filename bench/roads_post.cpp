@@ -1,0 +1,94 @@
+// One request, and one device record, in this process: the agent's code beside bare calls.
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <stdexcept>
+
+#include "dro_json.h"
+#include "dro_utils.h"
+#include "local_agent.h"
+#include "roads.h"
+
+namespace bench {
+namespace {
+
+constexpr const char* kPath = "transactionAck/";
+constexpr int kShortRounds = 300;
+constexpr int kFullBundleRounds = 60;
+constexpr const char* kSystemBundle = "/etc/ssl/certs/ca-certificates.crt";
+
+// An acknowledgement's size.
+std::string ack_body() {
+    return R"({"token":")" + std::string(64, 'a') +
+           R"(","ePOCHTimeStamp":"1700000000","serialNumber":"FSN0123456789","transactionId":)"
+           R"("0f8fad5b-d9cb-469f-a165-70867728950e","transactionStatus":"1","failureReason":"Success"})";
+}
+
+void post_ours(const std::string& url, const std::string& body) {
+    std::optional<std::string> answer;
+    if (dro::curl_post(url.c_str(), body.c_str(), answer) == 0) {
+        throw std::runtime_error("the agent's request failed");
+    }
+}
+
+Pair take_posts(Router& router, int rounds) {
+    const std::string url = router.cloud.base_url() + kPath;
+    const std::string body = ack_body();
+    const BarePost bare = router.bare_post(kPath);
+    Pair pair = in_turn(
+        rounds, [&] { return time_of([&] { post_ours(url, body); }); },
+        [&] { return time_of([&] { bare.send(body); }); });
+    router.cloud.forget();
+    return pair;
+}
+
+std::string contents(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Puts a bundle in the place of the one that is trusted, in one step.
+void set_bundle(const std::string& text) {
+    const std::string path = ca_bundle();
+    std::ofstream(path + ".new", std::ios::binary) << text << std::flush;
+    std::filesystem::rename(path + ".new", path);
+}
+
+// The record with everything around it that it needs: the tree it is built in.
+void record_ours(int row) {
+    const dro::Json device(cJSON_CreateObject());
+    dro::getConnectedDeviceData(row, device.get(), dro::kRecordNewDevice);
+}
+
+}  // namespace
+
+void measure_post(Report& report) {
+    Router router;
+    const LocalAgent agent(router);
+    const Pair one = take_posts(router, kShortRounds);
+    report.compare("post, one certificate", one);
+    const std::string authority = contents(ca_bundle());
+    set_bundle(contents(kSystemBundle) + authority);
+    const Pair many = take_posts(router, kFullBundleRounds);
+    report.compare("post, full bundle", many);
+    report.compare("post, full bundle against one certificate", many.ours, one.ours);
+    set_bundle(authority);
+}
+
+void measure_record(Report& report) {
+    constexpr int kRounds = 5'000;
+    Router router;
+    const LocalAgent agent(router);
+    int row = 0;
+    report.compare("record of 18 members", in_turn(
+                                               kRounds,
+                                               [&] {
+                                                   row = (row + 1) % kDevices;
+                                                   return time_of([&] { record_ours(row); });
+                                               },
+                                               [&] { return time_of([&] { read_record_bare(router.bare, row); }); }));
+}
+
+}  // namespace bench

@@ -1,0 +1,154 @@
+// The queue: filled while the cloud stalls, then drained; and a thousand updates, one behind the other.
+#include <wait.h>
+
+#include <algorithm>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+#include "process_stats.h"
+#include "roads.h"
+#include "router.h"
+
+namespace bench {
+namespace {
+
+constexpr const char* kPath = "syncCD/";
+constexpr int kSlots = 256;
+
+// The address of the device that an event is about.
+std::string device_in(const dro_test::Request& request) {
+    constexpr std::string_view kKey = R"("mac":")";
+    constexpr std::size_t kLength = 17;
+    const auto place = request.body.find(kKey);
+    return place == std::string::npos ? "" : request.body.substr(place + kKey.size(), kLength);
+}
+
+void announce(const Router& router, const Notices& notices, int row, std::size_t mark) {
+    write_uint(router, "DALHNotifyNDN", "Index", static_cast<std::uint32_t>(row));
+    notices.wait_for("RADebugLog.dbgArg1", mark);
+}
+
+// Looks seldom: the server copies all its requests for an answer, and it is being timed.
+std::vector<dro_test::Request> drained(const Router& router) {
+    constexpr std::chrono::milliseconds kLook{50};
+    const auto deadline = Clock::now() + dro_test::kPatience;
+    while (router.cloud.requests(kPath).size() < kSlots && Clock::now() < deadline) {
+        std::this_thread::sleep_for(kLook);
+    }
+    return arrived(router.cloud, kSlots, kPath);
+}
+
+// Time from each event's arrival to the next one's, from the second on: the first has stalled.
+void add_gaps(const std::vector<dro_test::Request>& requests, Samples& samples) {
+    for (std::size_t i = 2; i < requests.size(); ++i) {
+        samples.add(requests[i].at - requests[i - 1].at);
+    }
+}
+
+void require_order(const std::vector<dro_test::Request>& requests) {
+    for (int row = 0; row < kSlots; ++row) {
+        if (device_in(requests[static_cast<std::size_t>(row)]) != mac_of(row)) {
+            throw std::runtime_error("event " + std::to_string(row) + " came out of its order");
+        }
+    }
+}
+
+// Fills the queue of a fresh agent and drains it; how much memory the full queue took, in KiB.
+long fill_and_drain(Pair& gaps) {
+    Router router;
+    const RunningAgent agent(router);
+    Notices notices({"RADebugLog"});
+    announce(router, notices, 0, 1);
+    const std::string body = arrived(router.cloud, 1, kPath).front().body;
+    std::this_thread::sleep_for(kSettle);
+    router.cloud.forget();
+    const long before = memory_of(agent.pid()).rss;
+    notices.forget();
+    router.cloud.script(kPath, {dro_test::stall()});
+    for (int row = 0; row < kSlots; ++row) {
+        announce(router, notices, row, static_cast<std::size_t>(row) + 1);
+    }
+    const long full = memory_of(agent.pid()).rss;
+    router.cloud.release();
+    const auto requests = drained(router);
+    require_order(requests);
+    add_gaps(requests, gaps.ours);
+    router.cloud.forget();
+
+    const BarePost post = router.bare_post(kPath);
+    for (int event = 0; event < kSlots; ++event) {
+        post.send(body);
+    }
+    add_gaps(arrived(router.cloud, kSlots, kPath), gaps.floor);
+    return full - before;
+}
+
+// Writes the updates of `count` devices from row 0 on, each when the index is free again and the agent has had the time
+// to see that: an update that overtakes the notice of the reset is taken twice, and the second reset may wipe the next.
+void update(const Router& router, Notices& notices, int count) {
+    for (int row = 0; row < count; ++row) {
+        notices.forget();
+        write_uint(router, "DALHNotifyCDUPDATE", "IndexCD", static_cast<std::uint32_t>(row));
+        notices.wait_for("DALHNotifyCDUPDATE.IndexCD", 2);  // ours, then the reset
+        std::this_thread::sleep_for(kSettle);
+    }
+}
+
+// The events up to when none has come for a while: how many there are depends on who reads the index when.
+std::vector<dro_test::Request> until_quiet(const Router& router) {
+    constexpr std::chrono::milliseconds kQuiet{200};
+    std::vector<dro_test::Request> requests;
+    std::size_t before = 0;
+    do {
+        before = requests.size();
+        std::this_thread::sleep_for(kQuiet);
+        requests = router.cloud.requests(kPath);
+    } while (requests.size() > before);
+    return requests;
+}
+
+}  // namespace
+
+void measure_queue(Report& report) {
+    constexpr int kRounds = 4;
+    Pair gaps;
+    long grown = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        grown = std::max(grown, fill_and_drain(gaps));
+    }
+    report.compare("queue drained, each event", gaps);
+    report.fact("queue of 256 events, memory", "KiB", static_cast<double>(grown));
+}
+
+void measure_updates(Report& report) {
+    constexpr int kBatches = 10;
+    constexpr int kUpdates = 100;  // a batch, which the queue holds, repetitions included
+    Router router;
+    const RunningAgent agent(router);
+    Notices notices({"DALHNotifyCDUPDATE"});
+    update(router, notices, 1);
+    until_quiet(router);
+    router.cloud.forget();
+    const Memory before = memory_of(agent.pid());
+    const int threadsBefore = activity_of(agent.pid()).threads;
+    std::size_t sent = 0;
+    std::size_t missing = 0;
+    for (int batch = 0; batch < kBatches; ++batch) {
+        update(router, notices, kUpdates);
+        const auto requests = until_quiet(router);
+        std::set<std::string> devices;
+        for (const auto& request : requests) {
+            devices.insert(device_in(request));
+        }
+        sent += requests.size();
+        missing += kUpdates - devices.size();
+        router.cloud.forget();
+    }
+    report.fact("updates in a row, not sent", "updates", static_cast<double>(missing));
+    report.fact("updates in a row, sent again", "events", static_cast<double>(sent + missing) - kUpdates * kBatches);
+    report.fact("updates in a row, growth", "KiB", static_cast<double>(memory_of(agent.pid()).rss - before.rss));
+    report.fact("updates in a row, more threads", "threads", activity_of(agent.pid()).threads - threadsBefore);
+}
+
+}  // namespace bench
