@@ -17,7 +17,16 @@ void write_result(const Order& order, const char* result) {
     write_string(fields::dbgArg2, line.c_str());
 }
 
+// An unasked-for list leaves its result behind; where the store reports changes only, the same result would not be seen
+// again. A monitor that still runs may be about to read it.
+void clear_last_result() {
+    if (active_monitors() == 0 && !(read_enum<16>(fields::cdilDebugStatus) == "none")) {
+        write_enum(fields::cdilDebugStatus, "none");
+    }
+}
+
 Order last_fetch() {
+    clear_last_result();
     return {pending_list_transaction(), read_ascii<16>(fields::cdilTimestamp)};
 }
 

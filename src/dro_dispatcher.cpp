@@ -159,17 +159,20 @@ void* t_Handler_droDispatcher(void* /*argument*/) {
     LOG_NOTICE("Initing DROAgent Dispatcher!\n");
     LOG_TRACE("gets the claimState\n");
     bool claimed = false;
-    while (const auto event = wait_for_event()) {
-        // Read after waking, so that a claim lets the next event through; a failed read keeps what was known.
-        claimed = read_bool(fields::claimState, claimed);
+    for (;;) {
         try {
+            const auto event = wait_for_event();
+            if (!event) {
+                return nullptr;
+            }
+            // Read after waking, so that a claim lets the next event through; a failed read keeps what was known.
+            claimed = read_bool(fields::claimState, claimed);
             handle_event(*event, claimed);
         } catch (const std::exception& failure) {
             LOG_ERROR("An event could not be pushed: %s\n", failure.what());
             pause_for(durations().unknownEvent);
         }
     }
-    return nullptr;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -116,10 +117,11 @@ void on_flag_change(const Monitor& monitor) {
         return;
     }
     const Order order = monitor.order();
+    std::function<void()> body = [&monitor, order] { monitor.thread(order); };
     if (!monitors().enter(monitor, order)) {
         return;
     }
-    errno = start_detached([&monitor, order] { monitor.thread(order); });
+    errno = start_detached(std::move(body));
     if (errno == 0) {
         LOG_TRACE("%s", monitor.threadStarted);
         return;

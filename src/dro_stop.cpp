@@ -20,9 +20,15 @@ int request_descriptor() {
     return descriptor;
 }
 
-int poll_stop(const timespec* timeout) {
+// True when a stop was asked for within `timeout`. A pending signal that was seen once is a request from then on, or
+// the main thread could take it away between two looks of one thread.
+bool stop_within(const timespec& timeout) {
     std::array<pollfd, 2> watched = stop_descriptors();
-    return ppoll(watched.data(), watched.size(), timeout, nullptr);
+    if (ppoll(watched.data(), watched.size(), &timeout, nullptr) <= 0) {
+        return false;
+    }
+    request_stop();
+    return true;
 }
 
 }  // namespace
@@ -57,7 +63,7 @@ void clear_stop() {
 
 bool stop_requested() {
     const timespec now{0, 0};
-    return poll_stop(&now) > 0;
+    return stop_within(now);
 }
 
 bool pause_for(std::chrono::microseconds duration) {
@@ -70,7 +76,7 @@ bool pause_for(std::chrono::microseconds duration) {
         }
         const timespec timeout{static_cast<time_t>(left.count() / 1'000'000'000),
                                static_cast<long>(left.count() % 1'000'000'000)};
-        if (poll_stop(&timeout) > 0) {
+        if (stop_within(timeout)) {
             return false;
         }
     }

@@ -9,7 +9,8 @@
 namespace dro {
 
 // Descriptors that turn readable when the agent is to stop: SIGUSR1 pending while it is blocked (start-up), and a
-// request by request_stop. For transfers that wait on descriptors of their own. Negative entries are ignored by poll.
+// request by request_stop. For transfers that wait on descriptors of their own: who finds one readable calls
+// request_stop. Negative entries are ignored by poll.
 std::array<pollfd, 2> stop_descriptors();
 
 // Blocks SIGUSR1, SIGUSR2 and SIGALRM in the calling thread and in all it starts, and watches for a pending SIGUSR1.

@@ -29,16 +29,31 @@ int Condition::wait_until(Mutex& mutex, std::chrono::steady_clock::time_point de
     return pthread_cond_timedwait(&condition_, mutex.native(), &until);
 }
 
-Waited MonitorSignal::wait_for_token(std::chrono::steady_clock::time_point deadline) {
+void MonitorSignal::join(Waiter& waiter) {
+    Waiter** link = &oldest_;
+    while (*link != nullptr) {
+        link = &(*link)->next;
+    }
+    *link = &waiter;
+}
+
+void MonitorSignal::leave(const Waiter& waiter) {
+    Waiter** link = &oldest_;
+    while (*link != &waiter) {
+        link = &(*link)->next;
+    }
+    *link = waiter.next;
+}
+
+Waited MonitorSignal::wait_signalled(const Waiter& waiter, std::chrono::steady_clock::time_point deadline) {
     int result = 0;
-    while (tokens_ == 0 && !stopped_ && result == 0) {
+    while (!waiter.signalled && !stopped_ && result == 0) {
         result = condition_.wait_until(inner_, deadline);
     }
     if (stopped_) {
         return Waited::stopped;
     }
-    if (tokens_ > 0) {
-        --tokens_;
+    if (waiter.signalled) {
         return Waited::signalled;
     }
     return result == ETIMEDOUT ? Waited::timedOut : Waited::failed;
@@ -49,10 +64,11 @@ Waited MonitorSignal::wait_until(Mutex& held, std::chrono::steady_clock::time_po
     Waited outcome = Waited::failed;
     {
         const MutexLock lock(inner_);
-        ++waiters_;
+        Waiter waiter;
+        join(waiter);
         held.unlock();
-        outcome = wait_for_token(deadline);
-        --waiters_;
+        outcome = wait_signalled(waiter, deadline);
+        leave(waiter);
     }
     pthread_mutex_lock(held.native());
     return outcome;
@@ -60,14 +76,14 @@ Waited MonitorSignal::wait_until(Mutex& held, std::chrono::steady_clock::time_po
 
 int MonitorSignal::signal() {
     const MutexLock lock(inner_);
-    if (waiters_ <= tokens_) {
-        return 0;
+    for (Waiter* waiter = oldest_; waiter != nullptr; waiter = waiter->next) {
+        if (!waiter->signalled) {
+            const int result = condition_.notify_all();
+            waiter->signalled = result == 0;
+            return result;
+        }
     }
-    const int result = condition_.notify_one();
-    if (result == 0) {
-        ++tokens_;
-    }
-    return result;
+    return 0;
 }
 
 void MonitorSignal::stop() {
@@ -83,7 +99,11 @@ void MonitorSignal::reset() {
 
 int MonitorSignal::waiters() {
     const MutexLock lock(inner_);
-    return waiters_;
+    int count = 0;
+    for (const Waiter* waiter = oldest_; waiter != nullptr; waiter = waiter->next) {
+        ++count;
+    }
+    return count;
 }
 
 }  // namespace dro

@@ -126,12 +126,19 @@ class MonitorSignal {
     int waiters();
 
  private:
-    Waited wait_for_token(std::chrono::steady_clock::time_point deadline) DRO_REQUIRES(inner_);
+    // One wait, in a list of them by age. A signal belongs to the wait that it finds: a later one cannot take it.
+    struct Waiter {
+        bool signalled = false;
+        Waiter* next = nullptr;
+    };
+
+    void join(Waiter& waiter) DRO_REQUIRES(inner_);
+    void leave(const Waiter& waiter) DRO_REQUIRES(inner_);
+    Waited wait_signalled(const Waiter& waiter, std::chrono::steady_clock::time_point deadline) DRO_REQUIRES(inner_);
 
     Mutex inner_;  // held for a few instructions only
     Condition condition_;
-    int waiters_ DRO_GUARDED_BY(inner_) = 0;
-    int tokens_ DRO_GUARDED_BY(inner_) = 0;
+    Waiter* oldest_ DRO_GUARDED_BY(inner_) = nullptr;
     bool stopped_ DRO_GUARDED_BY(inner_) = false;
 };
 

@@ -206,6 +206,7 @@ CURLcode drive(CURLM* multi) {
         }
         curl_multi_poll(multi, stop.waits.data(), stop.count, kLongestPollMs, nullptr);
         if (stop.stopped()) {
+            request_stop();
             return CURLE_ABORTED_BY_CALLBACK;
         }
     }

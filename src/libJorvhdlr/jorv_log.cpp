@@ -5,12 +5,12 @@
 #include <unistd.h>
 
 #include <array>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <memory>
-#include <string>
 
 #include "libJorvhdlr.h"
 
@@ -43,7 +43,9 @@ File open_log() {
 void rotate_when_large() {
     struct stat status {};
     if (lstat(log_file, &status) == 0 && status.st_size >= kLargestLog) {
-        std::rename(log_file, (std::string(log_file) + ".1").c_str());
+        std::array<char, PATH_MAX> kept{};
+        std::snprintf(kept.data(), kept.size(), "%s.1", log_file);
+        std::rename(log_file, kept.data());
     }
 }
 
