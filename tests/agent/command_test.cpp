@@ -1,89 +1,82 @@
 // Cloud commands: what each envelope comes to - its log line, its acknowledgement, its writes to the store.
-#include <string>
-#include <vector>
-
 #include "dro_get_set_config.h"
 #include "pipeline.h"
 
 namespace dro_test {
 namespace {
 
-class Command : public AgentTest {};
+using Command = PipelineTest;
+
+constexpr const char* kSchedule = "UPDATE_DTN_SCHEDULE";
 
 std::string text_of(std::size_t length) {
     return std::string(length, 'x');
 }
 
-struct BadMember {
-    const char* command;
-    std::string data;
-    const char* logText;
-    int level;
-    const char* reason;  // null: not acknowledged
-};
+// A data object that ends with a text of this length; `before` are its other members.
+std::string data_with(const std::string& name, std::size_t length, const std::string& before = "") {
+    return "{" + before + "\"" + name + "\":\"" + text_of(length) + "\"}";
+}
 
-TEST_F(Command, RefusesMissingAndOverlongMembers) {
-    const char* noMac = "CD MAC is not present!\n";
-    const char* macReason = "Invalid Argument cdMac";
-    const std::string longMac = R"({"cdMac":")" + text_of(20) + R"("})";
-    const std::string mac = R"("cdMac":"02:00:00:00:00:01")";
-    const std::vector<BadMember> cases{
-        {"UPDATE_DTN_SCHEDULE", "{}", "timeZone is not present!\n", 2, "Invalid Argument timeZone"},
-        {"UPDATE_DTN_SCHEDULE", R"({"timeZone":"a"})", "startTime is not present!\n", 2, "Invalid Argument startTime"},
-        {"UPDATE_DTN_SCHEDULE", R"({"timeZone":"a","startTime":"b"})", "endTime is not present!\n", 2,
-         "Invalid Argument endTime"},
-        {"UPDATE_DTN_SCHEDULE", R"({"timeZone":")" + text_of(20) + R"("})", "Overflow of timeZone buffer\n", 4,
-         nullptr},
-        {"UPDATE_DTN_SCHEDULE", R"({"timeZone":"a","startTime":")" + text_of(20) + R"("})",
-         "Overflow of startTime buffer\n", 4, nullptr},
-        {"UPDATE_DTN_SCHEDULE", R"({"timeZone":"a","startTime":"b","endTime":")" + text_of(20) + R"("})",
-         "Overflow of endTime buffer\n", 4, nullptr},
-        {"TAG_CD", "{}", noMac, 2, macReason},
-        {"TAG_CD", longMac, "Overflow of cdMAC buffer\n", 4, nullptr},
-        {"TAG_CD", "{" + mac + "}", "tagStatus is not present!\n", 2, "Invalid Argument tagStatus"},
-        {"CUSTOMIZE_CD", R"({"cdMac":7})", noMac, 4, macReason},
-        {"CUSTOMIZE_CD", "{" + mac + R"(,"cdName":")" + text_of(128) + R"("})", "Overflow of cdName buffer\n", 4,
-         nullptr},
-        {"CUSTOMIZE_CD", "{" + mac + R"(,"cdBrand":")" + text_of(32) + R"("})", "Overflow of cdType buffer\n", 4,
-         nullptr},
-        {"CUSTOMIZE_CD", longMac, "Overflow of cdMAC buffer\n", 4, nullptr},
-        {"CUSTOMIZE_CD", "{" + mac + R"(,"cdType":")" + text_of(32) + R"("})", "Overflow of cdType buffer\n", 4,
-         nullptr},
-        {"CUSTOMIZE_CD", "{" + mac + R"(,"cdModel":")" + text_of(32) + R"("})", "Overflow of cdType buffer\n", 4,
-         nullptr},
-        {"BLOCK_CD", "", noMac, 2, macReason},
-        {"BLOCK_CD", R"("no object")", noMac, 2, macReason},
-        {"BLOCK_CD", R"({"CDMAC":"02:00:00:00:00:01"})", noMac, 2, macReason},
-        {"UNBLOCK_CD", R"({"cdMac":null})", noMac, 2, macReason},
-        {"UNBLOCK_CD", longMac, "Overflow of cdMAC buffer\n", 4, nullptr},
-        {"BLOCK_CD_BULK", "{}", noMac, 2, macReason},
-        {"UNBLOCK_CD_BULK", "{}", noMac, 1, macReason},
-        {"FETCH_CD", R"({"fetchFor":"x"})", "Status is not present!\n", 2, "Invalid Argument Status"},
-        {"ACTIVATE_CIRCLE", "{}", "Status is not present!\n", 2, "Invalid Argument Status"},
-        {"DEACTIVATE_CIRCLE", "", "Status is not present!\n", 2, "Invalid Argument Status"},
-        {"REMOVE_CD", "{}", noMac, 2, macReason},
-        {"REMOVE_CD", longMac, "Overflow of cdMAC buffer\n", 4, nullptr},
-    };
-    std::size_t acknowledged = 0;
-    for (const BadMember& bad : cases) {
-        SCOPED_TRACE(std::string(bad.command) + " " + bad.data);
-        log.forget();
-        EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", bad.command, bad.data).c_str()), -1);
-        EXPECT_TRUE(log.has(bad.logText, bad.level));
-        if (bad.reason != nullptr) {
-            EXPECT_EQ(acknowledgements(++acknowledged).back(), std::string("u 0 ") + bad.reason);
-        }
-        EXPECT_EQ(cloud.requests().size(), acknowledged);
+TEST_F(Command, RefusesAMissingMember) {
+    constexpr const char* kNoMac = "CD MAC is not present!\n";
+    constexpr const char* kMacReason = "Invalid Argument cdMac";
+    constexpr const char* kNoStatus = "Status is not present!\n";
+    constexpr const char* kStatusReason = "Invalid Argument Status";
+    const Cases<const char*, const char*, const char*, int, const char*> cases{
+        {kSchedule, "{}", "timeZone is not present!\n", 2, "Invalid Argument timeZone"},
+        {kSchedule, R"({"timeZone":""})", "startTime is not present!\n", 2, "Invalid Argument startTime"},
+        {kSchedule, R"({"timeZone":"","startTime":""})", "endTime is not present!\n", 2, "Invalid Argument endTime"},
+        {"TAG_CD", "{}", kNoMac, 2, kMacReason},
+        {"TAG_CD", R"({"cdMac":""})", "tagStatus is not present!\n", 2, "Invalid Argument tagStatus"},
+        {"CUSTOMIZE_CD", R"({"cdMac":7})", kNoMac, 4, kMacReason},
+        {"BLOCK_CD", "", kNoMac, 2, kMacReason},
+        {"BLOCK_CD", R"("no object")", kNoMac, 2, kMacReason},
+        {"BLOCK_CD", R"({"CDMAC":"02:00:00:00:00:01"})", kNoMac, 2, kMacReason},
+        {"UNBLOCK_CD", R"({"cdMac":null})", kNoMac, 2, kMacReason},
+        {"BLOCK_CD_BULK", "{}", kNoMac, 2, kMacReason},
+        {"UNBLOCK_CD_BULK", "{}", kNoMac, 1, kMacReason},
+        {"REMOVE_CD", "{}", kNoMac, 2, kMacReason},
+        {"FETCH_CD", R"({"fetchFor":"x"})", kNoStatus, 2, kStatusReason},
+        {"ACTIVATE_CIRCLE", "{}", kNoStatus, 2, kStatusReason},
+        {"DEACTIVATE_CIRCLE", "", kNoStatus, 2, kStatusReason}};
+    for (const auto& [command, data, said, level, reason] : cases) {
+        SCOPED_TRACE(std::string(command) + " " + data);
+        forget();
+        EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", command, data).c_str()), -1);
+        EXPECT_TRUE(log.has(said, level));
+        EXPECT_EQ(acknowledgements(1), Texts{std::string("u 0 ") + reason});
     }
 }
 
+TEST_F(Command, DropsAMemberThatIsTooLong) {
+    constexpr const char* kMac = "Overflow of cdMAC buffer\n";
+    constexpr const char* kType = "Overflow of cdType buffer\n";
+    const std::string mac = R"("cdMac":"",)";
+    const Cases<const char*, std::string, const char*> cases{
+        {kSchedule, data_with("timeZone", 20), "Overflow of timeZone buffer\n"},
+        {kSchedule, data_with("startTime", 20, R"("timeZone":"",)"), "Overflow of startTime buffer\n"},
+        {kSchedule, data_with("endTime", 20, R"("timeZone":"","startTime":"",)"), "Overflow of endTime buffer\n"},
+        {"TAG_CD", data_with("cdMac", 20), kMac},
+        {"UNBLOCK_CD", data_with("cdMac", 20), kMac},
+        {"REMOVE_CD", data_with("cdMac", 20), kMac},
+        {"CUSTOMIZE_CD", data_with("cdMac", 20), kMac},
+        {"CUSTOMIZE_CD", data_with("cdName", 128, mac), "Overflow of cdName buffer\n"},
+        {"CUSTOMIZE_CD", data_with("cdType", 32, mac), kType},
+        {"CUSTOMIZE_CD", data_with("cdBrand", 32, mac), kType},
+        {"CUSTOMIZE_CD", data_with("cdModel", 32, mac), kType}};
+    for (const auto& [command, data, said] : cases) {
+        log.forget();
+        EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", command, data).c_str()), -1) << data;
+        EXPECT_TRUE(log.has(said, 4)) << data;
+    }
+    EXPECT_TRUE(cloud.requests().empty());
+}
+
 TEST_F(Command, ChecksTheEnvelopeItself) {
-    const struct {
-        std::string message;
-        int result;
-        const char* logText;
-        const char* reason;  // null: not acknowledged
-    } cases[] = {
+    constexpr const char* kUnknown = "Invalid Command for Operation\n";
+    const Cases<std::string, int, const char*, const char*> cases{
+        // message, result, log, and the reason of the acknowledgement, if there is one
         {"no JSON", -1, "Buffer is no JSON\n", nullptr},
         {R"({"cmd":"BLOCK_CD"})", -1, "UUID is not present!\n", nullptr},
         {R"({"UUID":5,"cmd":"BLOCK_CD"})", -1, "UUID is not present!\n", nullptr},
@@ -92,68 +85,43 @@ TEST_F(Command, ChecksTheEnvelopeItself) {
         {R"({"UUID":"u"})", -1, "CMD is not present!\n", "Invalid Argument CMD"},
         {R"({"UUID":"u","cmd":7})", -1, "CMD is not present!\n", "Invalid Argument CMD"},
         {envelope("u", text_of(128)), -1, "Overflow of cmd buffer\n", nullptr},
-        {envelope("u", text_of(127)), 0, "Invalid Command for Operation\n", "Invalid Command"},
-        {envelope("u", "block_cd"), 0, "Invalid Command for Operation\n", "Invalid Command"},
+        {envelope("u", text_of(127)), 0, kUnknown, "Invalid Command"},
+        {envelope("u", "block_cd"), 0, kUnknown, "Invalid Command"},
         {envelope("u", "BLOCK_CD "), 0, "data object is not present!\n", "Invalid Command"},
-        {envelope(text_of(127), "X"), 0, "Invalid Command for Operation\n", "Invalid Command"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.message);
-        log.forget();
-        cloud.forget();
-        EXPECT_EQ(dro::parseUUIDBaseBuffer(c.message.c_str()), c.result);
-        EXPECT_TRUE(log.has(c.logText));
-        const std::string uuid = json_value(c.message, "UUID");
-        const auto expected = c.reason != nullptr ? Texts{uuid + " 0 " + c.reason} : Texts{};
+        {envelope(text_of(127), "X"), 0, kUnknown, "Invalid Command"}};
+    for (const auto& [message, result, said, reason] : cases) {
+        SCOPED_TRACE(message);
+        forget();
+        EXPECT_EQ(dro::parseUUIDBaseBuffer(message.c_str()), result);
+        EXPECT_TRUE(log.has(said));
+        const auto expected = reason != nullptr ? Texts{json_value(message, "UUID") + " 0 " + reason} : Texts{};
         EXPECT_EQ(acknowledgements(expected.size()), expected);
     }
 }
 
 TEST_F(Command, TakesWhatIsOptionalOrJustFits) {
-    const std::string longest = R"({"cdMac":")" + text_of(19) + R"(","cdName":")" + text_of(127) + R"(","cdType":")" +
-                                text_of(31) + R"(","cdBrand":")" + text_of(31) + R"(","cdModel":")" + text_of(31) +
-                                R"("})";
+    const auto fits = [](const char* name, std::size_t length) {
+        return std::string(",\"") + name + "\":\"" + text_of(length) + "\"";
+    };
+    const std::string longest = R"({"cdMac":")" + text_of(19) + "\"" + fits("cdName", 127) + fits("cdType", 31) +
+                                fits("cdBrand", 31) + fits("cdModel", 31) + "}";
     EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", "CUSTOMIZE_CD", longest).c_str()), 0);
     EXPECT_EQ(store.get("DALHConfig.DisplayName"), text_of(127));
     EXPECT_EQ(store.get("DALHConfig.DeviceType") + store.get("DALHConfig.DisplayBrand"), text_of(62));
     EXPECT_EQ(store.get("DALHConfig.DisplayModel"), text_of(31));
     EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", "CUSTOMIZE_CD", R"({"cdMac":""})").c_str()), 0);
-    for (const char* missing : {"CD Name is not present! Perhaps cdName is not customized!\n",
-                                "CD Type is not present! Perhaps cdType is not customized!\n",
-                                "CD Brand is not present! Perhaps cdBrand is not customized!\n",
-                                "CD Model is not present! Perhaps cdModel is not customized!\n"}) {
-        EXPECT_TRUE(log.has(missing, 4)) << missing;
+    for (const std::string name : {"Name", "Type", "Brand", "Model"}) {
+        EXPECT_TRUE(log.has("CD " + name + " is not present! Perhaps cd" + name + " is not customized!\n", 4)) << name;
     }
     EXPECT_EQ(store.get("DALHConfig.DisplayName"), "");
     const std::string time = text_of(19);
     const std::string times =
         R"({"timeZone":")" + time + R"(","startTime":")" + time + R"(","endTime":")" + time + R"("})";
-    EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", "UPDATE_DTN_SCHEDULE", times).c_str()), 0);
+    EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", kSchedule, times).c_str()), 0);
     EXPECT_TRUE(log.has("Got info for DTNSchedule time change\nData: UUID = u, cmd = UPDATE_DTN_SCHEDULE, timeZone = " +
                             time + ", startTime = " + time + ", endTime = " + time + "\n",
                         1));
     EXPECT_EQ(acknowledgements(3), Texts(3, "u 1 Success"));
-}
-
-// The list that is asked for answers the transaction; nothing else does.
-TEST_F(Command, ClaimsAndAsksForTheList) {
-    const struct {
-        const char* data;
-        const char* fetchFor;
-        const char* logText;
-    } cases[] = {{"", "", "fetchFor is not present!\n"},
-                 {R"({"fetchFor":"123456789012345"})", "123456789012345", "getting fetchFor\n"},
-                 {R"({"fetchFor":"12345678901234567890"})", "123456789012345", "Overflow of UUID buffer\n"}};
-    for (const auto& c : cases) {
-        const StoreSpy spy;
-        EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u-9", "DEVICE_CLAIMED", c.data).c_str()), 0);
-        EXPECT_EQ(spy.writes(),
-                  (Texts{"DroCfg.claimState=true", "DroStatus.cdilTransUuid=u-9",
-                         std::string("DroStatus.cdilfetchFor=") + c.fetchFor, "DILGeneral.CDILTrigger=true",
-                         "DALHConfig.FeatureID=8", "DALHConfig.CDILRequest=occupied", "DALHConfig.ProcessID=1"}));
-        EXPECT_TRUE(log.has(c.logText)) << c.data;
-    }
-    EXPECT_TRUE(cloud.requests().empty());
 }
 
 TEST_F(Command, ReportsAStoreThatFails) {
@@ -161,31 +129,26 @@ TEST_F(Command, ReportsAStoreThatFails) {
     const char* const list = R"({"elements":[{"cdMac":"02:00:00:00:00:01"}]})";
     const char* const unsuccessful = "u 0 HAB Transaction not successful";
     const char* const listFailed = "u 0 failed to set Mac on DALH";
-    const struct {
-        const char* command;
-        const char* data;
-        const char* failing;
-        const char* acknowledgement;
-    } cases[] = {{"BLOCK_CD", one, "DALHConfig.ProcessID", "u 0 Success"},
-                 {"UNBLOCK_CD", one, "DALHConfig.FeatureID", "u 1 Success"},
-                 {"TAG_CD", one, "DALHConfig.ProcessID", "u 0 Success"},
-                 {"BST_ENABLE", one, "DALHConfig.ProcessID", "u 0 Success"},
-                 {"DEVICE_CLAIMED", one, "DALHConfig.ProcessID", "u 0 Unable to set claim"},
-                 {"CUSTOMIZE_CD", one, "DALHConfig.DisplayModel", unsuccessful},
-                 {"CUSTOMIZE_CD", one, "DALHConfig.FeatureID", unsuccessful},
-                 {"REMOVE_CD", one, "DALHConfig.FeatureID", unsuccessful},
-                 {"REMOVE_CD", one, "DALHConfig.ProcessID", unsuccessful},
-                 {"BLOCK_CD_BULK", list, "DALHprofileMAC.MACcount", listFailed},
-                 {"UNBLOCK_CD_BULK", list, "DALHConfig.FeatureID", listFailed},
-                 {"UNBLOCK_CD_BULK", list, "DALHConfig.ProcessID", listFailed}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.command) + " " + c.failing);
-        cloud.forget();
-        log.forget();
+    const Cases<const char*, const char*, const char*, const char*> cases{
+        {"BLOCK_CD", one, "DALHConfig.ProcessID", "u 0 Success"},
+        {"UNBLOCK_CD", one, "DALHConfig.FeatureID", "u 1 Success"},
+        {"TAG_CD", one, "DALHConfig.ProcessID", "u 0 Success"},
+        {"BST_ENABLE", one, "DALHConfig.ProcessID", "u 0 Success"},
+        {"DEVICE_CLAIMED", one, "DALHConfig.ProcessID", "u 0 Unable to set claim"},
+        {"CUSTOMIZE_CD", one, "DALHConfig.DisplayModel", unsuccessful},
+        {"CUSTOMIZE_CD", one, "DALHConfig.FeatureID", unsuccessful},
+        {"REMOVE_CD", one, "DALHConfig.FeatureID", unsuccessful},
+        {"REMOVE_CD", one, "DALHConfig.ProcessID", unsuccessful},
+        {"BLOCK_CD_BULK", list, "DALHprofileMAC.MACcount", listFailed},
+        {"UNBLOCK_CD_BULK", list, "DALHConfig.FeatureID", listFailed},
+        {"UNBLOCK_CD_BULK", list, "DALHConfig.ProcessID", listFailed}};
+    for (const auto& [command, data, failing, acknowledgement] : cases) {
+        SCOPED_TRACE(std::string(command) + " " + failing);
+        forget();
         StoreSpy spy;
-        spy.fail(c.failing, HAB_TIMEOUT);
-        EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", c.command, c.data).c_str()), 0);
-        EXPECT_EQ(acknowledgements(1), Texts{c.acknowledgement});
+        spy.fail(failing, HAB_TIMEOUT);
+        EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", command, data).c_str()), 0);
+        EXPECT_EQ(acknowledgements(1), Texts{acknowledgement});
         EXPECT_TRUE(log.has(std::string(hab_error_string(HAB_TIMEOUT)) + "\n", 4));
     }
 }
@@ -193,12 +156,15 @@ TEST_F(Command, ReportsAStoreThatFails) {
 TEST_F(Command, WritesItsRequestAndTriggersLast) {
     const char* const one = R"({"cdMac":"02:00:00:00:00:01","tagStatus":3})";
     const char* const success = "u 1 Success";
-    const struct {
-        const char* command;
-        const char* data;
-        const char* writes;  // to DALHConfig unless another table is named
-        const char* acknowledgement;
-    } cases[] = {
+    const auto claim = [](const std::string& fetchFor) {
+        return "DroCfg.claimState=true DroStatus.cdilTransUuid=u DroStatus.cdilfetchFor=" + fetchFor +
+               " DILGeneral.CDILTrigger=true FeatureID=8 CDILRequest=occupied ProcessID=1 ";
+    };
+    const Cases<const char*, const char*, std::string, const char*> cases{
+        // command, data, writes (to DALHConfig unless another table is named), acknowledgement (the list is one itself)
+        {"DEVICE_CLAIMED", "", claim(""), nullptr},
+        {"DEVICE_CLAIMED", R"({"fetchFor":"123456789012345"})", claim("123456789012345"), nullptr},
+        {"DEVICE_CLAIMED", R"({"fetchFor":"12345678901234567890"})", claim("123456789012345"), nullptr},
         {"BLOCK_CD", one, "FeatureID=7 blockCdMAC=02:00:00:00:00:01 ProcessID=1 ", success},
         {"BLOCK_CD", R"({"cdMac":"nonsense"})", "ProcessID=1 ", success},
         {"UNBLOCK_CD", one, "FeatureID=6 allowCdMAC=02:00:00:00:00:01 ProcessID=1 ", success},
@@ -214,32 +180,39 @@ TEST_F(Command, WritesItsRequestAndTriggersLast) {
         {"CUSTOMIZE_CD", one,
          "DeviceMAC=02:00:00:00:00:01 DisplayName= DeviceType= DisplayBrand= DisplayModel= FeatureID=9 ProcessID=1 ",
          success},
-        {"CUSTOMIZE_CD", "{\"cdMac\":\"-\",\"cdType\":\"caf\xc3\xa9\"}",
-         "DisplayName= ", "u 0 HAB Transaction not successful"},
+        {"CUSTOMIZE_CD", "{\"cdMac\":\"-\",\"cdType\":\"caf\xc3\xa9\"}", "DisplayName= DeviceType=caf\xc3\xa9 ",
+         "u 0 HAB Transaction not successful"},
         {"REMOVE_CD", one, "DeviceMAC=02:00:00:00:00:01 FeatureID=10 ProcessID=1 ", success},
         {"BLOCK_CD_BULK", R"({"elements":[{"cdMac":"02:00:00:00:00:05"},{"cdMac":5},{"cdMac":"02:00:00:00:00:06"}]})",
          "DALHprofileMAC.MACcount=3 DALHprofileMAC.ProfileMAC1=02:00:00:00:00:05 "
          "DALHprofileMAC.ProfileMAC3=02:00:00:00:00:06 FeatureID=11 ProcessID=1 ",
          success},
         {"UNBLOCK_CD_BULK", R"({"elements":"none"})", "DALHprofileMAC.MACcount=0 FeatureID=12 ProcessID=1 ", success},
-        {"UPDATE_DTN_SCHEDULE", R"({"timeZone":"UTC","startTime":"1","endTime":"2"})", "", success},
-    };
-    StoreWatch watch({"DALHConfig", "DALHprofileMAC"});
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.command) + " " + c.data);
+        {kSchedule, R"({"timeZone":"UTC","startTime":"1","endTime":"2"})", "", success}};
+    for (const auto& [command, data, expected, acknowledgement] : cases) {
+        SCOPED_TRACE(std::string(command) + " " + data);
         cloud.forget();
-        EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", c.command, c.data).c_str()), 0);
+        const StoreSpy spy;
+        EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", command, data).c_str()), 0);
         std::string writes;
-        for (const std::string& write : watch.take()) {
+        for (const std::string& write : spy.writes()) {
             writes += (write.starts_with("DALHConfig.") ? write.substr(11) : write) + " ";
         }
-        EXPECT_EQ(writes, c.writes);
-        EXPECT_EQ(acknowledgements(1), Texts{c.acknowledgement});
+        EXPECT_EQ(writes, expected);
+        const Texts acks = acknowledgement != nullptr ? Texts{acknowledgement} : Texts{};
+        EXPECT_EQ(acknowledgements(acks.size()), acks);
     }
+    EXPECT_TRUE(log.in_order({"fetchFor is not present!\n", "getting fetchFor\n", "Overflow of UUID buffer\n"}));
     for (const char* text : {"untag value matched!\n", "tag for both value matched!\n", "online tag value matched!\n",
                              "offline tag value matched!\n", "Bulk Block unblock function success\n"}) {
         EXPECT_TRUE(log.has(text, 1)) << text;
     }
+}
+
+TEST_F(Command, MarksAFetchFirst) {
+    const StoreSpy spy;
+    EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", "FETCH_CD", R"({"status":0})").c_str()), 0);
+    EXPECT_EQ(spy.writes().at(0), "RADebugLog.dbgArg1=FETCH_CD command recieved from cloud");
 }
 
 TEST_F(Command, AcceptsTwentyBulkElementsAndNoMore) {
@@ -265,70 +238,33 @@ TEST_F(Command, AcknowledgesByteForByteAndRetriesOnlySilence) {
     cloud.script("transactionAck/", {refused()});
     EXPECT_EQ(dro::sendTransactionACK("t-2", 1, "Success"), 0);
     EXPECT_EQ(cloud.requests().size(), 1U);
-    EXPECT_TRUE(log.has("\n Trans ACK API Status Failure response\n"));
     cloud.forget();
     cloud.answer_all(empty_answer(503));
     EXPECT_EQ(dro::sendTransactionACK("t-3", 1, "Success"), 1);
-    expect_three_attempts(cloud.requests("transactionAck/"), std::chrono::steady_clock::now(), true);
+    expect_three_attempts(true);
     EXPECT_EQ(log.count("No response from DRO Cloud\n"), 3U);
 }
 
-TEST_F(Command, JudgesTheAnswerByItsStatus) {
-    const struct {
-        const char* answer;
-        const char* said;
-        int level;
-        int result;
-    } cases[] = {{R"({"status":1})", "\nTrans ACK API Status Success response\n", 1, 0},
-                 {R"({"status":0})", "\n Trans ACK API Status Failure response\n", 4, -1},
-                 {R"({"status":"1"})", "\n Trans ACK API Status Failure response\n", 4, -1},
-                 {R"({"status":7})", "No Status code received...\n", 4, -1},
-                 {R"({"Status":1})", " Parse input string for key status not found\n", 4, 1}};
-    for (const auto& c : cases) {
-        log.forget();
-        EXPECT_EQ(dro::processTransAckApiResponse(c.answer), c.result) << c.answer;
-        EXPECT_TRUE(log.has(c.said, c.level)) << c.answer;
-    }
-    EXPECT_EQ(dro::processTransAckApiResponse("no JSON"), 1);
-}
-
 TEST_F(Command, NotesTheAcknowledgedCircleState) {
-    const struct {
-        const char* activation;
-        const char* enabled;
-        Texts states;
-    } cases[] = {{"activated", "none", {"activated"}},
-                 {"provisioned", "enabled", {"provisioned", "enabled"}},
-                 {"deactivated", "disabled", {"disabled"}},
-                 {"none", "fail", {}}};
-    for (const auto& c : cases) {
-        store.set_all({{"CircleCfgInternal.activationStatusDROA", c.activation},
-                       {"CircleCfgInternal.sorbEnableStatusDROA", c.enabled}});
+    const Cases<const char*, const char*, Texts> cases{{"activated", "none", {"activated"}},
+                                                       {"provisioned", "enabled", {"provisioned", "enabled"}},
+                                                       {"deactivated", "disabled", {"disabled"}},
+                                                       {"none", "fail", {}}};
+    for (const auto& [activation, enabled, states] : cases) {
+        store.set_all({{"CircleCfgInternal.activationStatusDROA", activation},
+                       {"CircleCfgInternal.sorbEnableStatusDROA", enabled}});
         const StoreSpy spy;
         dro::sendTransactionACK("t", 1, "Success");
         Texts expected;
-        for (const std::string& state : c.states) {
+        for (const std::string& state : states) {
             expected.push_back("CircleDebug.sorbSyncDone=" + state);
         }
-        EXPECT_EQ(spy.writes(), expected) << c.activation;
+        EXPECT_EQ(spy.writes(), expected) << activation;
     }
     const StoreSpy spy;
     cloud.answer_all(refused());
     dro::sendTransactionACK("t", 1, "Success");
     EXPECT_TRUE(spy.writes().empty());
-}
-
-TEST(Checkpoints, HaveTheirTexts) {
-    std::string all;
-    for (unsigned i = 0; i < 10; ++i) {
-        all += std::string(dro::getCdilDroagentCheckpointMessage(i)) + "|";
-    }
-    EXPECT_EQ(
-        all,
-        "CDIL payload creation start|CDIL payload creation done|CDIL Successfull|"
-        "CDIL notification after dalh processing|CDIL payload enqueue successfull|Update DALH for CDIL processing|"
-        "FETCH_CD command recieved from cloud|CDIL response initiate curl request to cloud|CDIL curl hit fail|"
-        "Unknown|");
 }
 
 }  // namespace

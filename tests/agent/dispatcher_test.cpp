@@ -1,9 +1,11 @@
-// The dispatcher: events leave in their order, each by its own way, and stop when told to.
+// The event queue - 256 slots that are no ring, small events that cost little - and its dispatcher: events leave in
+// their order, each by its own way, and stop when told to.
 #include "dro_dispatcher.h"
 
-#include <filesystem>
-#include <fstream>
-#include <set>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
 
 #include "dro_stop.h"
 #include "pipeline.h"
@@ -11,8 +13,83 @@
 namespace dro_test {
 namespace {
 
-constexpr const char* kHandled = "Free'd memory\n";
-constexpr const char* kDropped = "device not claimed yet! Dropping PN event \n";
+using Queue = PipelineTest;
+
+TEST_F(Queue, HandsEventsOverInTheirOrder) {
+    EXPECT_TRUE(dro::isQueueEmpty());
+    EXPECT_EQ(dro::dequeue(), 0);
+    for (const char* payload : {"1", "2", "3"}) {
+        EXPECT_EQ(dro::enqueue_buf({"NDNEV", payload}), 1);
+    }
+    EXPECT_EQ(dro::enqueue_buf({"B", std::nullopt}), 1);
+    EXPECT_EQ(dro::wait_for_event()->newestType, "B");
+    for (const char* payload : {"1", "2", "3", ""}) {
+        EXPECT_EQ(take_payload(), payload);
+    }
+    EXPECT_TRUE(dro::isQueueEmpty());
+    EXPECT_EQ(dro::dequeue(), 0);
+    EXPECT_TRUE(log.has("Dequeue Queue Data at index : 2, at Queue position = 1\n"));
+    EXPECT_EQ(log.count_starting("Dequeue Queue Data at index : "), 3U) << "the last one goes without a line";
+}
+
+TEST_F(Queue, IsFullAfter256UntilItHasBeenEmpty) {
+    for (int i = 0; i < 256; ++i) {
+        EXPECT_FALSE(dro::isQueueFull());
+        ASSERT_EQ(dro::enqueue_buf({"NDNEV", "{}"}), 1) << i;
+    }
+    EXPECT_TRUE(dro::isQueueFull());
+    EXPECT_EQ(dro::enqueue_buf({"NDNEV", "{}"}), 0);
+    for (int i = 0; i < 255; ++i) {
+        ASSERT_EQ(dro::dequeue(), 1) << i;
+    }
+    EXPECT_TRUE(dro::isQueueFull()) << "it is no ring";
+    EXPECT_EQ(dro::enqueue_buf({"NDNEV", "{}"}), 0);
+    EXPECT_EQ(dro::dequeue(), 1);
+    EXPECT_EQ(dro::enqueue_buf({"DTN", "{}"}), 1);
+}
+
+TEST_F(Queue, KeepsFiveCharactersOfTheTypeAndTwoMebibytesOfThePayload) {
+    constexpr std::size_t kMost = std::size_t{2} * 1024 * 1024 - 1;
+    EXPECT_EQ(dro::enqueue_buf({"UPDATE_CD", std::string(kMost + 10, 'x')}), 1);
+    EXPECT_EQ(dro::wait_for_event()->type, "UPDAT");
+    EXPECT_TRUE(take_payload() == std::string(kMost, 'x'));
+}
+
+TEST_F(Queue, ShowsAnEventOnlyOnceItsMarkIsWritten) {
+    StoreSpy spy;
+    std::atomic<bool> seen{false};
+    bool seenBeforeMark = false;
+    std::thread consumer;
+    spy.before_write("RADebugLog.dbgArg1", [&] {
+        consumer = std::thread([&] {
+            dro::wait_for_event();
+            seen = true;
+        });
+        seenBeforeMark = eventually([&] { return seen.load(); }, std::chrono::milliseconds(50));
+    });
+    EXPECT_EQ(dro::enqueue_buf({"NDNEV", "{}"}), 1);
+    consumer.join();
+    EXPECT_FALSE(seenBeforeMark);
+    EXPECT_EQ(spy.writes(), Texts{"RADebugLog.dbgArg1=CDIL payload enqueue successfull"});
+    EXPECT_TRUE(log.in_order({"In func enqueue_buf\n", "After memset\n", "Returning from enqueue_buf\n"}));
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // their own bookkeeping would be counted
+long resident_bytes() {
+    const std::string pages = file_text("/proc/self/statm");  // the program's, and of these the resident ones
+    return std::stol(pages.substr(pages.find(' '))) * sysconf(_SC_PAGESIZE);
+}
+
+TEST_F(Queue, CostsLittleForSmallEvents) {
+    dro::enqueue_buf({"NDNEV", "{}"});  // what the first event takes once
+    const long before = resident_bytes();
+    while (dro::enqueue_buf({"NDNEV", std::string(200, 'x')}) == 1) {
+    }
+    EXPECT_LT(resident_bytes() - before, 4L * 1024 * 1024);
+}
+#endif
+
+// ---- The dispatcher ----
 
 class Dispatcher : public PipelineTest {
  protected:
@@ -23,43 +100,73 @@ class Dispatcher : public PipelineTest {
         ASSERT_TRUE(log.wait_for("gets the claimState\n"));
     }
 
-    // Queues an event, waits until it was handled, and hands back what was sent.
-    std::vector<Request> dispatched(const char* tag) {
-        cloud.forget();
-        log.forget();
+    // Queues an event and waits until it was handled. `sent` is path and type of the request, or empty; `mark` is what
+    // the dispatcher itself then writes.
+    void expect(const char* tag, const std::string& sent, const std::string& mark, const char* logged, int level) {
+        SCOPED_TRACE(sent + logged);
+        forget();
+        const StoreSpy spy;
         EXPECT_EQ(dro::enqueue_buf({tag, "{}"}), 1);
-        EXPECT_TRUE(log.wait_for(kHandled)) << tag;
-        EXPECT_TRUE(dro::isQueueEmpty()) << tag;
-        return cloud.requests();
+        EXPECT_TRUE(log.wait_for("Free'd memory\n"));
+        EXPECT_TRUE(dro::isQueueEmpty());
+        std::string all;
+        for (const Request& request : cloud.requests()) {
+            all = request.path + json_value(request.body, "type");
+        }
+        EXPECT_EQ(all, sent);
+        std::string marks;
+        for (const char* field : {"DALHNotifyDTN.", "RADebugLog.cdilDebugStatus", "BSTCfg."}) {
+            for (const std::string& write : spy.writes(field)) {
+                marks += write;
+            }
+        }
+        EXPECT_EQ(marks, mark);
+        EXPECT_TRUE(log.has(std::string("Event is:") + tag + "\n", 2) && log.has(logged, level));
     }
 };
 
+constexpr const char* kNoDevice = "DALHNotifyDTN.Index=257";
+constexpr const char* kListSent = "RADebugLog.cdilDebugStatus=success";
+constexpr const char* kUnknown = "BSTCfg.BSTStatus=Unknown";
+
 TEST_F(Dispatcher, SendsEachEventByItsOwnWay) {
     start();
-    // `sent` is path and type of the request, or empty.
-    const auto expect = [&](bool claimed, const char* tag, const std::string& sent, const char* logged, int level) {
-        store.set("DroCfg.claimState", claimed ? "true" : "false");
-        std::string all;
-        for (const Request& request : dispatched(tag)) {
-            all += request.path + json_value(request.body, "type");
-        }
-        EXPECT_EQ(all, sent) << tag << claimed;
-        EXPECT_TRUE(log.has(std::string("Event is:") + tag + "\n", 2)) << tag;
-        EXPECT_TRUE(log.has(logged, level)) << tag << claimed;
-    };
-    expect(true, "NDNEV", "/syncCD/NDN", "NDN Event Matched!\n", 2);
-    expect(true, "DTN", "/syncCD/DTN", "DTN Event Matched!\n", 1);
-    expect(true, "DTNxx", "/syncCD/DTN", "eventTypeNo is 1\n", 1);
-    expect(true, "CDIL", "/syncCD/CDIL", "CDIL Sync successfull\n", 1);
-    expect(true, "CDILx", "/syncCD/CDIL", "eventTypeNo is 2\n", 1);
-    expect(true, "B", "/pushStData/M", "BST Event Matched!!\n", 2);
-    expect(true, "Bxyz", "/pushStData/M", "payload in dispatcher is {}\n", 1);
-    expect(true, "UPDAT", "/syncCD/UPDATE_CD", "UPDATE_CD Sync successfull\n", 1);
-    expect(false, "NDNEV", "", "device not claimed yet!      Dropping PN event \n", 4);
-    expect(false, "DTN", "", kDropped, 4);
-    expect(false, "CDIL", "/syncCD/CDIL", "CDIL Event Matched!\n", 1);
-    expect(false, "B", "", kDropped, 4);
-    expect(false, "UPDAT", "/syncCD/UPDATE_CD", "UPDATE_CD Event Matched!\n", 2);
+    expect("NDNEV", "/syncCD/NDN", "", "NDN Event Matched!\n", 2);
+    expect("DTN", "/syncCD/DTN", kNoDevice, "DTN Event Matched!\n", 1);
+    expect("DTNxx", "/syncCD/DTN", kNoDevice, "eventTypeNo is 1\n", 1);
+    expect("CDIL", "/syncCD/CDIL", kListSent, "CDIL Sync successfull\n", 1);
+    expect("CDILx", "/syncCD/CDIL", kListSent, "eventTypeNo is 2\n", 1);
+    expect("B", "/pushStData/M", kUnknown, "BST Event Matched!!\n", 2);
+    expect("Bxyz", "/pushStData/M", kUnknown, "payload in dispatcher is {}\n", 1);
+    expect("UPDAT", "/syncCD/UPDATE_CD", "", "UPDATE_CD Sync successfull\n", 1);
+    for (const char* scheduled : {"Scheduled", "ScheduledNow"}) {
+        store.set("BSTResults.bstRequestType", scheduled);
+        expect("B", "/pushStData/B", kUnknown, "Setting bststats as unknown\n", 1);
+    }
+    store.set_all({{"BSTResults.bstRequestType", "scheduled"}, {"DroCfg.claimState", "false"}});
+    constexpr const char* kDropped = "device not claimed yet! Dropping PN event \n";
+    expect("NDNEV", "", "", "device not claimed yet!      Dropping PN event \n", 4);
+    expect("DTN", "", "", kDropped, 4);
+    expect("CDIL", "/syncCD/CDIL", kListSent, "CDIL Event Matched!\n", 1);
+    expect("B", "", "", kDropped, 4);
+    expect("UPDAT", "/syncCD/UPDATE_CD", "", "UPDATE_CD Event Matched!\n", 2);
+}
+
+TEST_F(Dispatcher, GoesOnAfterAnEventThatFailed) {
+    start();
+    store.set("BSTResults.bstRequestType", "scheduled");
+    cloud.answer_all(refused());
+    expect("DTN", "/syncCD/DTN", kNoDevice, "DTN Sync not successfull\n", 4);
+    expect("UPDAT", "/syncCD/UPDATE_CD", "", "UPDATE_CD Sync not successfull\n", 4);
+    cloud.answer_all(hang_up());
+    expect("DTN", "/syncCD/DTN", kNoDevice, "No response from DRO Cloud\n", 4);
+    expect("UPDAT", "/syncCD/UPDATE_CD", "", "UPDATE_CD Sync successfull\n", 1);
+    expect("B", "/pushStData/M", kUnknown, "Setting bststats as unknown\n", 1);
+    expect("CDIL", "/syncCD/CDIL", kListSent, "CDIL Sync successfull\n", 1);
+    store.set("DroStatus.cdilTransUuid", "t-1");
+    expect("CDIL", "/transactionAck/", "", "CDIL Sync not successfull\n", 4);
+    cloud.answer_all(refused());
+    expect("CDIL", "/transactionAck/", kListSent, "CDIL Sync successfull\n", 1);
 }
 
 TEST_F(Dispatcher, KeepsTheOrderBehindAStalledCloud) {
@@ -77,44 +184,6 @@ TEST_F(Dispatcher, KeepsTheOrderBehindAStalledCloud) {
     EXPECT_EQ(order, "12345");
 }
 
-TEST_F(Dispatcher, LeavesMarksOfWhatBecameOfAnEvent) {
-    start();
-    const auto expect = [&](const char* tag, const Answer& answer, const Texts& marks, const char* logged, int level) {
-        cloud.answer_all(answer);
-        const StoreSpy spy;
-        const auto requests = dispatched(tag);
-        Texts writes;
-        for (const char* mark : {"DALHNotifyDTN.", "RADebugLog.cdilDebugStatus", "BSTCfg."}) {
-            const auto more = spy.writes(mark);
-            writes.insert(writes.end(), more.begin(), more.end());
-        }
-        EXPECT_EQ(writes, marks) << tag << answer.body;
-        EXPECT_TRUE(log.has(logged, level)) << tag << answer.body;
-        return requests.empty() ? "" : json_value(requests[0].body, "type");
-    };
-    const Texts noDevice{"DALHNotifyDTN.Index=257"};
-    expect("DTN", accepted(), noDevice, "G-API call Successfull\n\n", 1);
-    expect("DTN", refused(), noDevice, "DTN Sync not successfull\n", 4);
-    expect("DTN", hang_up(), noDevice, "No response from DRO Cloud\n", 4);
-    expect("UPDAT", refused(), {}, "UPDATE_CD Sync not successfull\n", 4);
-    expect("UPDAT", hang_up(), {}, "UPDATE_CD Sync successfull\n", 1);
-
-    const Texts listSent{"RADebugLog.cdilDebugStatus=success"};
-    expect("CDIL", hang_up(), listSent, "CDIL Sync successfull\n", 1);
-    store.set("DroStatus.cdilTransUuid", "t-1");
-    expect("CDIL", refused(), listSent, "CDIL Sync successfull\n", 1);
-    expect("CDIL", hang_up(), {}, "CDIL Sync not successfull\n", 4);
-
-    const auto expect_kind = [&](const char* requestType, const Answer& answer, const char* kind) {
-        store.set("BSTResults.bstRequestType", requestType);
-        EXPECT_EQ(expect("B", answer, {"BSTCfg.BSTStatus=Unknown"}, "Setting bststats as unknown\n", 1), kind);
-    };
-    expect_kind("Scheduled", accepted(), "B");
-    expect_kind("ScheduledNow", refused(), "B");
-    expect_kind("scheduled", hang_up(), "M");
-    expect_kind("", accepted(), "M");
-}
-
 TEST_F(Dispatcher, LooksAtAnUnknownEventAgainAndAgainWhileLaterOnesWait) {
     start();
     const auto begin = std::chrono::steady_clock::now();
@@ -129,48 +198,13 @@ TEST_F(Dispatcher, LooksAtAnUnknownEventAgainAndAgainWhileLaterOnesWait) {
     EXPECT_EQ(cloud.wait_for(1).size(), 1U) << "the one behind it";
 }
 
-std::set<std::string> threads() {
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
-        names.insert(entry.path());
-    }
-    return names;
-}
-
-// How often a thread has waited, as the kernel says it.
-std::string voluntary_switches(const std::string& thread) {
-    std::ifstream file(thread + "/status");
-    std::string line;
-    while (std::getline(file, line) && !line.starts_with("voluntary_ctxt_switches:")) {
-    }
-    return line;
-}
-
-TEST_F(Dispatcher, SleepsWhileThereIsNothingToDo) {
-    const auto before = threads();
-    start();
-    std::string dispatcher;
-    for (const std::string& thread : threads()) {
-        dispatcher = before.contains(thread) ? dispatcher : thread;
-    }
-    // Asleep once its count stands still; then it must stay so.
-    std::string switches;
-    const auto moved = [&] { return std::exchange(switches, voluntary_switches(dispatcher)) != switches; };
-    ASSERT_TRUE(eventually([&] { return !eventually(moved, std::chrono::milliseconds(20)); }));
-    EXPECT_FALSE(eventually(moved, std::chrono::milliseconds(300)));
-    ASSERT_FALSE(switches.empty());
-    dispatched("NDNEV");
-    EXPECT_TRUE(moved()) << "it was the dispatcher that was looked at";
-}
-
 TEST_F(Dispatcher, EndsAtOnceInTheMiddleOfAnything) {
     set_durations([](dro::Durations& durations) {
         durations.retryPause = std::chrono::minutes(1);
         durations.unknownEvent = std::chrono::minutes(1);
     });
-    const auto expect = [&](const char* what, const char* tag, const Answer& answer, const char* reached) {
-        log.forget();
-        cloud.forget();
+    const auto expect_end = [&](const char* what, const char* tag, const Answer& answer, const char* reached) {
+        forget();
         dro::clear_stop();
         start();
         cloud.script("syncCD/", {answer});
@@ -184,10 +218,10 @@ TEST_F(Dispatcher, EndsAtOnceInTheMiddleOfAnything) {
         EXPECT_TRUE(log.in_order({"Cancel Dispatcher Thread!\n", "Cancel Dispatcher Thread destroy the mutex\n"}));
         cloud.release();
     };
-    expect("a transfer", "NDNEV", stall(), "");
-    expect("a pause", "NDNEV", hang_up(), "No response from DRO Cloud\n");
-    expect("an unknown event", "?", accepted(), "No Case Matched!\n");
-    expect("nothing", "", accepted(), "Initing DROAgent Dispatcher!\n");
+    expect_end("a transfer", "NDNEV", stall(), "");
+    expect_end("a pause", "NDNEV", hang_up(), "No response from DRO Cloud\n");
+    expect_end("an unknown event", "?", accepted(), "No Case Matched!\n");
+    expect_end("nothing", "", accepted(), "Initing DROAgent Dispatcher!\n");
 }
 
 TEST_F(Dispatcher, IsNotThereWithoutTheStoresSupport) {

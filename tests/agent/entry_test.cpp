@@ -1,24 +1,17 @@
 // How the outside reaches the agent: the router's identity, the store's notices, and the connector's callbacks.
-#include <cerrno>
-#include <string>
 #include <thread>
 
-#include "agent_test.h"
 #include "dro_dal.h"
 #include "dro_get_dalfld.h"
 #include "dro_main.h"
 #include "dro_parse_cnf.h"
 #include "faults.h"
+#include "pipeline.h"
 
 namespace dro_test {
 namespace {
 
-class Entry : public AgentTest {
- protected:
-    std::string blocking(const std::string& uuid) const {
-        return envelope(uuid, "BLOCK_CD", R"({"cdMac":"02:00:00:00:00:01"})");
-    }
-};
+using Entry = AgentTest;
 
 TEST_F(Entry, IdentityIsCompleteOnlyWithEveryPart) {
     EXPECT_TRUE(
@@ -26,26 +19,20 @@ TEST_F(Entry, IdentityIsCompleteOnlyWithEveryPart) {
     EXPECT_TRUE(log.in_order({"Getting the jorvId size", "Error logs after jorvid", "JorvID jorv-1\n",
                               "claimed claim-1\n", "FSN FSN0123456789\n", "DeviceModel RX-1\n",
                               "DeviceName Home router\n", "FwRevision 7.8.9\n", "DefaultMAC 02:00:00:00:00:0A\n\n"}));
-    const struct {
-        const char* field;
-        const char* value;
-        int result;
-    } cases[] = {
-        {"General.FSN", "", 1},
-        {"JorvagentCfg.jorv_agent_id", "", 1},
-        {"General.DeviceName", "", 1},
-        {"General.DeviceModel", "", 1},
-        {"General.FwRevision", "", 1},
-        {"General.DefaultMAC", "00:00:00:00:00:00", 1},
-        {"Drocfg.DroBaseURL", "", 0},
-        {"JorvagentCfg.jorv_agent_claim_code", "", 0},
-        {"General.FSN", "012345678901234", 0},
-    };
-    for (const auto& c : cases) {
-        const std::string before = store.get(c.field);
-        store.set(c.field, c.value);
-        EXPECT_EQ(dro::get_hab_info(), c.result) << c.field;
-        store.set(c.field, before);
+    const Cases<const char*, const char*, int> cases{{"General.FSN", "", 1},
+                                                     {"JorvagentCfg.jorv_agent_id", "", 1},
+                                                     {"General.DeviceName", "", 1},
+                                                     {"General.DeviceModel", "", 1},
+                                                     {"General.FwRevision", "", 1},
+                                                     {"General.DefaultMAC", "00:00:00:00:00:00", 1},
+                                                     {"Drocfg.DroBaseURL", "", 0},
+                                                     {"JorvagentCfg.jorv_agent_claim_code", "", 0},
+                                                     {"General.FSN", "012345678901234", 0}};
+    for (const auto& [field, value, result] : cases) {
+        const std::string before = store.get(field);
+        store.set(field, value);
+        EXPECT_EQ(dro::get_hab_info(), result) << field;
+        store.set(field, before);
     }
     store.set("General.FSN", "ABC");
     dro::get_hab_info();
@@ -53,20 +40,13 @@ TEST_F(Entry, IdentityIsCompleteOnlyWithEveryPart) {
 }
 
 TEST_F(Entry, StatusTextsAreTheAgentsOwn) {
-    const char* const texts[] = {"No Error",
-                                 "Connection Timeout",
-                                 "HAB_SHUTDOWN ERROR",
-                                 "HAB_NOSUCH_ITEM ERROR",
-                                 "HAB_TOO_LONG ERROR",
-                                 "Not a Valid Input",
-                                 "HAB_WRONG_TYPE ERROR",
-                                 "HAB_ENCODING ERROR",
-                                 "HAB_ERROR",
-                                 "HAB Unknown Error",
-                                 "Unknown"};
+    std::string texts;
     for (int status = 0; status <= 10; ++status) {
-        EXPECT_STREQ(dro::error_message(status), texts[status]);
+        texts += std::string(dro::error_message(status)) + "|";
     }
+    EXPECT_EQ(texts,
+              "No Error|Connection Timeout|HAB_SHUTDOWN ERROR|HAB_NOSUCH_ITEM ERROR|HAB_TOO_LONG ERROR|"
+              "Not a Valid Input|HAB_WRONG_TYPE ERROR|HAB_ENCODING ERROR|HAB_ERROR|HAB Unknown Error|Unknown|");
     dro::print_err(0);
     dro::showHABErr(7, "T", "F", 0);
     EXPECT_FALSE(log.has("Error: No Error\n"));
@@ -79,7 +59,6 @@ TEST_F(Entry, StatusTextsAreTheAgentsOwn) {
 
 TEST_F(Entry, NoticesReachTheHandlerOfTheirField) {
     static std::atomic<int> calls;
-    calls = 0;
     int context = 5;
     const auto count = [](void* five) { calls += *static_cast<int*>(five); };
     EXPECT_EQ(dro::dal_call_on_change("RADebugLog", "dbgArg1", count, &context), 0);
@@ -93,21 +72,18 @@ TEST_F(Entry, NoticesReachTheHandlerOfTheirField) {
 }
 
 TEST_F(Entry, ConnectorStateRegistersOrAsksForAConnection) {
-    StoreWatch watch({"JorvagentCfg"});
-    const std::vector<std::string> forced{"JorvagentCfg.jorv_force_connection=1"};
-    const struct {
-        int registered, claimed, connected;
-        std::size_t registrations;
-        std::vector<std::string> writes;
-    } cases[] = {{1, 0, 0, 1, {}}, {0, 0, 1, 1, {}}, {0, 1, 0, 0, forced}, {0, 0, 0, 0, {}}, {1, 1, 1, 1, {}}};
-    for (const auto& c : cases) {
+    const Texts forced{"JorvagentCfg.jorv_force_connection=1"};
+    const Cases<int, int, int, std::size_t, Texts> cases{
+        {1, 0, 0, 1, {}}, {0, 0, 1, 1, {}}, {0, 1, 0, 0, forced}, {0, 0, 0, 0, {}}, {1, 1, 1, 1, {}}};
+    for (const auto& [registered, claimed, connected, registrations, writes] : cases) {
         cloud.forget();
         cloud.script("addJorvDeviceId/",
                      {text_answer(R"({"status":1,"reset":false,"claimState":true,"syncTime":null})")});
         store.set("DROStatus.addJorvdeviceIdDone", "false");
-        dro::JorvAgentStatus_cbHandler(c.registered, c.claimed, c.connected);
-        EXPECT_EQ(cloud.requests("addJorvDeviceId/").size(), c.registrations);
-        EXPECT_EQ(watch.take(), c.writes);
+        const StoreSpy spy;
+        dro::JorvAgentStatus_cbHandler(registered, claimed, connected);
+        EXPECT_EQ(cloud.requests("addJorvDeviceId/").size(), registrations);
+        EXPECT_EQ(spy.writes("JorvagentCfg."), writes);
     }
     EXPECT_TRUE(log.in_order(
         {"Callback successfull, jorv_agent_registered is: 0, jorv_agent_claimed is 1,  jorv_agent_connected is: 0\n",
@@ -117,19 +93,15 @@ TEST_F(Entry, ConnectorStateRegistersOrAsksForAConnection) {
 }
 
 TEST_F(Entry, OnlyATextUuidMakesACommand) {
-    const struct {
-        std::string message;
-        int result;
-        std::size_t acknowledged;
-    } cases[] = {{"no JSON", 0, 0},         {R"({"UUID":5,"cmd":"X"})", 0, 0},     {R"([1])", 0, 0},
-                 {envelope("", "X"), 0, 1}, {R"({"UUID":"u","UUID":"v"})", -1, 1}, {std::string(1001, '['), 0, 0}};
-    for (const auto& c : cases) {
-        cloud.forget();
-        log.forget();
-        EXPECT_EQ(dro::parseConfigBuff(c.message.c_str()), c.result) << c.message;
-        EXPECT_EQ(cloud.requests().size(), c.acknowledged) << c.message;
-        EXPECT_EQ(log.has("[DROAGENT] : UUID is present!\n", 2), c.acknowledged > 0);
-        EXPECT_TRUE(log.has("[DROAGENT] : FUNC : parseConfigBuff - Received Data: " + c.message + "\n", 1));
+    const Cases<std::string, int, std::size_t> cases{
+        {"no JSON", 0, 0},         {R"({"UUID":5,"cmd":"X"})", 0, 0},     {R"([1])", 0, 0},
+        {envelope("", "X"), 0, 1}, {R"({"UUID":"u","UUID":"v"})", -1, 1}, {std::string(1001, '['), 0, 0}};
+    for (const auto& [message, result, acknowledged] : cases) {
+        forget();
+        EXPECT_EQ(dro::parseConfigBuff(message.c_str()), result) << message;
+        EXPECT_EQ(cloud.requests().size(), acknowledged) << message;
+        EXPECT_EQ(log.has("[DROAGENT] : UUID is present!\n", 2), acknowledged > 0);
+        EXPECT_TRUE(log.has("[DROAGENT] : FUNC : parseConfigBuff - Received Data: " + message + "\n", 1));
     }
     dro::JorvAgentNotification_cbHandler(nullptr);
     dro::cb_test("event");
@@ -140,7 +112,9 @@ TEST_F(Entry, OnlyATextUuidMakesACommand) {
 TEST_F(Entry, MessagesAreProcessedOneAfterTheOther) {
     const char* const locked = "=====LOCKed Process..=====\n";
     cloud.script("transactionAck/", {stall()});
-    const auto deliver = [this](const char* uuid) { dro::JorvAgentNotification_cbHandler(blocking(uuid).c_str()); };
+    const auto deliver = [](const char* uuid) {
+        dro::JorvAgentNotification_cbHandler(envelope(uuid, "BLOCK_CD", R"({"cdMac":""})").c_str());
+    };
     std::thread first(deliver, "1");
     EXPECT_EQ(cloud.wait_for(1).size(), 1U);
     std::thread second(deliver, "2");
@@ -148,7 +122,7 @@ TEST_F(Entry, MessagesAreProcessedOneAfterTheOther) {
     cloud.release();
     first.join();
     second.join();
-    EXPECT_EQ(acknowledgements(2), (std::vector<std::string>{"1 1 Success", "2 1 Success"}));
+    EXPECT_EQ(acknowledgements(2), (Texts{"1 1 Success", "2 1 Success"}));
     EXPECT_TRUE(log.in_order({locked, "Parse UUID is done, trans uuid is 1\n", "TRANS-ACK API call Successfull\n\n",
                               locked, "Parse UUID is done, trans uuid is 2\n", "TRANS-ACK API call Successfull\n\n"}));
     EXPECT_EQ(log.count("=====UnLOCK Done..=====\n"), 2U);

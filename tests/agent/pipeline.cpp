@@ -56,6 +56,15 @@ void add_device(TestStore& store, int row) {
     }
 }
 
+void add_wordy_device(TestStore& store, int row) {
+    for (const char* field :
+         {"DeviceIdList.DeviceDisplayName", "DeviceIdList.DeviceDisplayModel", "DeviceIdList.DisplayType",
+          "DeviceIdList.DeviceDisplayBrand", "ConnectDeviceinfo.ConnSSID", "ConnectDeviceinfo.DownloadBW",
+          "ConnectDeviceinfo.UploadBW", "ConnectDeviceinfo.DeviceLinkRate"}) {
+        store.set(std::string(field) + "@" + std::to_string(row), std::string(127, 'x'));
+    }
+}
+
 std::string device_record(int row, bool answering) {
     std::string record;
     for (const Member& member : kMembers) {
@@ -75,9 +84,10 @@ std::string after_signature(const std::string& body) {
                                                        : "UNSIGNED " + body.substr(0, 2 * kLength);
 }
 
-void expect_three_attempts(const std::vector<Request>& requests, std::chrono::steady_clock::time_point end,
-                           bool pauseAfterLast) {
+void PipelineTest::expect_three_attempts(bool pauseAfterLast) const {
+    const auto end = std::chrono::steady_clock::now();
     const auto pause = dro::durations().retryPause;
+    const auto requests = cloud.requests();
     ASSERT_EQ(requests.size(), 3U);
     EXPECT_EQ(requests[0].body, requests[2].body) << "one token for all";
     EXPECT_GE(requests[1].at - requests[0].at, pause);

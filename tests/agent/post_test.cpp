@@ -1,17 +1,17 @@
-// The signed request: whom it goes to, how it is signed, whom the agent trusts, what it takes for an answer.
+// The signed request: whom it goes to, how it is signed, whom the agent trusts, what it takes for an answer; and the
+// pushes of single events and of speed tests.
 #include <openssl/sha.h>
 
 #include <array>
-#include <cstdio>
 #include <ctime>
-#include <optional>
-#include <string>
-#include <thread>
 
-#include "agent_test.h"
-#include "dro_stop.h"
+#include "dro_circle.h"
+#include "dro_generic_cloud_push.h"
+#include "dro_get_set_config.h"
+#include "dro_pushst_cloud.h"
 #include "dro_url.h"
 #include "dro_utils.h"
+#include "pipeline.h"
 #include "sha256.h"
 
 namespace dro_test {
@@ -26,23 +26,21 @@ class Post : public AgentTest {
     std::optional<std::string> answer;
 };
 
-std::string hex(const std::uint8_t* bytes, std::size_t count) {
+std::string hex(const std::array<std::uint8_t, 32>& digest) {
     std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        std::array<char, 3> pair{};
-        std::snprintf(pair.data(), pair.size(), "%02x", bytes[i]);
-        text += pair.data();
+    for (const std::uint8_t byte : digest) {
+        text += {"0123456789abcdef"[byte / 16], "0123456789abcdef"[byte % 16]};
     }
     return text;
 }
 
 std::string our_sha256(const std::string& text) {
     dro::Sha256Context context{};
-    std::array<std::uint8_t, dro::kSha256Size> digest{};
+    std::array<std::uint8_t, 32> digest{};
     dro::sha256_init(context);
     dro::sha256_update(context, text.data(), text.size());
     dro::sha256_final(context, digest);
-    return hex(digest.data(), digest.size());
+    return hex(digest);
 }
 
 // The examples of FIPS 180-4, and every length around the block's edges against another implementation.
@@ -54,25 +52,22 @@ TEST(Sha256, MatchesTheStandard) {
         const std::string text(length, 'a');
         std::array<std::uint8_t, 32> expected{};
         SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), expected.data());
-        EXPECT_EQ(our_sha256(text), hex(expected.data(), expected.size())) << length;
+        EXPECT_EQ(our_sha256(text), hex(expected)) << length;
     }
 }
 
 TEST_F(Post, TellsEnvironmentsApart) {
-    const struct {
-        const char* url;
-        int environment;
-        const char* said;
-    } cases[] = {{"https://qa.dro.localhost/", 0, "Loading droAgent on DEV/QA/STAG\n"},
-                 {"https://dev.dro.localhost/", 0, "Loading droAgent on DEV/QA/STAG\n"},
-                 {"https://api.dro.localhost/stag.dro.localhost", 0, "Loading droAgent on DEV/QA/STAG\n"},
-                 {"https://api.dro.localhost/", 1, "Loading droagent on PROD\n"},
-                 {"https://elsewhere.invalid/", -1, "Invalid URL Returning with Error\n"},
-                 {"syncCD/", -1, "Invalid URL Returning with Error\n"}};
-    for (const auto& c : cases) {
+    const Cases<const char*, int, const char*> cases{
+        {"https://qa.dro.localhost/", 0, "Loading droAgent on DEV/QA/STAG\n"},
+        {"https://dev.dro.localhost/", 0, "Loading droAgent on DEV/QA/STAG\n"},
+        {"https://api.dro.localhost/stag.dro.localhost", 0, "Loading droAgent on DEV/QA/STAG\n"},
+        {"https://api.dro.localhost/", 1, "Loading droagent on PROD\n"},
+        {"https://elsewhere.invalid/", -1, "Invalid URL Returning with Error\n"},
+        {"syncCD/", -1, "Invalid URL Returning with Error\n"}};
+    for (const auto& [url, environment, said] : cases) {
         log.forget();
-        EXPECT_EQ(dro::check_server(c.url), c.environment) << c.url;
-        EXPECT_TRUE(log.has(c.said)) << c.url;
+        EXPECT_EQ(dro::check_server(url), environment) << url;
+        EXPECT_TRUE(log.has(said)) << url;
     }
     EXPECT_EQ(dro::curl_post("syncCD/", "{}", answer), 0U);
     EXPECT_EQ(log.count_starting("(DROagent) - res="), 0U);
@@ -100,11 +95,8 @@ TEST_F(Post, SignsWithSerialTimeAndSecret) {
 
 TEST_F(Post, EscapesFreeText) {
     std::array<char, 32> out{};
-    EXPECT_EQ(dro::escapeJSON("a\n\"\x01\x96"
-                              "b",
-                              out.data(), 6),
-              0);
-    EXPECT_STREQ(out.data(), "a\\n\\\"b");
+    EXPECT_EQ(dro::escapeJSON("a\n\"\x01\x96z", out.data(), 6), 0);
+    EXPECT_STREQ(out.data(), "a\\n\\\"z");
     EXPECT_EQ(dro::escapeJSON("\b\t\f\r\\\xc3\xa9", out.data(), 8), 0);
     EXPECT_STREQ(out.data(), "\\b\\t\\f\\r\\\\\xc3\xa9");
     EXPECT_EQ(dro::escapeJSON("a", out.data(), 0), -1);
@@ -149,16 +141,6 @@ TEST_F(Post, TrustsTheBundleAndNoticesItsChange) {
     EXPECT_EQ(post("evil.qa.dro.localhost"), 0U);
 }
 
-TEST_F(Post, GivesUpAStalledTransferAtShutdown) {
-    cloud.answer_all(stall());
-    std::size_t length = 1;
-    std::thread sender([&] { length = post(); });
-    ASSERT_EQ(cloud.wait_for(1).size(), 1U);
-    dro::request_stop();
-    sender.join();
-    EXPECT_EQ(length, 0U);
-}
-
 TEST_F(Post, CutsEndpointsAtTheirSize) {
     std::string base = cloud.base_url();
     for (const std::size_t length : {112U, 113U}) {
@@ -174,6 +156,112 @@ TEST_F(Post, CutsEndpointsAtTheirSize) {
                           line("TRANS ACK API", "transactionAck/"), line("PUSH BST DATA API", "pushStData/"),
                           line("CIRCLE CUUID API", "pc/circle/cuuid"), line("CIRCLE STATUS API", "pc/circle/status")}));
     }
+}
+
+// ---- Pushes ----
+
+constexpr auto kGeneric = dro::pushToCloud_generic;
+constexpr auto kSpeedTest = dro::pushTocloud_bstdata;
+
+using Pushes = PipelineTest;
+
+TEST_F(Pushes, BodiesAreExact) {
+    const auto expect = [&](auto push, const char* type, const std::string& payload, const std::string& path,
+                            const std::string& rest, int result) {
+        cloud.forget();
+        store.set("DroStatus.cdilsyncAt", "PERIODIC");
+        EXPECT_EQ(push(type, payload.c_str()), result) << type;
+        const Request request = only_request();
+        EXPECT_EQ(request.path, path) << type;
+        EXPECT_EQ(after_signature(request.body), rest) << type;
+        EXPECT_TRUE(log.has((push == kGeneric ? "CMD is  : " : "CMD is : ") + request.body + "\n")) << type;
+    };
+    const std::string big = "[" + std::string(300'000, 'x') + "]";
+    const std::string longResult = R"({"isp":")" + std::string(600, 'i') + "\"}";
+    constexpr std::size_t kSignature = 136;
+    expect(kGeneric, "NDN", R"({"a":1})", "/syncCD/", R"(,"type":"NDN","cd":{"a":1}})", 1);
+    expect(kGeneric, "DTN", "no JSON", "/syncCD/", R"(,"type":"DTN","cd":no JSON})", 1);
+    expect(kGeneric, "DTNX", "", "/syncCD/", R"(,"type":"DTNX","cd":})", 1);
+    expect(kGeneric, "UPDATE_CD", "[1]", "/syncCD/", R"(,"type":"UPDATE_CD","syncAt":"PERIODIC","cdl":[1]})", 1);
+    expect(kGeneric, "UPDATE_CDX", big, "/syncCD/", R"(,"type":"UPDATE_CDX","syncAt":"PERIODIC","cdl":)" + big + "}",
+           1);
+    expect(kSpeedTest, "B", R"({"ul":"1"})", "/pushStData/", R"(,"type":"B","data":{"ul":"1"}})", 0);
+    expect(kSpeedTest, "M", "{}", "/pushStData/", R"(,"type":"M","data":{}})", 0);
+    expect(kSpeedTest, "B", longResult, "/pushStData/",
+           (R"(,"type":"B","data":)" + longResult).substr(0, 511 - kSignature), 0);
+}
+
+TEST_F(Pushes, UnknownTypesAreNotSent) {
+    for (const char* type : {"UPDATE", "ndn", "DT", ""}) {
+        EXPECT_EQ(kGeneric(type, "{}"), 0) << type;
+    }
+    for (const char* type : {"BB", "b", "Scheduled", ""}) {
+        EXPECT_EQ(kSpeedTest(type, "{}"), 1) << type;
+    }
+    EXPECT_EQ(log.count("Invalid Event! Not making any call to Cloud!\n", 4), 8U);
+    EXPECT_EQ(kGeneric("NDN", nullptr), 1);
+    EXPECT_TRUE(log.has("Invalid payload!!\n", 4));
+    EXPECT_TRUE(cloud.requests().empty());
+}
+
+TEST_F(Pushes, AnAnswerIsJudgedByItsStatus) {
+    const Cases<int (*)(const char*), std::string, std::string> judges{
+        // the sender's judge, its name, and what failures have before it
+        {dro::processTransAckApiResponse, "Trans ACK API", "\n "},
+        {dro::processGenericApiResponse, "G-API", "\n"},
+        {dro::processpushdataApiResponse, "pushstdata-API", "\n"},
+        {dro::processSyncCDResponse, "SYNC_CD API", "\n "},
+        {dro::processCircleSync, "CIRCLE API", "\n "}};
+    for (const auto& [judge, name, before] : judges) {
+        const std::string success = "\n" + name + " Status Success response\n";
+        const std::string failure = before + name + " Status Failure response\n";
+        const Cases<const char*, int, std::string, int> answers{
+            {R"({"status":1})", 0, success, 1},
+            {R"({"status":true})", 0, success, 1},
+            {R"({"status":0})", -1, failure, 4},
+            {R"({"status":"1"})", -1, failure, 4},
+            {R"({"status":7})", -1, "No Status code received...\n", 4},
+            {R"({"Status":1})", 1, " Parse input string for key status not found\n", 4}};
+        for (const auto& [answer, result, said, level] : answers) {
+            log.forget();
+            EXPECT_EQ(judge(answer), result) << answer << success;
+            EXPECT_TRUE(log.has(said, level)) << answer << success;
+        }
+        EXPECT_EQ(judge("no JSON"), 1);
+    }
+}
+
+TEST_F(Pushes, AnAnswerEndsTheAttempts) {
+    const Cases<const char*, int, bool> cases{{R"({"status":1})", 500, true},
+                                              {R"({"status":0})", 200, false},
+                                              {R"({"status":2})", 200, false},
+                                              {"<html>", 502, false}};
+    for (const auto& [answer, httpStatus, accepted] : cases) {
+        forget();
+        cloud.answer_all(text_answer(answer, httpStatus));
+        EXPECT_EQ(kGeneric("DTN", "{}"), accepted ? 1 : 0) << answer;
+        EXPECT_EQ(kSpeedTest("B", "{}"), 0) << answer;
+        EXPECT_EQ(log.count(std::string("G-API called: ") + answer + "\n", 1), 2U);
+        EXPECT_EQ(log.has("G-API call Successfull\n\n"), accepted) << answer;
+        EXPECT_EQ(log.has("PUSHDATA-API call Successfull\n\n"), accepted) << answer;
+        EXPECT_EQ(cloud.requests().size(), 2U) << answer;
+    }
+}
+
+TEST_F(Pushes, TryASilentCloudThreeTimesWithAPauseAfterEach) {
+    cloud.answer_all(empty_answer());
+    store.set("DroStatus.cdilsyncAt", "PERIODIC");
+    EXPECT_EQ(kGeneric("UPDATE_CD", "[]"), 1);
+    expect_three_attempts(true);
+    EXPECT_EQ(store.get("DroStatus.cdilsyncAt"), "") << "told once, even if unheard";
+    cloud.forget();
+    EXPECT_EQ(kSpeedTest("M", "[]"), 0);
+    expect_three_attempts(true);
+    EXPECT_EQ(log.count("No response from DRO Cloud\n", 4), 6U);
+    cloud.forget();
+    cloud.script("syncCD/", {hang_up(), refused()});
+    EXPECT_EQ(kGeneric("NDN", "{}"), 0);
+    EXPECT_EQ(cloud.requests().size(), 2U);
 }
 
 }  // namespace

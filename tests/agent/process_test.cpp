@@ -3,20 +3,16 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <string>
 
 #include "agent_process.h"
-#include "agent_test.h"
 #include "dro_daemon.h"
 #include "dro_dal.h"
 #include "dro_main.h"
 #include "dro_stop.h"
 #include "faults.h"
+#include "pipeline.h"
 
 namespace dro_test {
 namespace {
@@ -33,15 +29,6 @@ class Process : public ::testing::Test {
 };
 
 constexpr const char* kBlockCommand = R"({"UUID":"u","cmd":"BLOCK_CD","data":{"cdMac":"02:00:00:00:00:01"}})";
-
-bool exists(const char* path) {
-    return access(path, F_OK) == 0;
-}
-
-std::string read_whole(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // The process that holds a lock on the pid file, or 0.
 pid_t lock_owner() {
@@ -62,26 +49,15 @@ constexpr std::chrono::seconds kAtOnce{1};
 void expect_prompt_end(AgentProcess& agent) {
     agent.signal(SIGUSR1);
     EXPECT_EQ(agent.wait_exit(kAtOnce), 0);
-    EXPECT_FALSE(exists(kPidFile));
-}
-
-TEST_F(Process, RefusesArgumentsBeforeItTakesTheLock) {
-    Launch launch;
-    launch.arguments = {"--help"};
-    AgentProcess agent(store, launch);
-    EXPECT_EQ(agent.wait_exit(), 255);
-    EXPECT_NE(agent.output().find("Cannot parse args. Input valid data from cli\n"), std::string::npos);
-    EXPECT_FALSE(exists(kPidFile));
+    EXPECT_FALSE(std::filesystem::exists(kPidFile));
 }
 
 TEST_F(Process, StartsInItsOrderTakesACommandAndEndsOnSigusr1) {
     AgentProcess agent(store);
     ASSERT_TRUE(agent.wait_for_link());
-    EXPECT_EQ(read_whole(kPidFile), std::to_string(agent.pid()) + "\n");
+    EXPECT_EQ(file_text(kPidFile), std::to_string(agent.pid()) + "\n");
     EXPECT_EQ(lock_owner(), agent.pid());
-    EXPECT_EQ(store.get("JorvagentCfg.jorv_handler_1023"), "localhost:4466");
     EXPECT_EQ(store.get("JorvagentCfg.jorv_handler_event_sink_1023"), "localhost:4455");
-    EXPECT_EQ(store.get("DalModuleVersion.DroagentVersion"), "1.3.10");
     EXPECT_EQ(store.get("JorvagentCfg.jorv_force_connection"), "1");
     EXPECT_TRUE(agent.log().in_order(
         {"Starting droagent Version Id is 1.3.10\n", "Getting the jorvId size",
@@ -94,7 +70,6 @@ TEST_F(Process, StartsInItsOrderTakesACommandAndEndsOnSigusr1) {
     EXPECT_TRUE(store.wait_for("dalLogCfg.DroagentConfigurationApply", "false"));
     ASSERT_TRUE(send_message(kNotificationPort, kBlockCommand));
     EXPECT_EQ(cloud.wait_for(1, "transactionAck/").size(), 1U);
-    EXPECT_EQ(store.get("DALHConfig.blockCdMAC"), "02:00:00:00:00:01");
     agent.signal(SIGUSR2);
     agent.signal(SIGPIPE);
     EXPECT_TRUE(agent.log().wait_for("sig_usr2 handler.\n"));
@@ -130,35 +105,33 @@ TEST_F(Process, TreatsAPidFileByWhatItHolds) {
     const std::string ours = std::to_string(getpid());
     const std::string elsewhere = store.folder() + "/elsewhere";
     const char* const noNumber = "Error reading data from pid file - possibly data is in wrong format\n";
-    const struct {
-        std::string content;
-        const char* said;  // null: it starts
-        bool behindLink = false;
-    } cases[] = {{"99999999\n", nullptr},
-                 {"999999991\n", nullptr},
-                 {"hello\n", noNumber},
-                 {"", noNumber},
-                 {ours, "Daemon is already running.\n"},
-                 {"99999999\n", "Error opening pid file for reading 40\n", true}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.content);
-        std::ofstream(c.behindLink ? elsewhere : kPidFile) << c.content;
-        if (c.behindLink) {
+    const Cases<std::string, bool, const char*> cases{
+        // its content, whether it stands behind a link, and what is said (nothing: it starts)
+        {"99999999\n", false, nullptr},
+        {"999999991\n", false, nullptr},
+        {"hello\n", false, noNumber},
+        {"", false, noNumber},
+        {ours, false, "Daemon is already running.\n"},
+        {"99999999\n", true, "Error opening pid file for reading 40\n"}};
+    for (const auto& [content, behindLink, said] : cases) {
+        SCOPED_TRACE(content);
+        std::ofstream(behindLink ? elsewhere : kPidFile) << content;
+        if (behindLink) {
             std::filesystem::create_symlink(elsewhere, kPidFile);
         }
         AgentProcess agent(store);
-        if (c.said == nullptr) {
+        if (said == nullptr) {
             EXPECT_TRUE(agent.wait_for_link()) << agent.output();
             expect_prompt_end(agent);
         } else {
             EXPECT_EQ(agent.wait_exit(), 1);
-            EXPECT_NE(agent.output().find(c.said), std::string::npos) << agent.output();
+            EXPECT_NE(agent.output().find(said), std::string::npos) << agent.output();
             EXPECT_NE(agent.output().find("failed to lock the pid file.\n"), std::string::npos);
-            EXPECT_EQ(read_whole(kPidFile), c.content);
+            EXPECT_EQ(file_text(kPidFile), content);
             unlink(kPidFile);
         }
     }
-    EXPECT_EQ(read_whole(elsewhere), "99999999\n");
+    EXPECT_EQ(file_text(elsewhere), "99999999\n");
 }
 
 TEST_F(Process, LocksOnlyWhatItCanWriteAndJudge) {
@@ -172,20 +145,17 @@ TEST_F(Process, LocksOnlyWhatItCanWriteAndJudge) {
         const FailCalls fault(Call::write, ENOSPC);
         EXPECT_EQ(dro::lock_process(kPidFile), -1);
     }
-    EXPECT_FALSE(exists(kPidFile));
+    EXPECT_FALSE(std::filesystem::exists(kPidFile));
     const int descriptor = dro::lock_process(kPidFile);
     ASSERT_GE(descriptor, 0);
     EXPECT_EQ(dro::unlock_process(kPidFile, descriptor), 0);
-    EXPECT_FALSE(exists(kPidFile));
+    EXPECT_FALSE(std::filesystem::exists(kPidFile));
     EXPECT_EQ(dro::unlock_process(kPidFile, -1), -1) << "a missing file is a failed removal";
 }
 
 TEST_F(Process, LivesWithoutALinkAfterThreeAttempts) {
     const int taken = occupy(kNotificationPort);
-    Launch launch;
-    launch.quick = true;
-    launch.environment = {{"DROAGENT_QUICK_PAUSE_MS", "50"}};
-    AgentProcess agent(store, launch);
+    AgentProcess agent(store, {.quick = true, .environment = {{"DROAGENT_QUICK_PAUSE_MS", "50"}}});
     EXPECT_TRUE(agent.log().wait_for("LibJorvhdlr init failed! Re-trying in 5 sec...\n", 3));
     // A parked agent answers this signal; one in start-up does not.
     agent.signal(SIGUSR2);
@@ -196,19 +166,15 @@ TEST_F(Process, LivesWithoutALinkAfterThreeAttempts) {
 }
 
 TEST_F(Process, SaysWhyItCannotStart) {
-    const struct {
-        const char* variable;
-        std::string value;
-        const char* said;
-    } cases[] = {{"HAB_STORE", store.folder() + "/none.db", "Couldn't init HAB! is HAB running?\n"},
-                 {"HAB_LOG_FILE", store.folder(), "Couldn't init dynamic log library?\n"}};
-    for (const auto& c : cases) {
-        Launch launch;
-        launch.environment = {{c.variable, c.value}};
+    const Cases<Launch, int, const char*> cases{
+        {{.arguments = {"--help"}}, 255, "Cannot parse args. Input valid data from cli\n"},
+        {{.environment = {{"HAB_STORE", "/none.db"}}}, 1, "Couldn't init HAB! is HAB running?\n"},
+        {{.environment = {{"HAB_LOG_FILE", "/"}}}, 1, "Couldn't init dynamic log library?\n"}};
+    for (const auto& [launch, status, said] : cases) {
         AgentProcess agent(store, launch);
-        EXPECT_EQ(agent.wait_exit(), 1);
-        EXPECT_NE(agent.output().find(c.said), std::string::npos) << c.said << agent.output();
-        EXPECT_FALSE(exists(kPidFile));
+        EXPECT_EQ(agent.wait_exit(), status);
+        EXPECT_NE(agent.output().find(said), std::string::npos) << said << agent.output();
+        EXPECT_FALSE(std::filesystem::exists(kPidFile));
     }
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto startWithoutSignals = [] {
@@ -218,47 +184,68 @@ TEST_F(Process, SaysWhyItCannotStart) {
         dro::droagent_main(1, arguments.data());
     };
     EXPECT_EXIT(startWithoutSignals(), ::testing::ExitedWithCode(1), "Failed to setup signal handers.\n");
-    EXPECT_FALSE(exists(kPidFile));
+    EXPECT_FALSE(std::filesystem::exists(kPidFile));
 }
 
 TEST_F(Process, SaysGoodByeAsFarAsTheReasonGoes) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    constexpr int kInputClosed = 1;
-    constexpr int kFileGone = 2;
-    constexpr int kSessionGone = 4;
-    const struct {
-        int released;
-        const char* said;
-        std::vector<const char*> reasons;
-    } cases[] = {{0, "Exit from LOCK_PROCESS", {"LOCK_PROCESS"}},
-                 {kInputClosed | kFileGone, "Exit from SIG_HDLR", {"SIG_HDLR", "SIG_EXIT"}},
-                 {kInputClosed | kFileGone | kSessionGone,
-                  "Exit from Internal exit",
-                  {"DAL_INIT", "GET_INFO", "TV_SUBSCRIBE", "DROBASE_URL"}},
-                 {0, "Bye Bye.....\n$", {"another"}}};
-    const auto leave = [](const char* reason) {
+    // The reasons, what is said, and what is released: the input (1), the pid file (2), the session (4).
+    const Cases<Texts, const char*, int> cases{
+        {{"LOCK_PROCESS"}, "Exit from LOCK_PROCESS", 0},
+        {{"SIG_HDLR", "SIG_EXIT"}, "Exit from SIG_HDLR", 1 + 2},
+        {{"DAL_INIT", "GET_INFO", "TV_SUBSCRIBE", "DROBASE_URL"}, "Exit from Internal exit", 1 + 2 + 4},
+        {{"another"}, "Bye Bye.....\n$", 0}};
+    const auto leave = [](const std::string& reason) {
         dro::lock_process(kPidFile);
         dro::dal_init();
         dro::stop_requested();  // makes its descriptor now, lest it take the place of the closed one
-        dro::good_bye(reason);
-        const int released = (fcntl(STDIN_FILENO, F_GETFD) < 0 ? kInputClosed : 0) |
-                             (exists(kPidFile) ? 0 : kFileGone) | (dro::dal_get_handle() == nullptr ? kSessionGone : 0);
+        dro::good_bye(reason.c_str());
+        const bool fileGone = !std::filesystem::exists(kPidFile);
         unlink(kPidFile);
-        _exit(released);
+        _exit((fcntl(STDIN_FILENO, F_GETFD) < 0 ? 1 : 0) + (fileGone ? 2 : 0) +
+              (dro::dal_get_handle() == nullptr ? 4 : 0));
     };
-    for (const auto& c : cases) {
-        for (const char* reason : c.reasons) {
-            EXPECT_EXIT(leave(reason), ::testing::ExitedWithCode(c.released), c.said) << reason;
+    for (const auto& [reasons, said, released] : cases) {
+        for (const std::string& reason : reasons) {
+            EXPECT_EXIT(leave(reason), ::testing::ExitedWithCode(released), said) << reason;
         }
     }
 }
 
+#if !defined(__SANITIZE_THREAD__)  // it has a thread of its own that does
+// How often each thread has been on a processor, as the kernel says it.
+std::map<std::string, std::string> switches_of(pid_t process) {
+    std::map<std::string, std::string> switches;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+        const std::string status = file_text(thread.path() / "status");
+        const std::string name = thread.path().filename().string() + " " + status.substr(0, status.find('\n'));
+        switches[name] = status.substr(std::min(status.size(), status.find("voluntary_ctxt_switches:")));
+    }
+    return switches;
+}
+
+TEST_F(Process, NeverWakesUpWhileThereIsNothingToDo) {
+    store.set_all({{"DroStatus.dispatcherSupport", "true"}, {"DroStatus.cdilSupport", "true"}});
+    const AgentProcess agent(store);
+    ASSERT_TRUE(agent.wait_for_link());
+    // Asleep once the counts stand still; then they must stay so.
+    std::map<std::string, std::string> before;
+    const auto moved = [&] { return std::exchange(before, switches_of(agent.pid())) != before; };
+    ASSERT_TRUE(eventually([&] { return !eventually(moved, std::chrono::milliseconds(50)); }));
+    EXPECT_GE(before.size(), 5U) << "main, link, dispatcher, and two deliveries";
+    EXPECT_FALSE(eventually(moved, std::chrono::milliseconds(1500))) << ::testing::PrintToString(before);
+    ASSERT_TRUE(send_message(kNotificationPort, kBlockCommand));
+    EXPECT_TRUE(eventually(moved)) << "it was the agent that was looked at";
+}
+#endif
+
 TEST_F(Process, HoldsItsSecretsInPiecesOnly) {
     AgentProcess agent(store);
     ASSERT_TRUE(agent.wait_for_link());
-    const std::string bytes = read_whole("/proc/" + std::to_string(agent.pid()) + "/exe");
-    const std::string keyPieces[][2] = {{"LABPROD0LABPROD0LABPROD0LABPROD0", "LABPROD1LABPROD1LABPROD1LABPROD1"},
-                                        {"0123456789abcd", "ef0123456789abc"}};
+    const std::string bytes = file_text("/proc/" + std::to_string(agent.pid()) + "/exe");
+    const Cases<std::string, std::string> keyPieces{
+        {"LABPROD0LABPROD0LABPROD0LABPROD0", "LABPROD1LABPROD1LABPROD1LABPROD1"},
+        {"0123456789abcd", "ef0123456789abc"}};
     for (const std::string secret : {"lab-only-secret!", "6c61622d6f6e6c792d73656372657421"}) {
         EXPECT_EQ(bytes.find(secret), std::string::npos) << secret;
     }

@@ -1,5 +1,9 @@
-// Registration: what the cloud is told about the router, and what its answer changes.
+// Registration: what the cloud is told about the router, what its answer changes, and the daily sync that it sets.
 #include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
 
 #include "dro_reg.h"
 #include "pipeline.h"
@@ -9,7 +13,7 @@ namespace {
 
 constexpr const char* kRegistered = R"({"status":1,"reset":false,"claimState":true,"syncTime":null})";
 
-class Registration : public AgentTest {
+class Registration : public PipelineTest {
  protected:
     ~Registration() override { alarm(0); }
 
@@ -47,18 +51,17 @@ TEST_F(Registration, SaysExactlyWhoTheRouterIsAndOnce) {
 }
 
 TEST_F(Registration, NamesEachFeatureAndTakesAnUnreadableOneForThere) {
-    const auto expect = [&](const std::string& flag, const char* text) {
+    const Cases<std::string, const char*> cases{{"CDIL", R"("CDIL":false, )"},
+                                                {"NDN", R"("NewDeviceNoti":false,)"},
+                                                {"DTN", R"("DeviceTagging":false,)"},
+                                                {"BST", R"("BackgroudSpeedtest":false}})"}};
+    for (const auto& [flag, text] : cases) {
         store.set("droFeature." + flag, "false");
         EXPECT_NE(registered_body().find(text), std::string::npos) << text;
-        store.set("droFeature." + flag, "true");
-    };
-    expect("CDIL", R"("CDIL":false, )");
-    expect("NDN", R"("NewDeviceNoti":false,)");
-    expect("DTN", R"("DeviceTagging":false,)");
-    expect("BST", R"("BackgroudSpeedtest":false}})");
+    }
     StoreSpy spy;
     spy.fail("droFeature.BST", HAB_TIMEOUT);
-    expect("BST", R"("BackgroudSpeedtest":true}})");
+    EXPECT_NE(registered_body().find(R"("BackgroudSpeedtest":true}})"), std::string::npos);
     EXPECT_TRUE(log.has(std::string(hab_error_string(HAB_TIMEOUT)) + "\n", 4));
 }
 
@@ -76,8 +79,8 @@ TEST_F(Registration, ReadsAnIncompleteIdentityAgain) {
     start_agent();
     dro::registerDroCloud();
     EXPECT_TRUE(sent().empty());
-    EXPECT_TRUE(log.has("*** Somthing is wrong .. Not able to fsn or jorvid or mac***\n", 4));
-    EXPECT_TRUE(log.has("Inside while ...FSN: FSN0123456789\n JorvID: \n", 1));
+    EXPECT_TRUE(log.in_order({"Inside while ...FSN: FSN0123456789\n JorvID: \n",
+                              "*** Somthing is wrong .. Not able to fsn or jorvid or mac***\n"}));
 
     store.set("JorvagentCfg.jorv_agent_id", "jorv-2");
     EXPECT_EQ(json_value(registered_body(), "jorvDeviceId"), "jorv-2");
@@ -131,7 +134,7 @@ TEST_F(Registration, TriesARefusedOrSilentCloudAgain) {
     cloud.answer_all(refused());
     store.set("DROStatus.addJorvdeviceIdDone", "false");
     dro::registerDroCloud();
-    expect_three_attempts(sent(), std::chrono::steady_clock::now(), true);
+    expect_three_attempts(true);
     EXPECT_FALSE(done());
 }
 
@@ -143,6 +146,69 @@ TEST_F(Registration, TakesNoAnswerWhileTheOtherFlagIsSet) {
     EXPECT_EQ(log.count("AddJorvdeviceId Already Done..!\n", 2), 3U);
     EXPECT_FALSE(done());
     EXPECT_EQ(store.get("DroCfg.claimState"), "false");
+}
+
+// ---- Daily sync ----
+
+constexpr int at(int hours, int minutes = 0, int seconds = 0) {
+    return hours * 3600 + minutes * 60 + seconds;
+}
+
+TEST_F(Registration, SyncsAtTheTimeOfDayAsTheFleetKnowsIt) {
+    const auto expect = [](const char* what, const std::string& text, int utc, int local, int seconds) {
+        EXPECT_EQ(dro::seconds_until_sync(dro::sync_target(text), utc, local), seconds) << what;
+    };
+    expect("later today, an hour east", "\"02:00:00\"", at(0, 30), at(1, 30), 5400);
+    EXPECT_TRUE(log.in_order({"hours = 2, min, = 0, sec, = 0\n", "time offset is 3600\n", "timer seconds is 10800\n",
+                              "alarm seconds  is 5400\n"}));
+    expect("tomorrow, an hour east", "\"02:00:00\"", at(3), at(4), 82800);
+    expect("this very second", "\"03:00:00\"", at(3), at(4), 0);
+    expect("a second ago", "\"02:59:59\"", at(3), at(4), 86399);
+    expect("in a second", "\"03:00:01\"", at(3), at(4), 1);
+    expect("UTC and local time on two dates, east", "\"02:00:00\"", 86399, at(0, 59, 59), 7201);
+    expect("UTC and local time on two dates, west", "\"02:00:00\"", at(0, 30), at(23, 30), 5400);
+    expect("before the day began", "\"-1:00:00\"", 86399, 86399, -3599);
+    expect("no quotes", "02:00:00", 0, 0, 7200);
+    expect("a number is hours", "7", 0, 0, 25200);
+    expect("empty", "\"\"", 3600, 3600, 82800);
+    expect("words", "\"ab:cd:ef\"", 3600, 3600, 82800);
+    expect("no colons run on", "\"020000\"", 0, 0, 72'000'000);
+    expect("a long field runs on until the next begins", "\"0203:04:05\"", 0, 0, 7'214'645);
+    expect("hours without end", std::string(20, '9') + ":99:99", 0, 0, 360'002'439);
+    expect("digits without end", std::string(5000, '9'), 0, 0, 877'403'291);
+    expect("a fourth field", "01:02:03:04", 0, 0, at(1, 2, 3));
+    expect("colons without end", "01" + std::string(5000, ':'), 0, 0, 3600);
+}
+
+TEST_F(Registration, SyncsByTheLocalTime) {
+    setenv("TZ", "EAST-5:30", 1);
+    const int offset = (dro::find_local_time() - dro::find_utc() + 86400) % 86400;
+    unsetenv("TZ");
+    EXPECT_NEAR(offset, at(5, 30), 1);  // the two are read one after the other
+}
+
+TEST_F(Registration, SyncsByTheOneAlarm) {
+    dro::alarm_function(1000);
+    EXPECT_TRUE(log.has("Timer will start after 1000 Seconds\r\n", 1));
+    const int expected = dro::seconds_until_sync(43200, dro::find_utc(), dro::find_local_time());
+    dro::start_timer("\"12:00:00\"");
+    EXPECT_NEAR(static_cast<int>(alarm(1000)), expected, 2);
+    dro::alarm_function(0);
+    EXPECT_EQ(alarm(0), 0U) << "a delay of 0 disarms";
+}
+
+TEST_F(Registration, SyncMarksItselfAsksForTheListAndWaitsADay) {
+    const StoreSpy spy;
+    dro::alarm_function(1000);
+    struct sigaction installed {};
+    sigaction(SIGALRM, nullptr, &installed);
+    installed.sa_handler(SIGUSR2);
+    EXPECT_TRUE(spy.writes().empty()) << "another signal";
+    installed.sa_handler(SIGALRM);
+    EXPECT_EQ(spy.writes(),
+              (Texts{"DroStatus.cdilsyncAt=PERIODIC", "DILGeneral.CDILTrigger=true", "DALHConfig.FeatureID=8",
+                     "DALHConfig.CDILRequest=occupied", "DALHConfig.ProcessID=1"}));
+    EXPECT_NEAR(static_cast<int>(alarm(0)), 86400, 2);
 }
 
 }  // namespace

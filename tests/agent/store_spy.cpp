@@ -4,9 +4,12 @@
 #include <hablib.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <iterator>
 #include <map>
 #include <mutex>
+#include <sstream>
 #include <utility>
 
 namespace dro_test {
@@ -60,14 +63,17 @@ Function* behind(Function* /*ours*/, const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-std::string as_text(const char* value) {
-    return value;
+template <typename Value>
+std::string as_text(Value value) {
+    std::ostringstream text;
+    text << std::boolalpha << value;
+    return text.str();
 }
-std::string as_text(bool value) {
-    return value ? "true" : "false";
-}
-std::string as_text(std::uint32_t value) {
-    return std::to_string(value);
+std::string as_text(const std::uint8_t* mac) {
+    std::array<char, 18> text{};
+    std::snprintf(text.data(), text.size(), "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2], mac[3], mac[4],
+                  mac[5]);
+    return text.data();
 }
 
 }  // namespace
@@ -124,7 +130,9 @@ SPY_WRITE(hab_set_ascii, const char*)
 SPY_WRITE(hab_set_string, const char*)
 SPY_WRITE(hab_set_enum, const char*)
 SPY_WRITE(hab_set_bool, bool)
+SPY_WRITE(hab_set_int, std::int32_t)
 SPY_WRITE(hab_set_uint, std::uint32_t)
+SPY_WRITE(hab_set_mac, const std::uint8_t*)
 
 #define SPY_READ(function, type)                                                                    \
     int function(hab_session* session, const char* table, int row, const char* field, type value) { \

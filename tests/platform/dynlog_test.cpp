@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
@@ -23,7 +22,7 @@ class Dynlog : public StoreTest {
     Dynlog() { setenv("HAB_LOG_FILE", (folder_ + "/agent.log").c_str(), 1); }
     ~Dynlog() override { dynlog_lib_uninit(); }
 
-    std::string log() const { return read("agent.log"); }
+    std::string log() const { return file_text(folder_ + "/agent.log"); }
 };
 
 TEST_F(Dynlog, WritesOneLineForEachCall) {
@@ -32,47 +31,32 @@ TEST_F(Dynlog, WritesOneLineForEachCall) {
     log_printf(2, "/a/path/to/dro_main.cpp", 42, "message %d\n", 7);
     EXPECT_THAT(log(), MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} Droagent 2 "
                                     "dro_main.cpp:42 message 7\n"));
-    const struct {
-        const char* message;
-        const char* shown;
-    } cases[] = {
+    const Cases<const char*, const char*> cases{
         {"plain", "plain"},
         {"ends\n\n", "ends\\n"},
         {"2026-01-01T00:00:00.000 a\n2026-01-01T00:00:00.000 b", "a\\n2026-01-01T00:00:00.000 b"},
         {"tab\tcr\rescape\x1b[31mdel\x7f", "tab\\tcr\\rescape\\x1b[31mdel\\x7f"},
-        {"K\xC3\xBC"
-         "che \xFF",
-         "K\xC3\xBC"
-         "che \xFF"},
-        {"", "dynlog_test.cpp:1 \n"},
-    };
-    for (const auto& one : cases) {
+        {"\xC3\xBC \xFF", "\xC3\xBC \xFF"},
+        {"", "dynlog_test.cpp:1 \n"}};
+    for (const auto& [message, shown] : cases) {
         std::filesystem::resize_file(folder_ + "/agent.log", 0);
-        log_printf(4, "dynlog_test.cpp", 1, "%s", one.message);
-        EXPECT_THAT(log(), HasSubstr(one.shown));
-        EXPECT_EQ(log().find('\n'), log().size() - 1) << one.message;
+        log_printf(4, "dynlog_test.cpp", 1, "%s", message);
+        EXPECT_THAT(log(), HasSubstr(shown));
+        EXPECT_EQ(log().find('\n'), log().size() - 1) << message;
     }
 }
 
 TEST_F(Dynlog, WritesTheLevelsThatTheStoreSelects) {
     ASSERT_EQ(dynlog_lib_init(), 0);
-    const auto logAll = [] {
+    // The levels that are logged now.
+    const auto logged = [&] {
+        std::filesystem::resize_file(folder_ + "/agent.log", 0);
+        std::string levels;
         for (const int level : {1, 2, 4}) {
             log_printf(level, "f", level, "m");
+            levels += log().ends_with(" f:" + std::to_string(level) + " m\n") ? std::to_string(level) : "";
         }
-    };
-    std::string before;
-    const auto logged = [&] {
-        logAll();
-        const std::string all = log();
-        std::string found;
-        for (const char level : {'1', '2', '4'}) {
-            if (all.find(std::string(" f:") + level, before.size()) != std::string::npos) {
-                found += level;
-            }
-        }
-        before = all;
-        return found;
+        return levels;
     };
     EXPECT_EQ(logged(), "24");
     const Session session = open();
@@ -107,7 +91,7 @@ TEST_F(Dynlog, RotatesFilesForItsOwnerOnlyAndKeepsLongLinesWhole) {
         ++files;
         EXPECT_EQ(entry.status().permissions(), std::filesystem::perms(0600)) << entry.path();
         EXPECT_LE(entry.file_size(), 4U * 1024 * 1024);
-        std::istringstream lines(read(entry.path().filename().c_str()));
+        std::istringstream lines(file_text(entry.path()));
         for (std::string line; std::getline(lines, line);) {
             EXPECT_TRUE(line.starts_with("20") && line.ends_with(" f:1 " + text + "<end>"));
         }
@@ -127,9 +111,9 @@ TEST_F(Dynlog, SaysWhenItsFileCannotBeOpened) {
 
 TEST_F(Dynlog, StandsOpeningAndClosingWhileOthersLog) {
     std::atomic<bool> done = false;
-    std::array<std::jthread, 4> loggers;
-    for (std::jthread& logger : loggers) {
-        logger = std::jthread([&done] {
+    std::vector<std::jthread> loggers;
+    for (int i = 0; i < 4; ++i) {
+        loggers.emplace_back([&done] {
             while (!done) {
                 log_printf(4, "f", 1, "%s\n", "line");
             }
@@ -141,7 +125,7 @@ TEST_F(Dynlog, StandsOpeningAndClosingWhileOthersLog) {
         dynlog_lib_uninit();
     }
     done = true;
-    loggers = {};
+    loggers.clear();
     const std::string before = log();
     log_printf(4, "f", 1, "dropped");
     EXPECT_EQ(log(), before);

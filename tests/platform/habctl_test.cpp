@@ -19,12 +19,7 @@ class Habctl : public StoreTest {
 };
 
 TEST_F(Habctl, AnswersEachOrderWithItsStatus) {
-    const struct {
-        std::vector<std::string> words;
-        int status;
-        const char* output;
-        const char* errors;
-    } cases[] = {
+    const Cases<std::vector<std::string>, int, const char*, const char*> cases{
         {{}, 64, "", "subcommand"},
         {{"read", "General.FSN"}, 64, "", ""},
         {{"get"}, 64, "", "required"},
@@ -32,7 +27,7 @@ TEST_F(Habctl, AnswersEachOrderWithItsStatus) {
         {{"get", "General.FSN@x"}, 64, "", "row"},
         {{"init", "--force", "--upgrade"}, 64, "", "excludes"},
         {{"load", "/nowhere.json"}, 64, "", "exist"},
-        {{"--help"}, 0, "describe", ""},
+        {{"--help"}, 0, "status", ""},
         {{"init"}, 8, "", "--force"},
         {{"init", "--upgrade"}, 0, "", ""},
         {{"get", "General.fsn"}, 3, "", "no such table, field or row"},
@@ -43,12 +38,11 @@ TEST_F(Habctl, AnswersEachOrderWithItsStatus) {
         {{"get", "General.DeviceName"}, 0, "--force\n", ""},
         {{"set", "JorvagentCfg.jorv_force_connection", "-3"}, 0, "", ""},
         {{"set", "DeviceIdList.DeviceMac@255", "aa:bb:cc:dd:ee:ff"}, 0, "", ""},
-        {{"get", "DeviceIdList.DeviceMac@255"}, 0, "AA:BB:CC:DD:EE:FF\n", ""},
         {{"set", "General.DeviceName", "two\nlines\\"}, 0, "", ""},
         {{"dump"},
          0,
-         "General.DeviceName@0=two\\nlines\\\\\nJorvagentCfg.jorv_force_connection@0=-3\n"
-         "DeviceIdList.DeviceMac@255=AA:BB:CC:DD:EE:FF\n",
+         "General.DeviceName@0=two\\nlines\\\\\nJorvagentCfg.jorv_force_connection@0=-3\nDeviceIdList.DeviceMac@255=AA:"
+         "BB:CC:DD:EE:FF\n",
          ""},
         {{"dump", "DALHNotifyNDN"}, 0, "DALHNotifyNDN.Index@0=257\n", ""},
         {{"dump", "Nothing"}, 3, "", "Nothing"},
@@ -57,15 +51,14 @@ TEST_F(Habctl, AnswersEachOrderWithItsStatus) {
         {{"describe", "General.Nothing"}, 3, "", "General.Nothing"},
         {{"watch", "Nothing"}, 3, "", "Nothing"},
         {{"init", "--force"}, 0, "", ""},
-        {{"dump"}, 0, "", ""},
-    };
-    for (const auto& one : cases) {
-        const Outcome outcome = habctl(one.words);
-        const std::string name = testing::PrintToString(one.words);
-        EXPECT_EQ(outcome.status, one.status) << name << outcome.errors;
-        EXPECT_THAT(outcome.output, HasSubstr(one.output)) << name;
-        EXPECT_THAT(outcome.errors, HasSubstr(one.errors)) << name;
-        EXPECT_EQ(outcome.errors.empty(), one.status == 0) << name << outcome.errors;
+        {{"dump"}, 0, "", ""}};
+    for (const auto& [words, status, output, errors] : cases) {
+        SCOPED_TRACE(testing::PrintToString(words));
+        const Outcome outcome = habctl(words);
+        EXPECT_EQ(outcome.status, status) << outcome.errors;
+        EXPECT_THAT(outcome.output, HasSubstr(output));
+        EXPECT_THAT(outcome.errors, HasSubstr(errors));
+        EXPECT_EQ(outcome.errors.empty(), status == 0) << outcome.errors;
     }
     EXPECT_EQ(habctl({"dump"}).output, "");
 }
@@ -86,10 +79,7 @@ TEST_F(Habctl, LoadsWhatItDumps) {
 }
 
 TEST_F(Habctl, LoadsAllOrNothing) {
-    const struct {
-        const char* json;
-        int status;
-    } cases[] = {
+    const Cases<const char*, int> cases{
         {R"({"General": {"FSN": "1"}} trailing)", 5},
         {R"(["General"])", 5},
         {R"({"General": {"FSN": "1"}, "Nothing": {}})", 3},
@@ -101,11 +91,11 @@ TEST_F(Habctl, LoadsAllOrNothing) {
         {R"({"General": {"FSN": "1"}, "DALHConfig": {"FeatureID": 1.5}})", 5},
         {R"({"General": {"FSN": "1"}, "DALHConfig": {"FeatureID": -1}})", 5},
         {R"({"General": {"FSN": "1"}, "DeviceIdList": {"256": {"DeviceBrand": "B"}}})", 3},
-        {R"({"General": {"FSN": "1"}, "DeviceIdList": {"0": {"DeviceBrand": "12345678901234567890123456789012"}}})", 4},
-    };
-    for (const auto& one : cases) {
-        const Outcome outcome = habctl({"load", file(one.json)});
-        EXPECT_EQ(outcome.status, one.status) << one.json << outcome.errors;
+        {R"({"General": {"FSN": "1"}, "DeviceIdList": {"0": {"DeviceBrand": "12345678901234567890123456789012"}}})",
+         4}};
+    for (const auto& [json, status] : cases) {
+        const Outcome outcome = habctl({"load", file(json)});
+        EXPECT_EQ(outcome.status, status) << json << outcome.errors;
         EXPECT_FALSE(outcome.errors.empty());
     }
     EXPECT_EQ(habctl({"dump"}).output, "");

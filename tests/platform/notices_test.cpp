@@ -3,57 +3,65 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <random>
+#include <semaphore>
 #include <thread>
 
 #include "workbench.h"
 
 namespace {
 
-using NoticesTest = StoreTest;
+using NoticesTest = SessionTest;
 using Seen = std::vector<std::string>;
 
+// What holds a handler up, from its first notice until it is opened.
+class Gate {
+ public:
+    void pass() {
+        entered_.release();
+        static_cast<void>(open_.try_acquire_for(kPatience));
+        open_.release();
+    }
+    bool awaitEntered() { return entered_.try_acquire_for(kPatience); }
+    void open() { open_.release(); }
+
+ private:
+    static constexpr std::chrono::seconds kPatience{10};
+    std::counting_semaphore<> entered_{0};
+    std::counting_semaphore<> open_{0};
+};
+
 TEST_F(NoticesTest, ComeForEveryWriteInCommitOrderFromAnyProcess) {
-    const Session session = open();
-    hab_session* s = session.get();
-    Notices notices(s, {"DALHNotifyNDN", "DALHNotifyCDUPDATE", "DeviceIdList", "DALHNotifyNDN"});
-    EXPECT_EQ(hab_set_uint(s, "DALHNotifyNDN", 0, "Index", 5), HAB_OK);
-    EXPECT_EQ(hab_set_uint(s, "DALHNotifyNDN", 0, "Index", 5), HAB_OK);  // the value already held
+    Notices notices(s_, {"DALHNotifyNDN", "DALHNotifyCDUPDATE", "DeviceIdList", "DALHNotifyNDN"});
+    EXPECT_EQ(hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 5), HAB_OK);
+    EXPECT_EQ(hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 5), HAB_OK);  // the value already held
     EXPECT_EQ(habctl({"set", "DALHNotifyCDUPDATE.IndexCd", "7"}).status, 0);
-    EXPECT_EQ(hab_set_uint(s, "DALHNotifyDTN", 0, "Index", 5), HAB_OK);            // not subscribed
-    EXPECT_EQ(hab_set_uint(s, "DALHNotifyNDN", 0, "Index2", 5), HAB_NOSUCH_ITEM);  // not written
+    EXPECT_EQ(hab_set_uint(s_, "DALHNotifyDTN", 0, "Index", 5), HAB_OK);            // not subscribed
+    EXPECT_EQ(hab_set_uint(s_, "DALHNotifyNDN", 0, "Index2", 5), HAB_NOSUCH_ITEM);  // not written
     EXPECT_EQ(habctl({"set", "DeviceIdList.DeviceBrand@200", "B"}).status, 0);
-    EXPECT_EQ(hab_set_uint(s, "DALHNotifyNDN", 0, "Index", 6), HAB_OK);
+    EXPECT_EQ(hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 6), HAB_OK);
     const Seen expected{"DALHNotifyNDN.Index@0", "DALHNotifyNDN.Index@0", "DALHNotifyCDUPDATE.IndexCD@0",
                         "DeviceIdList.DeviceBrand@200", "DALHNotifyNDN.Index@0"};
     EXPECT_EQ(notices.await(expected.size()), expected);
 }
 
 TEST_F(NoticesTest, OfATableCountFromItsOwnSubscription) {
-    const Session session = open();
-    hab_session* s = session.get();
-    Event entered;
-    Event leave;
-    Notices notices(s, {"General"}, [&] {
-        entered.set();
-        leave.await();
-    });
-    hab_set_ascii(s, "General", 0, "FSN", "1");
-    ASSERT_TRUE(entered.await());
-    hab_set_uint(s, "DALHNotifyNDN", 0, "Index", 1);  // before its table is asked for, though not looked at yet
-    ASSERT_EQ(hab_subscribe(s, "DALHNotifyNDN", 1), HAB_OK);
-    hab_set_uint(s, "DALHNotifyNDN", 0, "Index", 2);
-    hab_set_ascii(s, "General", 0, "FSN", "2");
-    leave.set();
+    Gate gate;
+    Notices notices(s_, {"General"}, [&] { gate.pass(); });
+    hab_set_ascii(s_, "General", 0, "FSN", "1");
+    ASSERT_TRUE(gate.awaitEntered());
+    hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 1);  // before its table is asked for, though not looked at yet
+    ASSERT_EQ(hab_subscribe(s_, "DALHNotifyNDN", 1), HAB_OK);
+    hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 2);
+    hab_set_ascii(s_, "General", 0, "FSN", "2");
+    gate.open();
     EXPECT_EQ(notices.await(3), (Seen{"General.FSN@0", "DALHNotifyNDN.Index@0", "General.FSN@0"}));
 }
 
 // A writer is killed at random instants: what it committed is there and was noticed, and nothing needs repair.
 TEST_F(NoticesTest, AreNotLostWhenTheWriterIsKilled) {
     constexpr int kKills = 60;
-    const Session session = open();
-    Notices notices(session.get(), {"DALHConfig"});
+    Notices notices(s_, {"DALHConfig"});
     std::mt19937 random(std::random_device{}());
     std::uint32_t committed = 0;
     for (int i = 0; i < kKills; ++i) {
@@ -66,7 +74,7 @@ TEST_F(NoticesTest, AreNotLostWhenTheWriterIsKilled) {
             last = line;
         }
         const std::uint32_t acknowledged = static_cast<std::uint32_t>(std::stoul(last));
-        ASSERT_EQ(hab_get_uint(session.get(), "DALHConfig", 0, "ProcessID", &committed), HAB_OK);
+        ASSERT_EQ(hab_get_uint(s_, "DALHConfig", 0, "ProcessID", &committed), HAB_OK);
         EXPECT_GE(committed, acknowledged);
         EXPECT_LE(committed, acknowledged + 1);
         ASSERT_EQ(notices.await(committed).size(), committed);
@@ -77,136 +85,87 @@ TEST_F(NoticesTest, AreNotLostWhenTheWriterIsKilled) {
 
 // A session that slept through more changes than the journal holds learns of each value once, in order, then goes on.
 TEST_F(NoticesTest, OfAFarBehindSessionStandForAllChanges) {
-    const Session session = open();
-    hab_session* s = session.get();
-    Event entered;
-    Event leave;
-    Notices notices(s, {"DALHNotifyNDN", "BSTResults"}, [&] {
-        entered.set();
-        leave.await();
-    });
-    hab_set_uint(s, "BSTResults", 0, "ServerId", 1);
-    ASSERT_TRUE(entered.await());
-    hab_set_uint(s, "BSTResults", 0, "Latency", 1);
+    Gate gate;
+    Notices notices(s_, {"DALHNotifyNDN", "BSTResults"}, [&] { gate.pass(); });
+    hab_set_uint(s_, "BSTResults", 0, "ServerId", 1);
+    ASSERT_TRUE(gate.awaitEntered());
+    hab_set_uint(s_, "BSTResults", 0, "Latency", 1);
     std::vector<hab_host_value> many(51'000, {"DALHNotifyNDN", 0, "Index", "3"});
     many.back() = {"DALHNotifyDTN", 0, "Index", "3"};
-    ASSERT_EQ(hab_host_set_all(s, many.data(), many.size(), nullptr), HAB_OK);
-    ASSERT_EQ(hab_host_set_all(s, many.data(), many.size(), nullptr), HAB_OK);
+    ASSERT_EQ(hab_host_set_all(s_, many.data(), many.size(), nullptr), HAB_OK);
+    ASSERT_EQ(hab_host_set_all(s_, many.data(), many.size(), nullptr), HAB_OK);
     EXPECT_LE(std::stol(sql("SELECT count(*) FROM hab_journal")), 100'500);
-    leave.set();
+    gate.open();
     ASSERT_EQ(notices.await(3).size(), 3U);
-    hab_set_uint(s, "BSTResults", 0, "Latency", 2);
+    hab_set_uint(s_, "BSTResults", 0, "Latency", 2);
     EXPECT_EQ(notices.await(4),
               (Seen{"BSTResults.ServerId@0", "BSTResults.Latency@0", "DALHNotifyNDN.Index@0", "BSTResults.Latency@0"}));
 }
 
 TEST_F(NoticesTest, OfABlockedSessionHoldUpNobodyElse) {
-    const Session blocked = open();
     const Session other = open();
-    Event entered;
-    Event leave;
-    Notices held(blocked.get(), {"General"}, [&] {
-        entered.set();
-        leave.await();
-    });
+    Gate gate;
+    Notices held(s_, {"General"}, [&] { gate.pass(); });
     Notices free(other.get(), {"General"});
     hab_set_ascii(other.get(), "General", 0, "FSN", "1");
-    ASSERT_TRUE(entered.await());
-    hab_set_ascii(blocked.get(), "General", 0, "FSN", "2");
+    ASSERT_TRUE(gate.awaitEntered());
+    hab_set_ascii(s_, "General", 0, "FSN", "2");
     EXPECT_EQ(free.await(2).size(), 2U);
-    leave.set();
+    gate.open();
     EXPECT_EQ(held.await(2).size(), 2U);
 }
 
 TEST_F(NoticesTest, EndWithTheirSessionWithoutWaitingForTheHandler) {
-    const Session writer = open();
     Session session = open();
-    Event entered;
-    Event leave;
-    Notices notices(session.get(), {"General"}, [&] {
-        entered.set();
-        leave.await();
-    });
-    hab_set_ascii(writer.get(), "General", 0, "FSN", "1");
-    hab_set_ascii(writer.get(), "General", 0, "FSN", "2");
-    ASSERT_TRUE(entered.await());
+    Gate gate;
+    Notices notices(session.get(), {"General"}, [&] { gate.pass(); });
+    hab_set_ascii(s_, "General", 0, "FSN", "1");
+    hab_set_ascii(s_, "General", 0, "FSN", "2");
+    ASSERT_TRUE(gate.awaitEntered());
     session.reset();  // while the handler blocks
 
     // A handler that ends its own session gets no second notice, and its handle is known to be closed.
     hab_session* own = hab_init();
-    Event ended;
+    std::binary_semaphore ended{0};
     int status = HAB_OK;
     Notices last(own, {"General"}, [&] {
         hab_destroy(own);
         status = hab_set_ascii(own, "General", 0, "FSN", "3");
-        ended.set();
+        ended.release();
     });
-    hab_set_ascii(writer.get(), "General", 0, "FSN", "4");
-    hab_set_ascii(writer.get(), "General", 0, "FSN", "5");
-    ASSERT_TRUE(ended.await());
+    hab_set_ascii(s_, "General", 0, "FSN", "4");
+    hab_set_ascii(s_, "General", 0, "FSN", "5");
+    ASSERT_TRUE(ended.try_acquire_for(std::chrono::seconds(10)));
     EXPECT_EQ(status, HAB_SHUTDOWN);
 
     // One more round trip through a third session: whatever was to come for the others has come by then.
-    leave.set();
+    gate.open();
     const Session third = open();
     Notices after(third.get(), {"General"});
-    hab_set_ascii(writer.get(), "General", 0, "FSN", "6");
+    hab_set_ascii(s_, "General", 0, "FSN", "6");
     EXPECT_EQ(after.await(1).size(), 1U);
     EXPECT_EQ(last.await(1).size(), 1U);
     EXPECT_EQ(notices.await(1).size(), 1U);
 }
 
 TEST_F(NoticesTest, GoOnWhenTheBellIsRemoved) {
-    const Session session = open();
-    Notices notices(session.get(), {"General"});
-    hab_set_ascii(session.get(), "General", 0, "FSN", "1");
+    Notices notices(s_, {"General"});
+    hab_set_ascii(s_, "General", 0, "FSN", "1");
     ASSERT_EQ(notices.await(1).size(), 1U);
     ASSERT_TRUE(std::filesystem::remove(path_ + ".bell"));
-    hab_set_ascii(session.get(), "General", 0, "FSN", "2");
-    hab_set_ascii(session.get(), "General", 0, "FSN", "3");
+    hab_set_ascii(s_, "General", 0, "FSN", "2");
+    hab_set_ascii(s_, "General", 0, "FSN", "3");
     EXPECT_EQ(notices.await(3).size(), 3U);
 }
 
-// How often the delivery threads of this process have been on a processor.
-long switchesOfDeliveries() {
-    long switches = 0;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::ifstream status(task.path() / "status");
-        std::string word;
-        if (!(status >> word >> word) || word != "hab-notices") {
-            continue;
-        }
-        while (status >> word) {
-            long count = 0;
-            if (word.ends_with("voluntary_ctxt_switches:") && status >> count) {
-                switches += count;
-            }
-        }
-    }
-    return switches;
-}
-
-TEST_F(NoticesTest, CostNothingWhileNothingHappens) {
-    const Session session = open();
-    Notices notices(session.get(), {"General"});
-    hab_set_ascii(session.get(), "General", 0, "FSN", "1");
-    ASSERT_EQ(notices.await(1).size(), 1U);
-    usleep(100'000);  // on its way back to sleep
-    const long before = switchesOfDeliveries();
-    usleep(1'500'000);
-    EXPECT_GT(before, 0);
-    EXPECT_EQ(switchesOfDeliveries(), before);
-}
-
 TEST_F(NoticesTest, LeaveSignalsToTheProgramsOwnThreads) {
-    const Session session = open();
-    Notices notices(session.get(), {"General"});
+    Notices notices(s_, {"General"});
     sigset_t usr2;
     sigemptyset(&usr2);
     sigaddset(&usr2, SIGUSR2);
     pthread_sigmask(SIG_BLOCK, &usr2, nullptr);
     kill(getpid(), SIGUSR2);  // its default is to end the process: no thread may take it now
-    hab_set_ascii(session.get(), "General", 0, "FSN", "1");
+    hab_set_ascii(s_, "General", 0, "FSN", "1");
     EXPECT_EQ(notices.await(1).size(), 1U);
     sigset_t pending;
     sigpending(&pending);

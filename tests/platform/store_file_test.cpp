@@ -3,7 +3,6 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -41,29 +40,21 @@ TEST_F(StoreFile, ThatCannotBeUsedIsRefusedWithAReason) {
         file.seekp(static_cast<std::streamoff>(from));
         file << std::string(size, '\x5A');
     };
-    const struct {
-        std::function<void()> spoil;
-        const char* reason;
-    } cases[] = {
+    const Cases<std::function<void()>, const char*> cases{
         {[&] { fs::remove(path_); }, "habctl init"},
-        {[&] {
-             fs::remove(path_);
-             fs::create_directory(path_);
-         },
-         "not a regular file"},
+        {[&] { fs::remove(path_), fs::create_directory(path_); }, "not a regular file"},
         {[&] { chmod(path_.c_str(), 0400); }, "read-only"},
         {[&] { overwrite(0, 100); }, "damaged"},
         {[&] { overwrite(4096, fs::file_size(path_) - 4096); }, "damaged"},
         {[&] { fs::resize_file(path_, 0); }, "not a store"},
         {[&] { sql("PRAGMA application_id = 7"); }, "not a store of this format"},
-        {[&] { sql("PRAGMA user_version = 7"); }, "older schema"},
-    };
-    for (const auto& one : cases) {
+        {[&] { sql("PRAGMA user_version = 7"); }, "older schema"}};
+    for (const auto& [spoil, reason] : cases) {
         fs::remove_all(path_);
         ASSERT_EQ(hab_host_create(path_.c_str(), false), HAB_OK);
-        one.spoil();
-        const std::string errors = errorsOf([&] { EXPECT_EQ(hab_init(), nullptr) << one.reason; });
-        EXPECT_THAT(errors, HasSubstr(one.reason));
+        spoil();
+        const std::string errors = errorsOf([] { EXPECT_EQ(hab_init(), nullptr); });
+        EXPECT_THAT(errors, HasSubstr(reason));
         EXPECT_THAT(errors, HasSubstr(path_));
         EXPECT_TRUE(isOneLine(errors)) << errors;
     }
@@ -71,18 +62,16 @@ TEST_F(StoreFile, ThatCannotBeUsedIsRefusedWithAReason) {
 
 TEST_F(StoreFile, ThatIsDeletedOrReplacedFailsItsSessions) {
     const std::function<void()> losses[] = {
-        [&] { fs::remove(path_); },
-        [&] { fs::rename(path_, path_ + ".old"); },
+        [&] { fs::remove(path_); }, [&] { fs::rename(path_, path_ + ".old"); },
         [&] {
-            ASSERT_EQ(habctl({"init", "--force"}).status, 0);
+            habctl({"init", "--force"});
         },
         [&] {
             ASSERT_EQ(hab_host_create((path_ + ".new").c_str(), true), HAB_OK);
             fs::rename(path_ + ".new", path_);
             fs::remove(path_ + "-wal");  // the old one's: whoever moves stores by hand has to
             fs::remove(path_ + "-shm");
-        },
-    };
+        }};
     for (const auto& lose : losses) {
         ASSERT_EQ(hab_host_create(path_.c_str(), true), HAB_OK);
         const Session session = open();

@@ -1,100 +1,78 @@
 // Typed values through the client interface: types, limits, statuses, defaults, threads.
 #include <array>
 #include <atomic>
-#include <chrono>
-#include <limits>
+#include <latch>
 #include <thread>
 
 #include "workbench.h"
 
 namespace {
 
-using Values = StoreTest;
+using Values = SessionTest;
 
 TEST_F(Values, APlainCClientCanUseEveryKindOfCall) {
     EXPECT_EQ(Child({STORE_CLIENT}).end(0), 0);
 }
 
-TEST_F(Values, AreTheirDefaultsUntilTheyAreWritten) {
-    const Session session = open();
-    EXPECT_EQ(textAt(session.get(), "droFeature", 0, "CDIL"), "true");
-    EXPECT_EQ(textAt(session.get(), "DALHNotifyNDN", 0, "Index"), "257");
-    EXPECT_EQ(textAt(session.get(), "Dilsignature", 255, "Devicestate"), "DOWN");
-    EXPECT_EQ(textAt(session.get(), "General", 0, "DefaultMAC"), "00:00:00:00:00:00");
-    EXPECT_EQ(textAt(session.get(), "CircleCfg", 0, "accessToken"), "");
-}
-
-TEST_F(Values, AreFoundByExactNameOnly) {
-    const Session session = open();
-    hab_session* s = session.get();
-    EXPECT_EQ(hab_set_bool(s, "DROStatus", 0, "addJorvdeviceIdDone", true), HAB_OK);
-    EXPECT_EQ(textAt(s, "DROStatus", 0, "AddJorvdeviceIdDone"), "false");
-    EXPECT_EQ(hab_set_ascii(s, "Drocfg", 0, "DroBaseURL", "x"), HAB_OK);
-    for (const auto& [table, row, field] : {std::tuple{"DroCfg", 0, "DroBaseURL"},
-                                            {"drocfg", 0, "DroBaseURL"},
-                                            {"Drocfg", 0, "drobaseurl"},
-                                            {"Drocfg", 0, ""},
-                                            {"Drocfg", 1, "DroBaseURL"},
-                                            {"Drocfg", -1, "DroBaseURL"},
-                                            {"DeviceIdList", 256, "DeviceMac"}}) {
-        EXPECT_EQ(textAt(s, table, row, field), "[3]") << table << row << field;
+TEST_F(Values, AreTheirDefaultsUntilTheyAreWrittenUnderTheirExactName) {
+    EXPECT_EQ(textAt(s_, "droFeature", 0, "CDIL"), "true");
+    EXPECT_EQ(textAt(s_, "Dilsignature", 255, "Devicestate"), "DOWN");
+    EXPECT_EQ(textAt(s_, "General", 0, "DefaultMAC"), "00:00:00:00:00:00");
+    EXPECT_EQ(hab_set_bool(s_, "DROStatus", 0, "addJorvdeviceIdDone", true), HAB_OK);
+    EXPECT_EQ(textAt(s_, "DROStatus", 0, "AddJorvdeviceIdDone"), "false");
+    EXPECT_EQ(hab_set_ascii(s_, "Drocfg", 0, "DroBaseURL", "x"), HAB_OK);
+    const Cases<const char*, int, const char*> cases{
+        {"DroCfg", 0, "DroBaseURL"}, {"drocfg", 0, "DroBaseURL"},  {"Drocfg", 0, "drobaseurl"},       {"Drocfg", 0, ""},
+        {"Drocfg", 1, "DroBaseURL"}, {"Drocfg", -1, "DroBaseURL"}, {"DeviceIdList", 256, "DeviceMac"}};
+    for (const auto& [table, row, field] : cases) {
+        EXPECT_EQ(textAt(s_, table, row, field), "[3]") << table << row << field;
     }
-    std::uint32_t index = 0;
-    EXPECT_EQ(hab_set_uint(s, "DALHNotifyCDUPDATE", 0, "IndexCd", 12), HAB_OK);
-    EXPECT_EQ(hab_get_uint(s, "DALHNotifyCDUPDATE", 0, "IndexCD", &index), HAB_OK);
-    EXPECT_EQ(index, 12U);
+    EXPECT_EQ(hab_set_uint(s_, "DALHNotifyCDUPDATE", 0, "IndexCd", 12), HAB_OK);
+    EXPECT_EQ(textAt(s_, "DALHNotifyCDUPDATE", 0, "IndexCD"), "12");
 }
 
 TEST_F(Values, AreRefusedWithTheStatusThatFits) {
-    const Session session = open();
-    hab_session* s = session.get();
     const std::string longest(4095, 'a');
-    const struct {
-        int expected;
-        int got;
-    } cases[] = {
-        {HAB_OK, hab_set_ascii(s, "CircleCfg", 0, "accessToken", longest.c_str())},
-        {HAB_TOO_LONG, hab_set_ascii(s, "CircleCfg", 0, "accessToken", (longest + "a").c_str())},
-        {HAB_TOO_LONG, hab_set_string(s, "General", 0, "DeviceName", longest.c_str())},
-        {HAB_ENCODING, hab_set_ascii(s, "General", 0, "FSN", "S\x80")},
-        {HAB_ENCODING, hab_set_enum(s, "DALHConfig", 0, "TagStatus", "\xC3\xBC")},
-        {HAB_OK, hab_set_enum(s, "DALHConfig", 0, "TagStatus", "any word\x7F\x01")},
-        {HAB_WRONG_TYPE, hab_set_string(s, "General", 0, "FSN", "S")},
-        {HAB_WRONG_TYPE, hab_set_int(s, "DALHConfig", 0, "FeatureID", 1)},
-        {HAB_WRONG_TYPE, hab_set_bool(s, "RADebugLog", 0, "raCdilTimeout", true)},
-        {HAB_NOSUCH_ITEM, hab_set_int(s, "DALHConfig", 1, "FeatureID", 1)},
+    const Cases<int, int> cases{
+        {HAB_OK, hab_set_ascii(s_, "CircleCfg", 0, "accessToken", longest.c_str())},
+        {HAB_TOO_LONG, hab_set_ascii(s_, "CircleCfg", 0, "accessToken", (longest + "a").c_str())},
+        {HAB_TOO_LONG, hab_set_string(s_, "General", 0, "DeviceName", longest.c_str())},
+        {HAB_ENCODING, hab_set_ascii(s_, "General", 0, "FSN", "S\x80")},
+        {HAB_ENCODING, hab_set_enum(s_, "DALHConfig", 0, "TagStatus", "\xC3\xBC")},
+        {HAB_OK, hab_set_enum(s_, "DALHConfig", 0, "TagStatus", "any word\x7F\x01")},
+        {HAB_WRONG_TYPE, hab_set_string(s_, "General", 0, "FSN", "S")},
+        {HAB_WRONG_TYPE, hab_set_int(s_, "DALHConfig", 0, "FeatureID", 1)},
+        {HAB_WRONG_TYPE, hab_set_bool(s_, "RADebugLog", 0, "raCdilTimeout", true)},
+        {HAB_NOSUCH_ITEM, hab_set_int(s_, "DALHConfig", 1, "FeatureID", 1)},
         {HAB_INVALID, hab_set_uint(nullptr, "DALHConfig", 0, "FeatureID", 1)},
-        {HAB_INVALID, hab_set_uint(s, nullptr, 0, "FeatureID", 1)},
-        {HAB_INVALID, hab_set_uint(s, "DALHConfig", 0, nullptr, 1)},
-        {HAB_INVALID, hab_set_ascii(s, "General", 0, "FSN", nullptr)},
-        {HAB_INVALID, hab_set_mac(s, "General", 0, "DefaultMAC", nullptr)},
-        {HAB_INVALID, hab_get_bool(s, "DroCfg", 0, "claimState", nullptr)},
-        {HAB_INVALID, hab_get_ascii(s, "General", 0, "FSN", nullptr, 16)},
-        {HAB_INVALID, hab_subscribe(s, "General", 0)},
-        {HAB_INVALID, hab_subscribe_cb(s, nullptr, nullptr)},
-        {HAB_NOSUCH_ITEM, hab_subscribe(s, "general", 1)},
-    };
+        {HAB_INVALID, hab_set_uint(s_, nullptr, 0, "FeatureID", 1)},
+        {HAB_INVALID, hab_set_uint(s_, "DALHConfig", 0, nullptr, 1)},
+        {HAB_INVALID, hab_set_ascii(s_, "General", 0, "FSN", nullptr)},
+        {HAB_INVALID, hab_set_mac(s_, "General", 0, "DefaultMAC", nullptr)},
+        {HAB_INVALID, hab_get_bool(s_, "DroCfg", 0, "claimState", nullptr)},
+        {HAB_INVALID, hab_get_ascii(s_, "General", 0, "FSN", nullptr, 16)},
+        {HAB_INVALID, hab_subscribe(s_, "General", 0)},
+        {HAB_INVALID, hab_subscribe_cb(s_, nullptr, nullptr)},
+        {HAB_NOSUCH_ITEM, hab_subscribe(s_, "general", 1)}};
     for (const auto& one : cases) {
-        EXPECT_EQ(one.got, one.expected) << "case " << &one - cases;
+        EXPECT_EQ(std::get<1>(one), std::get<0>(one)) << "case " << &one - cases.data();
     }
-    EXPECT_EQ(textAt(s, "CircleCfg", 0, "accessToken"), longest);  // a refused write leaves what was there
-    EXPECT_EQ(textAt(s, "General", 0, "FSN"), "");
+    EXPECT_EQ(textAt(s_, "CircleCfg", 0, "accessToken"), longest);  // a refused write leaves what was there
+    EXPECT_EQ(textAt(s_, "General", 0, "FSN"), "");
 }
 
 TEST_F(Values, LeaveAnEmptyTextWhenTheyCannotBeRead) {
-    const Session session = open();
-    hab_session* s = session.get();
-    ASSERT_EQ(hab_set_ascii(s, "General", 0, "FSN", "123456789012345"), HAB_OK);
+    ASSERT_EQ(hab_set_ascii(s_, "General", 0, "FSN", "123456789012345"), HAB_OK);
     const auto reading = [](hab_session* from, const char* table, const char* field, std::size_t length) {
         std::array<char, 16> text{"before"};
         const int status = hab_get_ascii(from, table, 0, field, text.data(), length);
         return std::to_string(status) + text.data();
     };
-    EXPECT_EQ(reading(s, "General", "FSN", 16), "0123456789012345");
-    EXPECT_EQ(reading(s, "General", "FSN", 15), "4");
-    EXPECT_EQ(reading(s, "General", "FSN", 0), "5before");
-    EXPECT_EQ(reading(s, "General", "DeviceName", 16), "6");
-    EXPECT_EQ(reading(s, "General", "Nothing", 16), "3");
+    EXPECT_EQ(reading(s_, "General", "FSN", 16), "0123456789012345");
+    EXPECT_EQ(reading(s_, "General", "FSN", 15), "4");
+    EXPECT_EQ(reading(s_, "General", "FSN", 0), "5before");
+    EXPECT_EQ(reading(s_, "General", "DeviceName", 16), "6");
+    EXPECT_EQ(reading(s_, "General", "Nothing", 16), "3");
     EXPECT_EQ(reading(nullptr, "General", "FSN", 16), "5");
     hab_session* closed = hab_init();
     hab_destroy(closed);
@@ -104,32 +82,23 @@ TEST_F(Values, LeaveAnEmptyTextWhenTheyCannotBeRead) {
 }
 
 TEST_F(Values, AreReadFromTextStrictly) {
-    const Session session = open();
-    const struct {
-        const char* table;
-        const char* field;
-        const char* good;
-        std::vector<const char*> bad;
-    } cases[] = {
+    const std::vector<const char*> badMacs{"0A:1B:2C:3D:4E",    "0A:1B:2C:3D:4E:F",   "0A-1B-2C-3D-4E-FF",
+                                           "0A:1B:2C:3D:4E:FG", "0A:1B:2C:3D:4E:FF:", "-1:1B:2C:3D:4E:FF"};
+    const Cases<const char*, const char*, const char*, std::vector<const char*>> cases{
         {"DroCfg", "claimState", "true", {"TRUE", "1", "", "true "}},
         {"DALHConfig", "FeatureID", "4294967295", {"4294967296", "-1", "-0", "+1", " 1", "1 ", "0x1", ""}},
         {"JorvagentCfg", "jorv_force_connection", "-2147483648", {"-2147483649", "2147483648", "--1", "-", "1.0"}},
         {"Dilsignature",
          "DeviceIP",
          "10.0.0.255",
-         {"10.0.0.256", "10.0.0", "10.0.0.1.", "1.2.3.-4", "10..0.1", "a.b.c.d"}},
-        {"General",
-         "DefaultMAC",
-         "0A:1B:2C:3D:4E:FF",
-         {"0A:1B:2C:3D:4E", "0A:1B:2C:3D:4E:F", "0A-1B-2C-3D-4E-FF", "0A:1B:2C:3D:4E:FG",
-          "0A:1B:2C:3D:4E:FF:", "-1:1B:2C:3D:4E:FF"}},
-    };
-    for (const auto& one : cases) {
-        EXPECT_EQ(hab_host_set_text(session.get(), one.table, 0, one.field, one.good), HAB_OK) << one.good;
-        for (const char* bad : one.bad) {
-            EXPECT_EQ(hab_host_set_text(session.get(), one.table, 0, one.field, bad), HAB_INVALID) << bad;
+         {"10.0.0.256", "10.0.0", "10.0.0.1.", "1.2.3.-4", "10..0.1", "a.b.c"}},
+        {"General", "DefaultMAC", "0A:1B:2C:3D:4E:FF", badMacs}};
+    for (const auto& [table, field, good, allBad] : cases) {
+        EXPECT_EQ(hab_host_set_text(s_, table, 0, field, good), HAB_OK) << good;
+        for (const char* bad : allBad) {
+            EXPECT_EQ(hab_host_set_text(s_, table, 0, field, bad), HAB_INVALID) << bad;
         }
-        EXPECT_EQ(textAt(session.get(), one.table, 0, one.field), one.good);
+        EXPECT_EQ(textAt(s_, table, 0, field), good);
     }
     std::array<std::uint8_t, 6> mac{};
     EXPECT_EQ(hab_string2mac("0a:1B:2c:3D:4e:fF", mac.data()), HAB_OK);
@@ -139,44 +108,41 @@ TEST_F(Values, AreReadFromTextStrictly) {
 }
 
 TEST_F(Values, AreServedToManyThreadsOnOneHandle) {
-    const Session session = open();
     std::atomic<int> failures = 0;
-    const auto work = [&](int row) {
+    const auto onEightThreads = [](const std::function<void(int)>& work) {
+        std::vector<std::jthread> threads;
+        for (int number = 0; number < 8; ++number) {
+            threads.emplace_back(work, number);
+        }
+        return threads;
+    };
+    onEightThreads([&](int row) {
         for (int i = 0; i < 100; ++i) {
             const std::string text = std::to_string(row) + "-" + std::to_string(i);
             std::array<char, 32> read{};
-            failures += hab_set_ascii(session.get(), "DeviceIdList", row, "DeviceBrand", text.c_str()) != HAB_OK;
-            failures += hab_get_ascii(session.get(), "DeviceIdList", row, "DeviceBrand", read.data(), 32) != HAB_OK;
+            failures += hab_set_ascii(s_, "DeviceIdList", row, "DeviceBrand", text.c_str()) != HAB_OK;
+            failures += hab_get_ascii(s_, "DeviceIdList", row, "DeviceBrand", read.data(), 32) != HAB_OK;
             failures += read.data() != text;
-            failures += Session(hab_init(), hab_destroy) == nullptr;
+            failures += open() == nullptr;
         }
-    };
-    std::array<std::jthread, 8> threads;
-    for (int row = 0; row < 8; ++row) {
-        threads[static_cast<std::size_t>(row)] = std::jthread(work, row);
-    }
-    threads = {};
+    });
     EXPECT_EQ(failures, 0);
 
     // Closed under the hands of its users, the handle only says so.
     hab_session* shared = hab_init();
-    std::atomic<unsigned> reading = 0;
-    for (unsigned i = 0; i < threads.size(); ++i) {
-        threads[i] = std::jthread([&, i] {
-            bool claimed = false;
-            int status = HAB_OK;
-            while (status == HAB_OK) {
-                status = hab_get_bool(shared, "DroCfg", 0, "claimState", &claimed);
-                reading.fetch_or(1U << i);
-            }
-            failures += status != HAB_SHUTDOWN;
-        });
-    }
-    while (reading != 0xff) {
-        std::this_thread::yield();
-    }
+    std::latch reading(8);
+    auto users = onEightThreads([&](int) {
+        bool claimed = false;
+        int status = hab_get_bool(shared, "DroCfg", 0, "claimState", &claimed);
+        reading.count_down();
+        while (status == HAB_OK) {
+            status = hab_get_bool(shared, "DroCfg", 0, "claimState", &claimed);
+        }
+        failures += status != HAB_SHUTDOWN;
+    });
+    reading.wait();
     hab_destroy(shared);
-    threads = {};
+    users.clear();
     EXPECT_EQ(failures, 0);
 }
 

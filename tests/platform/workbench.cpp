@@ -13,34 +13,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <deque>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
 #include <utility>
-
-namespace {
-
-std::string contentOf(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
-}  // namespace
-
-StoreTest::StoreTest() : folder_((std::filesystem::temp_directory_path() / "platformXXXXXX").string()) {
-    if (mkdtemp(folder_.data()) == nullptr) {
-        throw std::runtime_error("no folder for a test: " + folder_);
-    }
-    path_ = folder_ + "/hab.db";
-    setenv("HAB_STORE", path_.c_str(), 1);
-    EXPECT_EQ(hab_host_create(path_.c_str(), false), HAB_OK);
-}
-
-StoreTest::~StoreTest() {
-    std::filesystem::remove_all(folder_);
-}
 
 std::string StoreTest::sql(const std::string& statements) const {
     sqlite3* db = nullptr;
@@ -53,10 +26,6 @@ std::string StoreTest::sql(const std::string& statements) const {
     EXPECT_EQ(sqlite3_exec(db, statements.c_str(), note, &last, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
     sqlite3_close(db);
     return last;
-}
-
-std::string StoreTest::read(const char* name) const {
-    return contentOf(folder_ + "/" + name);
 }
 
 std::string textAt(hab_session* session, const char* table, int row, const char* field) {
@@ -110,12 +79,6 @@ std::string Child::line(int milliseconds) {
     return line;
 }
 
-std::string Child::rest() {
-    while (more(10'000)) {
-    }
-    return std::exchange(read_, {});
-}
-
 int Child::end(int signal) {
     if (signal != 0) {
         kill(id_, signal);
@@ -126,13 +89,11 @@ int Child::end(int signal) {
 }
 
 Outcome habctl(std::vector<std::string> words) {
-    const char* store = std::getenv("HAB_STORE");
-    const std::string errors = std::string(store == nullptr ? "" : store) + ".errors";
-    words.insert(words.begin(), {"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>\"$HAB_STORE.errors\"", HABCTL});
-    Child child(words);
-    const std::string output = child.rest();
-    const int status = child.end(0);
-    return {status, output, contentOf(errors)};
+    const std::string script = R"(exec "$0" "$@" >"$HAB_STORE.output" 2>"$HAB_STORE.errors")";
+    words.insert(words.begin(), {"/bin/sh", "-c", script, HABCTL});
+    const int status = Child(words).end(0);
+    const std::string store = std::getenv("HAB_STORE");
+    return {status, file_text(store + ".output"), file_text(store + ".errors")};
 }
 
 Notices::Notices(hab_session* session, const std::vector<std::string>& tables, std::function<void()> also)
@@ -162,17 +123,4 @@ void Notices::onNotice(const char* table, int row, const char* field, void* cont
     const std::lock_guard lock(mine.mutex);
     mine.seen.push_back(notice);
     mine.more.notify_all();
-}
-
-void Event::set() {
-    {
-        const std::lock_guard lock(mutex_);
-        isSet_ = true;
-    }
-    changed_.notify_all();
-}
-
-bool Event::await(int milliseconds) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(milliseconds), [this] { return isSet_; });
 }

@@ -6,28 +6,33 @@
 
 #include <condition_variable>
 #include <functional>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <vector>
 
+#include "cases.h"
 #include "habhost.h"
+#include "test_store.h"
 
-using Session = std::unique_ptr<hab_session, decltype(&hab_destroy)>;
+using dro_test::Cases;
+using dro_test::file_text;
+using dro_test::Session;
 
 // A fresh store that HAB_STORE names, in a folder that goes with the test.
 class StoreTest : public testing::Test {
  protected:
-    StoreTest();
-    ~StoreTest() override;
-
-    static Session open() { return {hab_init(), hab_destroy}; }
+    static Session open() { return Session(hab_init()); }
     // Runs raw SQL on the store file and gives the last value that it answers.
     std::string sql(const std::string& statements) const;
-    std::string read(const char* name) const;
 
-    std::string folder_;
-    std::string path_;
+    const dro_test::StoreFolder store_;
+    const std::string folder_ = store_.folder();
+    const std::string path_ = store_.path();
+};
+
+// One with a session open.
+class SessionTest : public StoreTest {
+ protected:
+    const Session session_ = open();
+    hab_session* const s_ = session_.get();
 };
 
 // A value as text; the status in brackets when it cannot be read.
@@ -41,11 +46,8 @@ class Child {
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
-    pid_t id() const { return id_; }
     // The next line of its output, without the newline; empty at the end, or when none came for `milliseconds`.
     std::string line(int milliseconds = 10'000);
-    // All of its output from here on.
-    std::string rest();
     // Sends it a signal unless that is 0, and waits for its end: its exit status, or minus the signal that ended it.
     int end(int signal);
 
@@ -85,16 +87,4 @@ class Notices {
 
     // Never freed: a handler may still be on its way out when its session has been closed.
     State& state_;
-};
-
-// Lets one thread wait for another's word.
-class Event {
- public:
-    void set();
-    bool await(int milliseconds = 10'000);
-
- private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool isSet_ = false;
 };

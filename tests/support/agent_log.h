@@ -1,15 +1,14 @@
 // agent_log.h - what the agent logged, line by line, from the file that HAB_LOG_FILE names. Any thread.
 #pragma once
 
-#include <string>
 #include <string_view>
-#include <vector>
+
+#include "test_store.h"
 
 namespace dro_test {
 
 struct LogLine {
-    int level = 0;  // 1 trace, 2 notice, 4 error
-    std::string file;
+    int level = 0;        // 1 trace, 2 notice, 4 error
     std::string message;  // as it stands in the log: without its last newline, other control bytes escaped
 };
 
@@ -17,12 +16,12 @@ struct LogLine {
 // last newline nor unescaped control bytes, so both sides are compared in the log's form.
 class AgentLog {
  public:
-    explicit AgentLog(std::string path);
+    explicit AgentLog(std::string path) : path_(std::move(path)) {}
 
     // Lines since the last forget(). An unfinished last line is left out.
     std::vector<LogLine> lines() const;
     // Lets later calls see only lines that come from now on.
-    void forget();
+    void forget() { start_ = file_text(path_).size(); }
 
     // How often a line with this text came; of this level only, unless it is 0.
     std::size_t count(std::string_view text, int level = 0) const;
@@ -40,8 +39,5 @@ class AgentLog {
     std::string path_;
     std::size_t start_ = 0;
 };
-
-// `text` as a log line shows it.
-std::string as_logged(std::string_view text);
 
 }  // namespace dro_test

@@ -10,21 +10,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 namespace dro_test {
 namespace {
 
 sockaddr_in loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<in_port_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
+    return {AF_INET, htons(static_cast<in_port_t>(port)), {htonl(INADDR_LOOPBACK)}, {}};
 }
 
 [[noreturn]] void become_agent(const Launch& launch, const std::string& log, const std::string& output) {
@@ -75,10 +68,6 @@ AgentProcess::~AgentProcess() {
     close(pidfd_);
 }
 
-void AgentProcess::signal(int number) const {
-    kill(pid_, number);
-}
-
 std::optional<int> AgentProcess::wait_exit(std::chrono::milliseconds patience) {
     pollfd ended{pidfd_, POLLIN, 0};
     if (!status_ && poll(&ended, 1, static_cast<int>(patience.count())) > 0) {
@@ -87,19 +76,6 @@ std::optional<int> AgentProcess::wait_exit(std::chrono::milliseconds patience) {
         status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 256 + WTERMSIG(raw);
     }
     return status_;
-}
-
-bool AgentProcess::running() {
-    return !wait_exit(std::chrono::milliseconds(0));
-}
-
-bool AgentProcess::wait_for_link() const {
-    return log_.wait_for("Returning from JorvAgentStatus_cbHandler\n");
-}
-
-std::string AgentProcess::output() const {
-    std::ifstream file(output_path_, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 int connect_to(int port) {
@@ -117,15 +93,9 @@ bool send_message(int port, std::string_view message) {
     if (descriptor < 0) {
         return false;
     }
-    while (!message.empty()) {
-        const ssize_t sent = send(descriptor, message.data(), message.size(), MSG_NOSIGNAL);
-        if (sent < 0) {
-            break;
-        }
-        message.remove_prefix(static_cast<std::size_t>(sent));
-    }
+    const ssize_t sent = send(descriptor, message.data(), message.size(), MSG_NOSIGNAL);
     close(descriptor);
-    return message.empty();
+    return sent == static_cast<ssize_t>(message.size());
 }
 
 int occupy(int port) {

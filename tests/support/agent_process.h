@@ -3,15 +3,13 @@
 
 #include <sys/types.h>
 
+#include <csignal>
 #include <functional>
 #include <map>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "agent_log.h"
 #include "test_store.h"
-#include "wait.h"
 
 namespace dro_test {
 
@@ -20,10 +18,10 @@ inline constexpr int kEventPort = 4455;
 inline constexpr const char* kPidFile = "/tmp/droagent.pid";
 
 struct Launch {
-    bool quick = false;                              // droagent-quick, with the waits that `environment` names
-    std::vector<std::string> arguments;              // after the program's name
-    std::map<std::string, std::string> environment;  // added; HAB_STORE and HAB_LOG_FILE are set already
-    std::function<void()> before;                    // in the child, before the program is started
+    bool quick = false;                                // droagent-quick, with the waits that `environment` names
+    std::vector<std::string> arguments{};              // after the program's name
+    std::map<std::string, std::string> environment{};  // added; HAB_STORE and HAB_LOG_FILE are set already
+    std::function<void()> before{};                    // in the child, before the program is started
 };
 
 // Exactly one at a time in one namespace. Throws std::runtime_error when it cannot be started.
@@ -36,16 +34,16 @@ class AgentProcess {
     ~AgentProcess();
 
     pid_t pid() const { return pid_; }
-    void signal(int number) const;
+    void signal(int number) const { kill(pid_, number); }
     // The exit status, 256 + the signal that killed it, or none when it still ran after `patience`.
     std::optional<int> wait_exit(std::chrono::milliseconds patience = kPatience);
-    bool running();
+    bool running() { return !wait_exit(std::chrono::milliseconds(0)); }
 
     // True when both ports answer and the agent has reported the connector's state once.
-    bool wait_for_link() const;
+    bool wait_for_link() const { return log_.wait_for("Returning from JorvAgentStatus_cbHandler\n"); }
 
     // Standard output and standard error so far.
-    std::string output() const;
+    std::string output() const { return file_text(output_path_); }
     const AgentLog& log() const { return log_; }
 
  private:

@@ -39,9 +39,8 @@ dro::Durations short_durations() {
     using std::chrono::milliseconds;
     dro::Durations durations;
     durations.retryPause = milliseconds(30);
-    durations.listWatch = milliseconds(400);
-    durations.circleWatch = milliseconds(400);
     durations.unknownEvent = milliseconds(30);
+    durations.queuePause = milliseconds(0);
     return durations;
 }
 
@@ -78,6 +77,17 @@ void AgentTest::start_agent() {
     EXPECT_EQ(dro::dal_init(), 0);
     dro::get_hab_info();
     EXPECT_EQ(dro::get_api_url(), 0);
+}
+
+void AgentTest::forget() {
+    log.forget();
+    cloud.forget();
+}
+
+Request AgentTest::only_request() const {
+    const auto all = cloud.requests();
+    EXPECT_EQ(all.size(), 1U);
+    return all.size() == 1 ? all.front() : Request{};
 }
 
 std::string AgentTest::envelope(const std::string& uuid, const std::string& command, const std::string& data) {

@@ -3,10 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "agent_log.h"
+#include "cases.h"
 #include "dro_durations.h"
 #include "test_cloud.h"
 #include "test_store.h"
@@ -23,6 +21,12 @@ class AgentTest : public ::testing::Test {
 
     // Opens the session and builds the endpoints again, after a test has changed identity or base URL.
     void start_agent();
+
+    // Later looks at the log and at the cloud's requests see only what comes from now on.
+    void forget();
+
+    // The one request there was; what is wrong is an expectation that fails, and an empty request.
+    Request only_request() const;
 
     // An envelope for parseUUIDBaseBuffer; `data` is JSON text, or empty for none.
     static std::string envelope(const std::string& uuid, const std::string& command, const std::string& data = "");

@@ -6,7 +6,6 @@
 
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 
 namespace dro_test {
@@ -41,15 +40,6 @@ int error_for(Call call, const void* object = nullptr) {
     });
 }
 
-// For calls that answer -1.
-bool refuses(Call call) {
-    const int error = error_for(call);
-    if (error != 0) {
-        errno = error;
-    }
-    return error != 0;
-}
-
 }  // namespace
 
 FailCalls::FailCalls(Call call, int error, const void* object, int count) : call_(call) {
@@ -68,37 +58,36 @@ int FailCalls::failed() const {
 
 using dro_test::Call;
 using dro_test::error_for;
-using dro_test::refuses;
 
 // The names are the linker's: it sends calls of NAME to __wrap_NAME, and __real_NAME to NAME.
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,bugprone-macro-parentheses)
 extern "C" {
 
-#define WRAP_PTHREAD(name, which, parameters, ...)              \
-    int __real_##name parameters;                               \
-    int __wrap_##name parameters {                              \
-        const int error = error_for which;                      \
-        return error != 0 ? error : __real_##name(__VA_ARGS__); \
-    }
-#define WRAP_SYSTEM(type, name, which, parameters, ...)         \
-    type __real_##name parameters;                              \
-    type __wrap_##name parameters {                             \
-        return refuses which ? -1 : __real_##name(__VA_ARGS__); \
+// `failed` is what the call then answers.
+#define WRAP(failed, type, name, which, parameters, ...) \
+    type __real_##name parameters;                       \
+    type __wrap_##name parameters {                      \
+        const int error = error_for which;               \
+        if (error == 0) {                                \
+            return __real_##name(__VA_ARGS__);           \
+        }                                                \
+        errno = error;                                   \
+        return failed;                                   \
     }
 
-WRAP_PTHREAD(pthread_create, (Call::threadCreate),
-             (pthread_t * thread, const pthread_attr_t* how, void* (*body)(void*), void* argument), thread, how, body,
-             argument)
-WRAP_PTHREAD(pthread_cond_signal, (Call::condSignal, condition), (pthread_cond_t * condition), condition)
-WRAP_PTHREAD(pthread_cond_timedwait, (Call::condTimedWait, condition),
-             (pthread_cond_t * condition, pthread_mutex_t* mutex, const timespec* until), condition, mutex, until)
-WRAP_PTHREAD(pthread_mutex_lock, (Call::mutexLock, mutex), (pthread_mutex_t * mutex), mutex)
-WRAP_SYSTEM(int, socketpair, (Call::socketPair), (int domain, int type, int protocol, int* ends), domain, type,
-            protocol, ends)
-WRAP_SYSTEM(ssize_t, write, (Call::write), (int descriptor, const void* bytes, size_t count), descriptor, bytes, count)
-WRAP_SYSTEM(int, kill, (Call::kill), (pid_t process, int signal), process, signal)
-WRAP_SYSTEM(int, sigaction, (Call::sigaction), (int signal, const struct sigaction* action, struct sigaction* old),
-            signal, action, old)
+WRAP(error, int, pthread_create, (Call::threadCreate),
+     (pthread_t * thread, const pthread_attr_t* how, void* (*body)(void*), void* argument), thread, how, body, argument)
+WRAP(error, int, pthread_cond_signal, (Call::condSignal, condition), (pthread_cond_t * condition), condition)
+WRAP(error, int, pthread_cond_broadcast, (Call::condSignal, condition), (pthread_cond_t * condition), condition)
+WRAP(error, int, pthread_cond_timedwait, (Call::condTimedWait, condition),
+     (pthread_cond_t * condition, pthread_mutex_t* mutex, const timespec* until), condition, mutex, until)
+WRAP(error, int, pthread_mutex_lock, (Call::mutexLock, mutex), (pthread_mutex_t * mutex), mutex)
+WRAP(-1, int, socketpair, (Call::socketPair), (int domain, int type, int protocol, int* ends), domain, type, protocol,
+     ends)
+WRAP(-1, ssize_t, write, (Call::write), (int descriptor, const void* bytes, size_t count), descriptor, bytes, count)
+WRAP(-1, int, kill, (Call::kill), (pid_t process, int signal), process, signal)
+WRAP(-1, int, sigaction, (Call::sigaction), (int signal, const struct sigaction* action, struct sigaction* old), signal,
+     action, old)
 
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,bugprone-macro-parentheses)

@@ -2,11 +2,13 @@
 // linked so that calls from the agent's code come through here; calls from shared libraries do not. Any thread.
 #pragma once
 
+#include <cerrno>
+
 namespace dro_test {
 
 enum class Call {
     threadCreate,   // pthread_create; object: none
-    condSignal,     // pthread_cond_signal; object: the condition variable
+    condSignal,     // pthread_cond_signal and pthread_cond_broadcast; object: the condition variable
     condTimedWait,  // pthread_cond_timedwait; object: the condition variable
     mutexLock,      // pthread_mutex_lock; object: the mutex, to be named, since everything locks
     socketPair,     // these return -1 and set errno

@@ -8,17 +8,18 @@
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
+#include <filesystem>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
 
+#include "provisioning.h"
+
 namespace dro_test {
 namespace {
 
-constexpr std::size_t kLargestBody = std::size_t{4} * 1024 * 1024;
-
 Request copy_of(const httplib::Request& request) {
-    Request copy{request.method, request.path, {}, request.body, request.remote_port, std::chrono::steady_clock::now()};
+    Request copy{request.path, {}, request.body, request.remote_port, std::chrono::steady_clock::now()};
     copy.headers.insert(request.headers.begin(), request.headers.end());
     return copy;
 }
@@ -36,11 +37,29 @@ void send_answer(const Answer& answer, httplib::Response& response) {
 
 }  // namespace
 
+lab::ServerIdentity make_identity() {
+    return lab::makeServerIdentity(
+        {"qa.dro.localhost", "dev.dro.localhost", "stag.dro.localhost", "api.dro.localhost"});
+}
+
+const lab::ServerIdentity& identity() {
+    static const lab::ServerIdentity& made = *std::make_unique<lab::ServerIdentity>(make_identity()).release();
+    return made;
+}
+
+void trust(const lab::ServerIdentity& identity) {
+    lab::writeBundle(provisioning::kCaBundles.back(), identity.authority.get());
+}
+
+void remove_ca_bundle() {
+    std::filesystem::remove(provisioning::kCaBundles.back());
+}
+
 struct TestCloud::Server {
     explicit Server(const lab::ServerIdentity& id) : https(id.server.get(), id.serverKey.get()) {
         https.set_tcp_nodelay(true);
         https.set_keep_alive_max_count(1);
-        https.set_payload_max_length(kLargestBody);
+        https.set_payload_max_length(std::size_t{4} * 1024 * 1024);
         https.Post(".*",
                    [this](const httplib::Request& request, httplib::Response& response) { serve(request, response); });
         port = https.bind_to_any_port("127.0.0.1");
@@ -85,20 +104,14 @@ struct TestCloud::Server {
     bool released = false;
 };
 
-TestCloud::TestCloud() : TestCloud(identity()) {
+TestCloud::TestCloud() : server_(std::make_unique<Server>(identity())) {
     trust(identity());
 }
-
-TestCloud::TestCloud(const lab::ServerIdentity& server) : server_(std::make_unique<Server>(server)) {}
 
 TestCloud::~TestCloud() {
     release();
     server_->https.stop();
     server_->listener.join();
-}
-
-int TestCloud::port() const {
-    return server_->port;
 }
 
 std::string TestCloud::base_url(const std::string& host) const {
@@ -120,11 +133,6 @@ void TestCloud::release() {
     const std::lock_guard lock(server_->mutex);
     server_->released = true;
     server_->changed.notify_all();
-}
-
-std::vector<Request> TestCloud::requests(const std::string& path) const {
-    const std::lock_guard lock(server_->mutex);
-    return server_->to(path);
 }
 
 std::vector<Request> TestCloud::wait_for(std::size_t count, const std::string& path,

@@ -1,17 +1,27 @@
-// test_cloud.h - a real HTTPS server in the cloud's place: it records every request and answers as it was told. Any
-// thread.
+// test_cloud.h - a real HTTPS server in the cloud's place: it records every request and answers as it was told; and
+// whom the agent trusts. Any thread.
 #pragma once
 
-#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "certificates.h"
+#include "lab/certificates.h"
 #include "wait.h"
 
 namespace dro_test {
+
+// A new authority and a server's certificate from it for qa, dev, stag and api.dro.localhost and for no other host.
+lab::ServerIdentity make_identity();
+
+// The process's identity, made on the first call. Any thread.
+const lab::ServerIdentity& identity();
+
+// Makes the authority of `identity` the only one that the agent trusts, in one step; none at all switches its check
+// off. Writes to the last of the places where the agent looks.
+void trust(const lab::ServerIdentity& identity);
+void remove_ca_bundle();
 
 struct Answer {
     enum class Kind {
@@ -43,7 +53,6 @@ inline Answer stall() {
 }
 
 struct Request {
-    std::string method;
     std::string path;  // as "/transactionAck/"
     std::multimap<std::string, std::string> headers;
     std::string body;
@@ -53,15 +62,11 @@ struct Request {
 
 class TestCloud {
  public:
-    // Listens on a free loopback port with the certificate of `server`, and makes the process trust it.
+    // Listens on a free loopback port with the certificate of identity(), and makes the process trust it.
     TestCloud();
-    explicit TestCloud(const lab::ServerIdentity& server);
-    TestCloud(const TestCloud&) = delete;
-    TestCloud& operator=(const TestCloud&) = delete;
     // Releases what is stalled and stops.
     ~TestCloud();
 
-    int port() const;
     // "https://HOST:PORT/".
     std::string base_url(const std::string& host = "qa.dro.localhost") const;
 
@@ -73,7 +78,7 @@ class TestCloud {
     void release();
 
     // Requests so far, in the order of their arrival; only those to `path` unless it is empty.
-    std::vector<Request> requests(const std::string& path = "") const;
+    std::vector<Request> requests(const std::string& path = "") const { return wait_for(0, path); }
     // Waits until there are `count` of them, then as above. Fewer come back when time ran out: compare the size.
     std::vector<Request> wait_for(std::size_t count, const std::string& path = "",
                                   std::chrono::milliseconds patience = kPatience) const;

@@ -1,13 +1,14 @@
-// test_store.h - a real store in a temporary folder, and a watch on what is written to it. Any thread.
+// test_store.h - a real store in a temporary folder. Any thread.
 #pragma once
 
 #include <habhost.h>
 
-#include <initializer_list>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "wait.h"
 
 namespace dro_test {
 
@@ -16,51 +17,41 @@ struct SessionEnd {
 };
 using Session = std::unique_ptr<hab_session, SessionEnd>;
 
-// A fresh store with every value at its default; HAB_STORE names it while it lives. Addresses are "TABLE.FIELD" or
-// "TABLE.FIELD@ROW", values texts as habhost.h spells them. Whatever the store refuses is thrown as std::runtime_error.
-class TestStore {
+// A temporary folder with a fresh store, every value at its default; HAB_STORE names it while it lives.
+class StoreFolder {
  public:
-    TestStore();
-    TestStore(const TestStore&) = delete;
-    TestStore& operator=(const TestStore&) = delete;
-    ~TestStore();
+    StoreFolder();
+    StoreFolder(const StoreFolder&) = delete;
+    StoreFolder& operator=(const StoreFolder&) = delete;
+    ~StoreFolder();
 
-    std::string get(const std::string& address) const;
-    void set(const std::string& address, const std::string& value);
-    // In one step, in this order.
-    void set_all(const std::vector<std::pair<std::string, std::string>>& values);
-
-    // True as soon as the field holds `value`; false when it did not in time.
-    bool wait_for(const std::string& address, const std::string& value) const;
-
-    // The temporary folder, for other files of the test; it goes with the store.
+    // For other files of the test; it goes with the store.
     const std::string& folder() const { return folder_; }
     std::string path() const { return folder_ + "/hab.db"; }
 
  private:
     std::string folder_;
-    Session session_;
 };
 
-// Collects every write to some tables from its making on, whoever writes, in commit order.
-class StoreWatch {
+// The store with a session of its own. Addresses are "TABLE.FIELD" or "TABLE.FIELD@ROW", values texts as habhost.h
+// spells them. Whatever the store refuses is thrown as std::runtime_error.
+class TestStore : public StoreFolder {
  public:
-    explicit StoreWatch(std::initializer_list<const char*> tables);
-    StoreWatch(const StoreWatch&) = delete;
-    StoreWatch& operator=(const StoreWatch&) = delete;
-    ~StoreWatch();
+    std::string get(const std::string& address) const;
+    void set(const std::string& address, const std::string& value) { set_all({{address, value}}); }
+    // In one step, in this order.
+    void set_all(const std::vector<std::pair<std::string, std::string>>& values);
 
-    // All writes committed before this call and not handed out before, as "TABLE.FIELD=VALUE" (with "@ROW" unless it is
-    // 0). The value is read when the notice comes: of two writes to one field in quick succession both may show the
-    // second.
-    std::vector<std::string> take();
+    // True as soon as the field holds `value`; false when it did not in time.
+    bool wait_for(const std::string& address, const std::string& value) const {
+        return eventually([&] { return get(address) == value; });
+    }
 
  private:
-    static void on_notice(const char* table, int row, const char* field, void* self);
-
-    struct State;
-    State* state_;
-    Session session_;
+    Session session_{hab_init()};
 };
+
+// What is in a file; nothing when there is none.
+std::string file_text(const std::string& path);
 
 }  // namespace dro_test

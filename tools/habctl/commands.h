@@ -66,6 +66,9 @@ int describe(const std::string& address);
 int watch(const std::vector<std::string>& addresses);
 int dump(bool json, const std::vector<std::string>& tables);
 int load(const std::string& path);
+// Prints how the agent on this machine stands. HAB_OK while it takes messages, HAB_TIMEOUT while it only runs,
+// HAB_SHUTDOWN when it does not run. To be called by the agent's user or root, for whom its sockets can be seen.
+int status();
 
 // A value of a field, with the storage that a hab_host_value points at.
 struct OwnedValue {

@@ -56,6 +56,9 @@ void addVerbs(CLI::App& app, Order& order) {
     CLI::App* describe = app.add_subcommand("describe", "Say what fields are: type, length, default, purpose");
     describe->add_option("TABLE[.FIELD]", order.address);
     describe->callback([&order] { order.status = habctl::describe(order.address); });
+
+    CLI::App* status = app.add_subcommand("status", "Say how the agent stands; fails unless it takes messages");
+    status->callback([&order] { order.status = habctl::status(); });
 }
 
 // The words as the parser takes them, last first. A value to be set is taken as it is, whatever it begins with.

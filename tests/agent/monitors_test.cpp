@@ -1,0 +1,367 @@
+// The monitors: each order to the Circle agent, and each list that the cloud asked for, has one that reports what came
+// of it, or that nothing did.
+#include <algorithm>
+#include <cstring>
+
+#include "dro_cdil.h"
+#include "dro_circle.h"
+#include "dro_get_set_config.h"
+#include "dro_monitor.h"
+#include "dro_url.h"
+#include "faults.h"
+#include "pipeline.h"
+
+namespace dro_test {
+namespace {
+
+constexpr const char* kAnswer = "CircleCfgInternal.activationStatusDROA";
+constexpr const char* kDone =
+    "Circle is Being Activated or deactivated, sending Thread Signal to Provisioning thread\n";
+constexpr const char* kListPushed = "Cdil is Being Success or Failure, sending Thread Signal to Cdilstatus thread\n";
+constexpr const char* kActivationSeen = "Circle Activation callback\n";
+constexpr const char* kActivationStarted = "Circle Activation Monitoring Thread Started!\n";
+constexpr const char* kListSeen = "CDIL Timeout callback\n";
+constexpr const char* kListStarted = "Cdil Timeout Monitoring Thread Started!\n";
+constexpr std::chrono::milliseconds kSoon{150};
+constexpr std::chrono::milliseconds kLater{600};  // long enough for an answer that is given at once
+
+// One kind of order: its flag, the field in which it is answered, what its monitor waits with, and the acknowledgement
+// that comes of silence.
+struct Kind {
+    const char* flag;
+    const char* answer;
+    dro::MonitorSignal& signal;
+    dro::Mutex& mutex;
+    const char* late;
+};
+const Kind kActivation{"DroStatus.CircleAct", kAnswer, dro::activationResponse, dro::mutex_act_lock,
+                       "u-1 0 Activation-Failed_FAIL-Error TimeOut"};
+const Kind kProvision{"DroStatus.CircleProvision", kAnswer, dro::provisionResponse, dro::mutex_prov_lock,
+                      "u-1 0 Provision-Failed_FAIL-Error TimeOut"};
+const Kind kToggle{"DroStatus.CircleToggle", "CircleCfgInternal.sorbEnableStatusDROA", dro::circleToggleResponse,
+                   dro::mutex_toggle_lock, "u-2 0 Fail-Error timeout"};
+const Kind kList{"DroStatus.cdilTimeout", "RADebugLog.cdilDebugStatus", dro::timeoutResponse, dro::mutex_act_lock,
+                 "t-1 0 CDIL:Fail-Error timeout"};
+
+class Monitors : public PipelineTest {
+ protected:
+    // Subscribes, with this long until an answer is late. There is no dispatcher.
+    void start(std::chrono::milliseconds watch) {
+        set_durations([watch](dro::Durations& durations) { durations.circleWatch = durations.listWatch = watch; });
+        start_agent();
+        store.set_all({{"DroCfg.circle_uuid", "u-1"},
+                       {"CircleDebug.errorMessage", "E7"},
+                       {"CircleStatus.activationStatus", "provisioned"},
+                       {"RADebugLog.cdilTimestamp", "1700000000"},
+                       {"DroStatus.cdilSupport", "true"}});
+        dro::circle_cb_subscription();
+        dro::init_devToCld_push_sync();
+    }
+
+    // Gives an order, which is watched when this returns. `waiters`: the monitors of the kind that then wait.
+    void order(const Kind& kind, const char* toggleUuid = "u-2", int waiters = 1) {
+        if (&kind == &kToggle) {
+            store.set("CircleStatus.sorbStatus", "none");
+            dro::toggle_circle(toggleUuid, dro::JsonText(strdup(R"({"toggle":"on"})")));
+        } else if (&kind == &kList) {
+            dro::init_fetch_cd("t-1", 0, "app");
+        } else {
+            store.set("CircleCfgInternal.actionDROA", "activate");
+            store.set(kind.flag, "true");
+        }
+        ASSERT_TRUE(watched(kind, waiters)) << kind.flag;
+    }
+    static bool watched(const Kind& kind, int waiters = 1) {
+        return eventually([&] { return kind.signal.waiters() == waiters; });
+    }
+    static bool over() {
+        return eventually([] { return dro::active_monitors() == 0; });
+    }
+
+    // Waits for the end of all monitors; what was acknowledged, sorted, since two may report in either order.
+    Texts acks_when_over() {
+        EXPECT_TRUE(over());
+        Texts all = acknowledgements(0);
+        std::sort(all.begin(), all.end());
+        cloud.forget();
+        return all;
+    }
+};
+
+// ---- What they share ----
+
+TEST_F(Monitors, ReportSilenceAndLoseAnEarlyAnswer) {
+    start(kSoon);
+    store.set(kAnswer, "activated");  // before there is an order
+    store.set(kList.answer, "success");
+    ASSERT_TRUE(log.wait_for(kDone) && log.wait_for(kListPushed));
+    const Cases<const Kind*, Texts> cases{
+        {&kActivation, {kActivationSeen, kActivationStarted, "actionDROA field cleaned up and reset to none ....\n"}},
+        {&kProvision,
+         {"Provision callback\n", "Circle Provision Monitoring Thread Started!\n", "LastCircleTransUUID is u-1\n"}},
+        {&kToggle,
+         {"Circle Toggle callback\n", "Circle running state toggle Monitoring Thread Started!\n",
+          "LastCircleTransUUID is u-2\n", "Circle Toggle request timeout reached\n"}},
+        {&kList, {kListSeen, kListStarted, "LastCdilTransUUID is t-1\n", "Cdil status request timeout reached\n"}}};
+    for (const auto& [kind, said] : cases) {
+        log.forget();
+        order(*kind);
+        EXPECT_EQ(acks_when_over(), Texts{kind->late});
+        EXPECT_TRUE(log.in_order(said)) << kind->flag;
+        EXPECT_EQ(store.get(kind->flag), "false") << kind->flag;
+        EXPECT_EQ(store.get(kind->answer), "none") << kind->flag;
+    }
+    EXPECT_EQ(store.get("RADebugLog.dbgArg2"), "FETCH_CD,1700000000,failure");
+    EXPECT_EQ(store.get("RADebugLog.raCdilTimeout"), "true");
+    EXPECT_FALSE(log.has("Failed to send transack for CDIL timeout\n"));
+    cloud.answer_all(empty_answer());
+    order(kList);
+    EXPECT_EQ(acks_when_over(), Texts(3, kList.late));
+    EXPECT_TRUE(log.has("Failed to send transack for CDIL timeout\n", 4));
+}
+
+TEST_F(Monitors, ReportAnAnswerOnceThatIsGivenTwice) {
+    start(kPatience);
+    cloud.script("pc/circle/cuuid", {stall()});
+    order(kActivation);
+    store.set(kAnswer, "activated");
+    ASSERT_EQ(cloud.wait_for(1).size(), 1U);
+    store.set(kAnswer, "activated");
+    store.set(kActivation.flag, "true");  // the same order seen again
+    ASSERT_TRUE(log.wait_for(kActivationSeen, 2));
+    cloud.release();
+    ASSERT_TRUE(over());
+    EXPECT_EQ(cloud.requests().size(), 1U);
+    EXPECT_EQ(log.count(kActivationStarted), 1U);
+    order(kActivation);
+    EXPECT_EQ(log.count(kActivationStarted), 2U) << "the next order of the same name";
+}
+
+TEST_F(Monitors, ASignalThatFailsIsReportedAtOnce) {
+    start(kLater);
+    constexpr const char* kNoActivation = "Unable to trigger Circle Activation thread condition\n";
+    constexpr const char* kNoProvision = "Unable to trigger Circle Provision thread condition\n";
+    const Cases<const Kind*, const char*, const char*, Texts> cases{
+        {&kProvision, "provisioned", kNoProvision, {"u-1 0 Provision-Failed_FAIL- System Resource Unavailable"}},
+        {&kActivation, "activated", kNoActivation, {"u-1 0 Activation-Failed_FAIL- System Resource Unavailable"}},
+        {&kActivation, "fail", kNoActivation, {"u-1 0 Activation-Failed_E7"}},
+        {&kProvision, "fail", kNoProvision, {"u-1 0 Provision-Failed_E7"}},
+        {&kToggle,
+         "enabled",
+         "Unable to trigger toggle signal, when sorbStatus field is changed\n",
+         {"u-1 0 Fail- System Resource Available"}},
+        {&kList, "success", "Unable to trigger Cdil Status thread condition\n", {}}};
+    for (const auto& [kind, answer, logged, acks] : cases) {
+        log.forget();
+        store.set(kActivation.flag, "false");
+        order(*kind);
+        const FailCalls fault(Call::condSignal, EAGAIN);
+        const StoreSpy spy;
+        store.set(kind->answer, answer);
+        Texts expected = acks;
+        expected.emplace_back(kind->late);
+        EXPECT_EQ(acks_when_over(), expected);
+        EXPECT_TRUE(log.has(logged, 4)) << logged;
+        EXPECT_EQ(log.has("Call Circle Status API failed!\n", 4), std::string(answer) == "provisioned") << answer;
+        EXPECT_EQ(spy.writes(kList.flag).size(), kind == &kList ? 2U : 0U) << "put back at once, and at the end";
+    }
+}
+
+TEST_F(Monitors, AWaitThatFailsIsReportedAndGoesOn) {
+    start(kPatience);
+    const Cases<const Kind*, const char*, Texts> cases{
+        {&kActivation,
+         "deactivated",
+         {"u-1 0 Activation-Failed_FAIL-System Error Occured", "u-1 1 Success-Deactivated_E7"}},
+        {&kProvision,
+         "provisioned",
+         {"u-1 0 Provision-Failed_FAIL- System Failure occured", "u-1 1 Success-Provisioned_E7"}},
+        {&kToggle, "disabled", {"u-2 0 Fail-System Error Occured", "u-2 1 Success-Disabled"}},
+        {&kList, "success", {}}};
+    for (const auto& [kind, answer, acks] : cases) {
+        log.forget();
+        const FailCalls fault(Call::condTimedWait, EINVAL);
+        order(*kind);
+        ASSERT_TRUE(kind != &kList || log.wait_for("System Error Occured\n"));
+        EXPECT_EQ(acknowledgements(acks.size() / 2).size(), acks.size() / 2);
+        ASSERT_TRUE(watched(*kind));
+        store.set(kind->answer, answer);
+        EXPECT_EQ(acks_when_over(), acks);
+    }
+}
+
+TEST_F(Monitors, ALockThatFailsEndsTheMonitor) {
+    start(kPatience);
+    const Cases<const Kind*, const char*> cases{{&kActivation, "Unable to Lock Activation Mutex\n"},
+                                                {&kProvision, ""},  // said on standard error only
+                                                {&kToggle, "Unable to Lock Circle State toggle Mutex\n"},
+                                                {&kList, "Unable to Lock cdilstatus Mutex\n"}};
+    for (const auto& [kind, logged] : cases) {
+        log.forget();
+        const FailCalls fault(Call::mutexLock, EDEADLK, kind->mutex.native());
+        ::testing::internal::CaptureStderr();
+        store.set(kind->flag, "true");
+        EXPECT_TRUE(eventually([&fault] { return fault.failed() == 1; }) && over()) << logged;
+        EXPECT_TRUE(::testing::internal::GetCapturedStderr().starts_with("pthread_mutex_lock: ")) << logged;
+        EXPECT_EQ(log.count_starting("Unable to Lock", 4), log.count(logged, 4));
+        EXPECT_EQ(log.has(logged), *logged != '\0') << logged;
+        EXPECT_EQ(store.get(kind->flag), "true") << "nothing is put back";
+    }
+    EXPECT_TRUE(cloud.requests().empty());
+}
+
+TEST_F(Monitors, ShutdownPutsTheFieldsBackWithoutAReport) {
+    start(kPatience);
+    for (const Kind* kind : {&kActivation, &kProvision, &kToggle, &kList}) {
+        order(*kind);
+    }
+    dro::stop_monitors();
+    EXPECT_EQ(acks_when_over(), Texts{});
+    EXPECT_EQ(store.get("CircleCfgInternal.actionDROA"), "none");
+    EXPECT_EQ(store.get("RADebugLog.raCdilTimeout"), "false");
+    for (const Kind* kind : {&kProvision, &kToggle, &kList}) {
+        EXPECT_EQ(store.get(kind->flag), "false") << kind->flag;
+    }
+}
+
+// ---- Activation and provisioning ----
+
+TEST_F(Monitors, ReportTheAgentsAnswer) {
+    start(kPatience);
+    constexpr const char* kIdle = "ActivationStatusDROA field set to none\n";
+    const auto expect = [&](const Kind& kind, const char* answer, const char* woken, const Texts& acks,
+                            const std::string& message, const char* actAfter) {
+        SCOPED_TRACE(answer);
+        log.forget();
+        store.set(kActivation.flag, "false");
+        order(kind);
+        store.set(kAnswer, answer);
+        ASSERT_TRUE(over());
+        EXPECT_EQ(cloud.requests("pc/circle/cuuid").size(), acks.empty() ? 1U : 0U);
+        EXPECT_EQ(acks_when_over(), acks);
+        EXPECT_TRUE(log.in_order({"Circle Activation Status callback\n", woken, "message = " + message + "\n"}));
+        EXPECT_EQ(store.get(kActivation.flag), actAfter);
+        EXPECT_EQ(store.get(kProvision.flag), "false");
+        EXPECT_EQ(store.get(kAnswer), "none");
+        EXPECT_EQ(store.get("CircleCfgInternal.actionDROA"), &kind == &kProvision ? "activate" : "none");
+        EXPECT_TRUE(log.wait_for(kIdle)) << "the reset's notice";
+    };
+    expect(kActivation, "activated", kDone, {}, "Success-Activated", "true");
+    expect(kActivation, "activatedNow", kDone, {}, "Success-Activated", "true");
+    expect(kActivation, "deactivated", kDone, {"u-1 1 Success-Deactivated_E7"}, "Success-Deactivated", "false");
+    expect(kActivation, "failed",
+           "Circle Activation Sequences Failed, sending Thread Signal to Provisioning thread to report error\n",
+           {"u-1 0 Activation-Failed_E7"}, "Fail-Activation Failed", "false");
+    expect(kProvision, "failed",
+           "Circle Provisioning Sequences Failed, sending Thread Signal to Activation thread to report error\n",
+           {"u-1 0 Provision-Failed_E7"}, "FAIL-Provision failed", "false");
+    expect(kProvision, "provisioned", "Circle is Being Provisioned, sending Thread Signal to Provisioning thread\n",
+           {"u-1 1 Success-Provisioned_E7"}, "Success-Provisioned", "false");
+    EXPECT_EQ(store.get("DroStatus.cdilsyncAt"), "PROVISION");
+    EXPECT_EQ(store.get("DALHConfig.ProcessID"), "1") << "a list follows a provisioning";
+    for (const char* nobodys : {"fail", "Activated"}) {
+        log.forget();
+        store.set(kAnswer, nobodys);
+        EXPECT_TRUE(log.wait_for(kIdle)) << nobodys;
+    }
+}
+
+TEST_F(Monitors, AFailureGoesToTheActivationWhileThatIsOpen) {
+    start(kLater);
+    order(kActivation);
+    order(kProvision);
+    store.set(kAnswer, "fail");
+    EXPECT_EQ(acks_when_over(), (Texts{"u-1 0 Activation-Failed_E7", kProvision.late}));
+}
+
+// ---- Toggle ----
+
+TEST_F(Monitors, ReportHowAToggleWent) {
+    start(kPatience);
+    const auto expect = [&](const char* answer, const char* ack, bool heard) {
+        log.forget();
+        cloud.answer_all(heard ? accepted() : empty_answer());
+        order(kToggle);
+        store.set(kToggle.answer, "working");
+        ASSERT_TRUE(log.wait_for("sorbEnableStatusDROA field set to none\n")) << "not an answer";
+        store.set(kToggle.answer, answer);
+        EXPECT_EQ(acks_when_over().front(), ack);
+        EXPECT_EQ(log.has("TransAck API successfull\n"), heard) << answer;
+        EXPECT_EQ(store.get(kToggle.flag), "false");
+        EXPECT_EQ(store.get(kToggle.answer), "none");
+        EXPECT_TRUE(log.wait_for("sorbEnableStatusDROA field toggled by DroAgent\n")) << "the reset's notice";
+        EXPECT_TRUE(log.in_order({"Circle Toggle Status field change callback\n",
+                                  "Circle Running State is being toggled\n", "CircleToggle Reset to false\n"}));
+    };
+    expect("enabled", "u-2 1 Success-Enabled", true);
+    expect("disabledX", "u-2 1 Success-Disabled", true);
+    expect("fail-now", "u-2 0 Fail-Circle State Toggle Failed", true);
+    expect("enabled", "u-2 1 Success-Enabled", false);
+}
+
+TEST_F(Monitors, OfTwoTogglesTheAnswerWakesOne) {
+    start(kLater);
+    order(kToggle);
+    order(kToggle, "u-3", 2);
+    store.set(kToggle.answer, "enabled");
+    ASSERT_TRUE(log.wait_for("CircleToggle Reset to false\n"));
+    store.set(kToggle.answer, "enabled");  // no toggle of this program's is outstanding any more
+    const Texts all = acks_when_over();
+    EXPECT_TRUE(all == (Texts{"u-2 0 Fail-Error timeout", "u-3 1 Success-Enabled"}) ||
+                all == (Texts{"u-2 1 Success-Enabled", "u-3 0 Fail-Error timeout"}))
+        << ::testing::PrintToString(all);
+}
+
+// ---- The list ----
+
+TEST_F(Monitors, AListsWatchEndsWithTheDispatchersWord) {
+    start(kPatience);
+    const Cases<const char*, Texts, const char*> cases{
+        {"success",
+         {"RADebugLog.dbgArg1=CDIL Successfull", "RADebugLog.dbgArg2=FETCH_CD,1700000000,success",
+          "RADebugLog.cdilDebugStatus=none"},
+         "Cdil Successful\n"},
+        {"failure", {"RADebugLog.cdilDebugStatus=none"}, "Invalid Response\n"}};
+    for (const auto& [word, marks, logged] : cases) {
+        log.forget();
+        order(kList);
+        const StoreSpy spy;
+        store.set(kList.answer, word);
+        EXPECT_EQ(acks_when_over(), Texts{}) << "the list was the answer";
+        EXPECT_EQ(spy.writes("RADebugLog."), marks);
+        EXPECT_TRUE(log.in_order({kListPushed, "Cdil Running State is being debug\n", logged}));
+        EXPECT_TRUE(log.wait_for("timeoutState Reset to false\n"));
+        EXPECT_TRUE(log.wait_for("cdilDebugStatus field set to none\n"));
+    }
+}
+
+TEST_F(Monitors, AListsWatchIsForTheFetchThatStartedIt) {
+    start(kSoon);
+    store.set("DroStatus.cdilTransUuid", "old");
+    StoreSpy spy;
+    bool flagSeen = false;
+    spy.before_write("DroStatus.cdilTransUuid", [&] {
+        flagSeen = log.wait_for(kListSeen);
+        eventually([&] { return log.has(kListStarted); }, std::chrono::milliseconds(50));
+    });
+    dro::init_fetch_cd("t-1", 0, "app");
+    EXPECT_TRUE(flagSeen);
+    EXPECT_EQ(acknowledgements(1), Texts{kList.late});
+}
+
+TEST_F(Monitors, AListWithoutAWatchIsAskedForAllTheSame) {
+    start(kPatience);
+    {
+        const FailCalls fault(Call::threadCreate, EAGAIN);
+        ::testing::internal::CaptureStderr();
+        dro::init_fetch_cd("t-1", 0, "app");
+        EXPECT_TRUE(log.wait_for(kListSeen));
+        EXPECT_TRUE(eventually([&] { return fault.failed() == 1; }) && over());
+        EXPECT_TRUE(
+            ::testing::internal::GetCapturedStderr().starts_with("Failed to initialize Thread for cdilTimeout\n: "));
+    }
+    order(kList);  // the transaction is free again
+}
+
+}  // namespace
+}  // namespace dro_test
