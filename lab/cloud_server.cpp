@@ -39,6 +39,16 @@ Received received(const httplib::Request& request) {
             request.body};
 }
 
+std::string headOf(const httplib::Request& request) {
+    std::string head = request.method + " " + request.path;
+    for (const char* name : {"Host", "Content-Type", "Content-Length", "X-DreamFactoryAPIKey"}) {
+        if (request.has_header(name)) {
+            head += std::string("\n") + name + ": " + request.get_header_value(name);
+        }
+    }
+    return head;
+}
+
 std::string refusal(const std::string& why) {
     return R"({"status":0,"message":)" + jsonText(why) + "}";
 }
@@ -212,7 +222,15 @@ void CloudServer::handle(const httplib::Request& request, httplib::Response& res
     entry->body = request.body;
     entry->json = std::shared_ptr<const cJSON>(std::move(checked.json));
     entry->fault = checked.fault ? checked.fault->why : "";
-    timeline_.tell(Actor::Agent, Actor::Cloud, summary(*entry), request.body, entry->good() ? Tone::Plain : Tone::Bad);
+    Event arrived;
+    arrived.from = Actor::Agent;
+    arrived.to = Actor::Cloud;
+    arrived.what = summary(*entry);
+    arrived.body = request.body;
+    arrived.tone = entry->good() ? Tone::Plain : Tone::Bad;
+    arrived.exchange = ++exchanges_;
+    arrived.head = headOf(request);
+    timeline_.post(arrived);
     const Mood mood = checked.fault ? Mood::Refuse : takeMood();
     record_.add(entry);
     if (checked.fault) {
@@ -228,6 +246,7 @@ void CloudServer::handle(const httplib::Request& request, httplib::Response& res
     answered.to = Actor::Agent;
     answered.what = std::to_string(response.status > 0 ? response.status : 200) + " " + response.body;
     answered.took = took;
+    answered.exchange = arrived.exchange;
     timeline_.post(answered);
 }
 

@@ -2,8 +2,10 @@
 // would and answers as it was told. Any thread may call it.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -83,6 +85,8 @@ class CloudServer {
     const std::string serial_;
     const ServerIdentity identity_;
     int port_ = 0;
+
+    std::atomic<std::uint64_t> exchanges_ = 0;
 
     std::mutex listenerMutex_;  // serialises up and down; never taken by a request
     std::unique_ptr<Listener> listener_;

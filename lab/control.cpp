@@ -49,11 +49,7 @@ ControlServer::ControlServer(Lab& lab) : server_(std::make_unique<httplib::Serve
     server_->set_address_family(AF_UNIX);
     server_->set_keep_alive_max_count(1);
     server_->Post("/(.+)", [&lab](const httplib::Request& request, httplib::Response& response) {
-        const JsonTree arguments = parseJson(request.body);
-        const Reply reply = perform(lab, request.matches[1], arguments.get());
-        response.set_content(
-            std::string(R"({"ok":)") + (reply.ok ? "true" : "false") + R"(,"text":)" + jsonText(reply.text) + "}",
-            "application/json");
+        response.set_content(performJson(lab, request.matches[1], request.body), "application/json");
     });
     const mode_t before = ::umask(0177);
     const bool bound = server_->bind_to_port(path, kNoPort);
@@ -71,6 +67,11 @@ ControlServer::~ControlServer() {
     server_->stop();
     thread_.join();
     ::unlink(controlPath().c_str());
+}
+
+std::string performJson(Lab& lab, const std::string& operation, const std::string& arguments) {
+    const Reply reply = perform(lab, operation, parseJson(arguments).get());
+    return std::string(R"({"ok":)") + (reply.ok ? "true" : "false") + R"(,"text":)" + jsonText(reply.text) + "}";
 }
 
 Reply askLab(const std::string& operation, const cJSON* arguments) {

@@ -30,6 +30,9 @@ class ControlServer {
     std::jthread thread_;
 };
 
+// Does an operation whose arguments are a JSON text and gives the reply as JSON: {"ok","text"}.
+std::string performJson(Lab& lab, const std::string& operation, const std::string& arguments);
+
 // Asks the running lab; a lab that does not run is a reply with what to do.
 Reply askLab(const std::string& operation, const cJSON* arguments);
 

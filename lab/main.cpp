@@ -8,6 +8,7 @@
 #include "json.h"
 #include "tour.h"
 #include "up.h"
+#include "web.h"
 
 namespace {
 
@@ -44,13 +45,17 @@ std::string commandNames() {
 
 void addUp(CLI::App& app, Request& request) {
     auto* up = app.add_subcommand("up", "Start store, cloud, services and agent, and show what happens until Ctrl-C");
-    up->footer("Example: drolab up --devices 30");
+    up->footer("Example: drolab up --devices 30 --web");
     const auto settings = std::make_shared<lab::UpSettings>();
     up->add_option("--store", settings->lab.storePath,
                    "Store file to make, kept at the end (default: a temporary one)");
     up->add_option("--devices", settings->lab.devices, "Devices on the network")->check(CLI::Range(0, lab::kRows));
     up->add_flag("--verbose", settings->lab.verbose, "Show the agent's log lines too");
     up->add_flag("--json", settings->json, "One JSON object a line");
+    up->add_option("--web", settings->webPort, "Show it as a page too, on this port of 127.0.0.1")
+        ->expected(0, 1)
+        ->default_str(std::to_string(lab::kWebPort))
+        ->check(CLI::Range(1024, 65535));
     up->callback([&request, settings] { request.act = [settings] { return lab::runUp(*settings); }; });
 }
 

@@ -64,22 +64,7 @@ class JsonSink : public Sink {
     explicit JsonSink(std::FILE* out) : out_(out) {}
 
     void show(const Event& event) override {
-        const JsonTree line(cJSON_CreateObject());
-        const double seconds = std::chrono::duration<double>(event.at.time_since_epoch()).count();
-        cJSON_AddNumberToObject(line.get(), "time", seconds);
-        cJSON_AddStringToObject(line.get(), "from", nameOf(event.from));
-        cJSON_AddStringToObject(line.get(), "to", nameOf(event.to));
-        cJSON_AddStringToObject(line.get(), "what", event.what.c_str());
-        if (!event.body.empty()) {
-            cJSON_AddStringToObject(line.get(), "body", event.body.c_str());
-        }
-        if (event.tone != Tone::Plain) {
-            cJSON_AddStringToObject(line.get(), "tone", toneName(event.tone));
-        }
-        if (event.took) {
-            cJSON_AddNumberToObject(line.get(), "ms", milliseconds(*event.took));
-        }
-        std::fprintf(out_, "%s\n", printJson(line.get()).c_str());
+        std::fprintf(out_, "%s\n", jsonOf(event).c_str());
         std::fflush(out_);
     }
 
@@ -120,6 +105,30 @@ void Timeline::tell(Actor from, Actor to, std::string what, std::string body, To
     post(event);
 }
 
+std::string jsonOf(const Event& event) {
+    const JsonTree line(cJSON_CreateObject());
+    cJSON_AddNumberToObject(line.get(), "time", secondsOf(event.at));
+    cJSON_AddStringToObject(line.get(), "from", nameOf(event.from));
+    cJSON_AddStringToObject(line.get(), "to", nameOf(event.to));
+    cJSON_AddStringToObject(line.get(), "what", event.what.c_str());
+    if (!event.body.empty()) {
+        cJSON_AddStringToObject(line.get(), "body", event.body.c_str());
+    }
+    if (event.tone != Tone::Plain) {
+        cJSON_AddStringToObject(line.get(), "tone", toneName(event.tone));
+    }
+    if (event.took) {
+        cJSON_AddNumberToObject(line.get(), "ms", milliseconds(*event.took));
+    }
+    if (event.exchange != 0) {
+        cJSON_AddNumberToObject(line.get(), "exchange", static_cast<double>(event.exchange));
+    }
+    if (!event.head.empty()) {
+        cJSON_AddStringToObject(line.get(), "head", event.head.c_str());
+    }
+    return printJson(line.get());
+}
+
 std::unique_ptr<Sink> terminalSink(std::FILE* out, bool colours) {
     return std::make_unique<TerminalSink>(out, colours);
 }
@@ -141,6 +150,10 @@ std::string printable(const std::string& text) {
         }
     }
     return line;
+}
+
+double secondsOf(std::chrono::system_clock::time_point at) {
+    return std::chrono::duration<double>(at.time_since_epoch()).count();
 }
 
 std::string clockText(std::chrono::system_clock::time_point at) {

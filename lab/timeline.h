@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <mutex>
@@ -23,6 +24,8 @@ struct Event {
     std::string body;  // the whole message where `what` is a summary; may be empty
     Tone tone = Tone::Plain;
     std::optional<std::chrono::microseconds> took;
+    std::uint64_t exchange = 0;  // joins a request to the cloud with its answer; 0 for what is neither
+    std::string head;            // of a request: its first line and the headers that matter, a line each
     std::chrono::system_clock::time_point at = std::chrono::system_clock::now();
 };
 
@@ -53,13 +56,19 @@ class Timeline {
 // One readable line an event: time, who -> whom, what, how long it took. Long texts are cut to about a line.
 std::unique_ptr<Sink> terminalSink(std::FILE* out, bool colours);
 
-// One JSON object a line: time, from, to, what, and where they apply body, tone and ms.
+// One JSON object a line, as jsonOf() gives it.
 std::unique_ptr<Sink> jsonSink(std::FILE* out);
+
+// An event as a JSON object: time, from, to, what, and where they apply body, tone, ms, exchange and head.
+std::string jsonOf(const Event& event);
 
 // Control bytes of a text from outside written as \xNN, so that it stays on its line.
 std::string printable(const std::string& text);
 
-// Now, as HH:MM:SS.mmm in local time.
+// Seconds since the epoch, with their fraction.
+double secondsOf(std::chrono::system_clock::time_point at);
+
+// A time as HH:MM:SS.mmm in local time.
 std::string clockText(std::chrono::system_clock::time_point at);
 
 }  // namespace lab

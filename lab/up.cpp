@@ -9,6 +9,7 @@
 #include <csignal>
 
 #include "control.h"
+#include "web.h"
 
 namespace lab {
 
@@ -64,12 +65,21 @@ int stopAgent(Lab& lab) {
     return *status == 0 ? 0 : 1;
 }
 
-int run(Timeline& timeline, const LabSettings& settings, const EndSignals& signals) {
+int run(Timeline& timeline, const UpSettings& settings, const EndSignals& signals) {
     if (const std::string obstacle = inTheWay(); !obstacle.empty()) {
         return failed(timeline, obstacle);
     }
-    Lab lab(timeline, settings);
+    const std::shared_ptr<WebFeed> feed = settings.webPort != 0 ? std::make_shared<WebFeed>() : nullptr;
+    if (feed) {
+        timeline.add(feedSink(feed));
+    }
+    Lab lab(timeline, settings.lab);
     const ControlServer control(lab);
+    std::optional<WebPage> page;
+    if (feed) {
+        page.emplace(lab, feed, settings.webPort);
+        timeline.note(Actor::Lab, "the page: " + page->address(), Tone::Good);
+    }
     timeline.note(Actor::Lab, "store " + lab.storePath() + ", cloud at port " + std::to_string(lab.cloud.port()) +
                                   ", agent's log " + lab.logFile());
     const auto took = lab.startAgent("droagent");
@@ -91,7 +101,7 @@ int runUp(const UpSettings& settings) {
     timeline.add(settings.json ? jsonSink(stdout) : terminalSink(stdout, ::isatty(STDOUT_FILENO) == 1));
     const EndSignals signals;
     try {
-        return run(timeline, settings.lab, signals);
+        return run(timeline, settings, signals);
     } catch (const std::exception& problem) {
         return failed(timeline, problem.what());
     }

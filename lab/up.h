@@ -8,6 +8,7 @@ namespace lab {
 struct UpSettings {
     LabSettings lab;
     bool json = false;
+    int webPort = 0;  // of the page; 0 for none
 };
 
 // Runs until SIGINT or SIGTERM, or until the agent ends by itself. Returns the exit status: 0, or 1 when the lab could

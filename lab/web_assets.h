@@ -1,0 +1,16 @@
+// web_assets.h - the page's files, which travel inside the program. Constants only.
+#pragma once
+
+#include <array>
+
+namespace lab {
+
+struct WebAsset {
+    const char* path;
+    const char* type;
+    const char* text;
+};
+
+extern const std::array<WebAsset, 4> kWebAssets;
+
+}  // namespace lab
