@@ -12,8 +12,8 @@ target_compile_options(dro_flags INTERFACE
     -fstack-protector-strong
     -ffile-prefix-map=${CMAKE_SOURCE_DIR}=. -ffile-prefix-map=${CMAKE_BINARY_DIR}=.)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-    # At -O3 it takes the standard library's own joining of strings for overlapping copies.
-    target_compile_options(dro_flags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
+    # At -O3 this compiler takes the standard library's own joining of strings for overlapping copies.
+    target_compile_options(dro_flags INTERFACE $<$<AND:$<CONFIG:Release>,$<COMPILE_LANGUAGE:CXX>>:-Wno-restrict>)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(dro_flags INTERFACE -Wthread-safety)
