@@ -3,6 +3,7 @@
 
 #include <cJSON.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -30,11 +31,22 @@ struct RequestToken {
 };
 RequestToken make_request_token();
 
+// What a deployment settles about its requests.
+struct RequestRules {
+    std::chrono::milliseconds limit;  // of a whole transfer, 0 for none
+    bool needsCaBundle;               // without one, nothing is sent
+    std::size_t largestAnswer;        // in bytes; a longer one is a failed transfer
+};
+
+// The rules in force: the provisioned ones, unless tests set others before any thread starts.
+const RequestRules& request_rules();
+void set_request_rules(const RequestRules& rules);
+
 // Posts the JSON text `body` to `url` over HTTPS, on a connection of its own, and waits for the answer as long as the
-// server takes; only the connection is bounded (3 s), and a stop of the process ends the wait. Returns the length of
-// the answer's body, whatever its HTTP status, and puts it into `response`; 0 when there is none (no transfer, or an
-// empty body), which leaves `response` as it was. `httpStatus`, if given, receives the HTTP status code, 0 when none
-// arrived.
+// server takes unless request_rules() says otherwise; the connection is bounded (3 s), and a stop of the process ends
+// the wait. Returns the length of the answer's body, whatever its HTTP status, and puts it into `response`; 0 when
+// there is none (no transfer, or an empty body), which leaves `response` as it was. `httpStatus`, if given, receives
+// the HTTP status code, 0 when none arrived.
 std::size_t curl_post(const char* url, const char* body, std::optional<std::string>& response,
                       long* httpStatus = nullptr);
 

@@ -107,6 +107,12 @@ TransferHandles& transfer_handles() {
     return *handles;
 }
 
+RequestRules& current_rules() {
+    static RequestRules rules{std::chrono::seconds(provisioning::kTransferLimit), provisioning::kRequireCaBundle,
+                              provisioning::kLargestAnswer};
+    return rules;
+}
+
 // Collects the answer's body. No exception may pass through the transfer library.
 struct ResponseAccumulator {
     std::string text;
@@ -120,8 +126,13 @@ struct ResponseAccumulator {
     }
 
     static std::size_t write(const char* bytes, std::size_t size, std::size_t count, void* self) {
+        std::string& text = static_cast<ResponseAccumulator*>(self)->text;
+        if (size * count > request_rules().largestAnswer - text.size()) {
+            LOG_ERROR("The answer is longer than %zu bytes\n", request_rules().largestAnswer);
+            return 0;
+        }
         try {
-            static_cast<ResponseAccumulator*>(self)->text.append(bytes, size * count);
+            text.append(bytes, size * count);
         } catch (const std::bad_alloc&) {
             LOG_ERROR("realloc() failed\n");
             return 0;
@@ -161,6 +172,7 @@ void set_options(CURL* easy, const char* url, const char* body, curl_slist* head
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, ResponseAccumulator::write);
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, &answer);
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, kConnectTimeoutSeconds);
+    curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(request_rules().limit.count()));
     // Giving up does not wait for a name server that is silent.
     curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
     // One connection a request, to an address looked up for it, also on a handle that has seen others.
@@ -239,6 +251,14 @@ std::size_t hand_over(const std::string& answer, std::optional<std::string>& res
 
 }  // namespace
 
+const RequestRules& request_rules() {
+    return current_rules();
+}
+
+void set_request_rules(const RequestRules& rules) {
+    current_rules() = rules;
+}
+
 std::size_t curl_post(const char* url, const char* body, std::optional<std::string>& response, long* httpStatus) {
     long status = 0;
     if (httpStatus != nullptr) {
@@ -257,6 +277,10 @@ std::size_t curl_post(const char* url, const char* body, std::optional<std::stri
     const HeaderList headers = make_headers(environment);
     LOG_TRACE(" URL is %s\n", url);
     const CaBundle bundle = find_ca_bundle();
+    if (bundle.path == nullptr && request_rules().needsCaBundle) {
+        LOG_ERROR("No bundle of certificates can be read, so nothing is sent\n");
+        return 0;
+    }
     set_options(easy.get(), url, body, headers.get(), bundle, answer);
 
     const CURLcode result = perform(easy.get(), bundle);

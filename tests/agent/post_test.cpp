@@ -141,6 +141,28 @@ TEST_F(Post, TrustsTheBundleAndNoticesItsChange) {
     EXPECT_EQ(post("evil.qa.dro.localhost"), 0U);
 }
 
+TEST_F(Post, KeepsTheDeploymentsRules) {
+    const dro::RequestRules provisioned = dro::request_rules();
+    EXPECT_EQ(provisioned.limit.count(), 0);
+    EXPECT_FALSE(provisioned.needsCaBundle);
+    const std::string longest(provisioned.largestAnswer, 'x');
+    cloud.script("x/", {text_answer(longest), text_answer(longest + "x"), stall()});
+    EXPECT_EQ(post(), longest.size());
+    EXPECT_EQ(post(), 0U);
+    EXPECT_TRUE(log.has("The answer is longer than 16777216 bytes\n", 4));
+
+    dro::set_request_rules({std::chrono::milliseconds(100), true, provisioned.largestAnswer});
+    EXPECT_EQ(post(), 0U) << "the cloud stalls";
+    cloud.release();
+    EXPECT_NE(post(), 0U);
+    cloud.forget();
+    remove_ca_bundle();
+    EXPECT_EQ(post(), 0U);
+    EXPECT_TRUE(log.has("No bundle of certificates can be read, so nothing is sent\n", 4));
+    EXPECT_EQ(cloud.requests().size(), 0U);
+    dro::set_request_rules(provisioned);
+}
+
 TEST_F(Post, CutsEndpointsAtTheirSize) {
     std::string base = cloud.base_url();
     for (const std::size_t length : {112U, 113U}) {
