@@ -57,6 +57,8 @@ install(TARGETS hablib habdynlog EXPORT hab
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/hab)
 install(TARGETS habctl DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT habctl)
 dro_install_man(habctl habctl.1)
+set(DROAGENT_COMPLETIONS ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(FILES packaging/completion/drolab DESTINATION ${DROAGENT_COMPLETIONS} RENAME habctl COMPONENT habctl)
 
 # ---- Building against them ----
 set(DROAGENT_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/hablib)
@@ -77,3 +79,4 @@ install(FILES ${DROAGENT_GENERATED}/libhablib.pc DESTINATION ${CMAKE_INSTALL_LIB
 install(TARGETS drolab droagent-quick DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT lab EXCLUDE_FROM_ALL)
 set(DROAGENT_INSTALL_RULE EXCLUDE_FROM_ALL)
 dro_install_man(lab drolab.1)
+install(FILES packaging/completion/drolab DESTINATION ${DROAGENT_COMPLETIONS} COMPONENT lab EXCLUDE_FROM_ALL)
