@@ -97,7 +97,7 @@ void report(Waited outcome, const Order& order) {
 }
 
 void reset(bool /*reported*/) {
-
+    first_check = false;
     write_bool(fields::CircleToggle, false);
     write_enum(fields::sorbEnableStatusDROA, "none");
 }

@@ -207,9 +207,6 @@ TEST_F(Command, WritesItsRequestAndTriggersLast) {
                              "offline tag value matched!\n", "Bulk Block unblock function success\n"}) {
         EXPECT_TRUE(log.has(text, 1)) << text;
     }
-}
-
-TEST_F(Command, MarksAFetchFirst) {
     const StoreSpy spy;
     EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", "FETCH_CD", R"({"status":0})").c_str()), 0);
     EXPECT_EQ(spy.writes().at(0), "RADebugLog.dbgArg1=FETCH_CD command recieved from cloud");

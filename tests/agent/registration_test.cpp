@@ -136,10 +136,9 @@ TEST_F(Registration, TriesARefusedOrSilentCloudAgain) {
     dro::registerDroCloud();
     expect_three_attempts(true);
     EXPECT_FALSE(done());
-}
 
-TEST_F(Registration, TakesNoAnswerWhileTheOtherFlagIsSet) {
-    store.set("DROStatus.AddJorvdeviceIdDone", "true");
+    cloud.forget();
+    store.set_all({{"DROStatus.AddJorvdeviceIdDone", "true"}, {"DroCfg.claimState", "false"}});
     cloud.answer_all(text_answer(kRegistered));
     dro::registerDroCloud();
     EXPECT_EQ(sent().size(), 3U);
