@@ -145,8 +145,17 @@ int Tour::run() {
             chapter(each);
         }
     }
-    std::printf("\n%d of %d steps held, in %.1f s\n", held_, steps_, secondsSince(begin));
+    summarise(secondsSince(begin));
     return held_ == steps_ ? 0 : 1;
+}
+
+void Tour::summarise(double seconds) const {
+    std::printf("\n%-14s %-14s %5s %5s %9s\n", "chapter", "agent", "steps", "held", "time");
+    for (const Told& told : told_) {
+        std::printf("%-14s %-14s %5d %5d %7.1f s%s\n", told.chapter, told.agent.c_str(), told.steps, told.held,
+                    told.seconds, told.held == told.steps ? "" : "  FAILED");
+    }
+    std::printf("\n%d of %d steps held, in %.1f s\n", held_, steps_, seconds);
 }
 
 void Tour::chapter(const Chapter& chapter) {
@@ -159,6 +168,9 @@ void Tour::chapter(const Chapter& chapter) {
             static_cast<long long>(pace_.pause.count()), static_cast<long long>(pace_.listWatch.count()),
             static_cast<long long>(pace_.circleWatch.count()));
     }
+    const int stepsBefore = steps_;
+    const int heldBefore = held_;
+    const auto begin = std::chrono::steady_clock::now();
     try {
         useAgent(quick);
         chapter.tell(*this);
@@ -169,6 +181,7 @@ void Tour::chapter(const Chapter& chapter) {
     lab_->cloud.slow(milliseconds(0));
     lab_->devices.mood(ServiceMood::Ok);
     lab_->circle.mood(CircleMood::Success);
+    told_.push_back({chapter.name, running_, steps_ - stepsBefore, held_ - heldBefore, secondsSince(begin)});
 }
 
 // The first chapter starts the agent in a step of its own.

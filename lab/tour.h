@@ -70,7 +70,17 @@ class Tour {
     struct Chapter;
     static const std::vector<Chapter>& chapters();
 
+    // How a chapter went.
+    struct Told {
+        const char* chapter;
+        std::string agent;
+        int steps;
+        int held;
+        double seconds;
+    };
+
     void makeLab();
+    void summarise(double seconds) const;
     void chapter(const Chapter& chapter);
     void useAgent(bool quick);
     bool wanted(const std::string& name) const;
@@ -82,6 +92,7 @@ class Tour {
     std::string running_;  // the agent's program
     int steps_ = 0;
     int held_ = 0;
+    std::vector<Told> told_;
     Timeline timeline_;
     std::unique_ptr<Lab> lab_;
 };
