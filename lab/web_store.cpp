@@ -54,7 +54,6 @@ void add(WebFeed& feed, const hab_host_value& value, const std::chrono::system_c
 }  // namespace
 
 WebStore::WebStore(WebFeed& feed) : feed_(feed) {
-    const std::lock_guard lock(mutex_);
     const JsonTree all = tables();
     std::set<std::string> names;
     const cJSON* table = nullptr;
@@ -64,6 +63,7 @@ WebStore::WebStore(WebFeed& feed) : feed_(feed) {
     store_.follow(names, [this](std::string_view where, int row, std::string_view name) {
         written(std::string(where), row, std::string(name));
     });
+    const std::lock_guard lock(mutex_);
     const int status = hab_host_each_value(
         openSession().get(),
         [](const hab_host_value* value, void* context) { add(*static_cast<WebFeed*>(context), *value, nullptr); },
