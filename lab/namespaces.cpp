@@ -66,7 +66,8 @@ bool privateTmp() {
     std::error_code error;
     fs::create_directories(build, error);
     const std::string hidden = "/proc/self/fd/" + std::to_string(fd);
-    const bool bound = fd >= 0 && !error && ::mount(hidden.c_str(), build.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
+    const bool bound =
+        fd >= 0 && !error && ::mount(hidden.c_str(), build.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
     ::close(fd);
     return bound;
 }
