@@ -144,7 +144,7 @@ void getIntForStateString(const char* text, std::uint16_t& code) {
                                             {"offline", '3'}}};
     for (const State& state : kStates) {
         if (state.text == text) {
-            code = static_cast<std::uint16_t>(state.code);
+            code = static_cast<unsigned char>(state.code);
             return;
         }
     }
