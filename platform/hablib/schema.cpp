@@ -1,9 +1,18 @@
 #include "schema.h"
 
+#include "hablib.h"
+
 namespace hab {
 
-Value valueIn(const Statement& row, int column) {
-    return row.isNumber(column) ? Value{row.number(column), {}} : Value{0, std::string(row.bytes(column))};
+std::optional<Value> valueIn(const Statement& row, int column, const Field& field) {
+    if (row.isNumber(column) != isNumber(field.type)) {
+        return std::nullopt;
+    }
+    Value value = row.isNumber(column) ? Value{row.number(column), {}} : Value{0, std::string(row.bytes(column))};
+    if (accept(field.type, field.longest, value) != HAB_OK) {
+        return std::nullopt;
+    }
+    return value;
 }
 
 const Field* Table::field(std::string_view wanted) const {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -15,9 +16,6 @@
 namespace hab {
 
 struct Table;
-
-// A value as it stands in a column of the current row.
-Value valueIn(const Statement& row, int column);
 
 struct Field {
     std::int64_t id;
@@ -40,6 +38,10 @@ struct Table {
 
     const Field* field(std::string_view wanted) const;
 };
+
+// The value of `field` as it stands in a column of the current row; none when the cell does not hold what the field
+// admits, as in a damaged file.
+std::optional<Value> valueIn(const Statement& row, int column, const Field& field);
 
 class Schema {
  public:

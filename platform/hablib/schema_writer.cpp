@@ -121,9 +121,7 @@ std::int64_t dropMisfits(Connection& connection) {
     Statement read(connection, "SELECT field, row, value FROM hab_value");
     while (read.next()) {
         const Field* field = schema.field(read.number(0));
-        const bool fits = field != nullptr && read.number(1) < field->table->rows &&
-                          read.isNumber(2) == isNumber(field->type) &&
-                          accept(field->type, field->longest, valueIn(read, 2)) == HAB_OK;
+        const bool fits = field != nullptr && read.number(1) < field->table->rows && valueIn(read, 2, *field);
         if (!fits) {
             misfits.emplace_back(read.number(0), read.number(1));
         }

@@ -116,7 +116,16 @@ const Field* Session::field(std::string_view table, int row, std::string_view na
 int Session::read(const Field& field, int row, Value& value) {
     return whileThere([&] {
         const Run run(readValue_);
-        value = readValue_.bind(1, field.id).bind(2, row).next() ? valueIn(readValue_, 0) : field.initial;
+        if (!readValue_.bind(1, field.id).bind(2, row).next()) {
+            value = field.initial;
+            return HAB_OK;
+        }
+        std::optional<Value> found = valueIn(readValue_, 0, field);
+        if (!found) {
+            store_->failed("damaged: it holds a value that does not fit its field; restore a copy");
+            return HAB_ERROR;
+        }
+        value = *std::move(found);
         return HAB_OK;
     });
 }
@@ -166,8 +175,9 @@ int Session::readAll(std::vector<Change>& values) {
                        "SELECT v.field, v.row, v.value FROM hab_value v JOIN hab_field f ON f.id = v.field"
                        " JOIN hab_table t ON t.id = f.table_id ORDER BY t.place, v.row, f.place");
         while (read.next()) {
-            if (const Field* field = schema().field(read.number(0)); field != nullptr) {
-                values.push_back({field, static_cast<int>(read.number(1)), valueIn(read, 2)});
+            const Field* field = schema().field(read.number(0));
+            if (std::optional<Value> value = field == nullptr ? std::nullopt : valueIn(read, 2, *field)) {
+                values.push_back({field, static_cast<int>(read.number(1)), *std::move(value)});
             }
         }
         return HAB_OK;

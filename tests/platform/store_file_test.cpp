@@ -116,6 +116,17 @@ TEST_F(StoreFile, ThatIsLockedMakesWritersGiveUpAfterTwoSeconds) {
     EXPECT_EQ(sqlite3_close(db), SQLITE_OK);
 }
 
+TEST_F(StoreFile, WithAValueThatDoesNotFitItsFieldFailsToReadIt) {
+    const Session session = open();
+    std::array<std::uint8_t, 6> mac{1, 2, 3, 4, 5, 6};
+    ASSERT_EQ(hab_set_mac(session.get(), "General", 0, "DefaultMAC", mac.data()), HAB_OK);
+    for (const char* cell : {"zeroblob(64)", "zeroblob(3)", "7"}) {
+        sql(std::string("UPDATE hab_value SET value = ") + cell);
+        EXPECT_EQ(hab_get_mac(session.get(), "General", 0, "DefaultMAC", mac.data()), HAB_ERROR) << cell;
+    }
+    EXPECT_EQ(mac, (std::array<std::uint8_t, 6>{1, 2, 3, 4, 5, 6}));
+}
+
 TEST_F(StoreFile, OfAnOlderSchemaIsBroughtUpToDateWithItsValues) {
     {
         const Session session = open();
