@@ -1,0 +1,58 @@
+// A message from the connector, through the callback, the envelope and the command's handler. The input's texts, in
+// their order: "<ANSWER" is the cloud's next answer, "=TABLE.FIELD=VALUE" is what a service of the router writes,
+// anything else is a message, whose monitors then see their deadlines pass.
+#include "agent.h"
+#include "dro_cdil.h"
+#include "dro_circle.h"
+#include "dro_main.h"
+#include "dro_monitor.h"
+#include "input.h"
+
+namespace {
+
+void run_started() {
+    for (auto bodies = fuzz::started_threads(); !bodies.empty(); bodies = fuzz::started_threads()) {
+        for (const auto& body : bodies) {
+            body();
+        }
+    }
+}
+
+// As the store's notices would: each looks at its field.
+void notice() {
+    for (const auto handler : {dro::cdilTimeout_cbHandler, dro::circleAct_cbHandler, dro::circleProvision_cbHandler,
+                               dro::circleToggle_cbHandler, dro::activationStatus_cbHandler,
+                               dro::sorbEnableStatus_cbHandler, dro::cdilDebugStatus_cbHandler}) {
+        handler(nullptr);
+        run_started();
+    }
+}
+
+void write(const fuzz::Store& store, const std::string& text) {
+    const std::size_t dot = text.find('.');
+    const std::size_t end = text.find('=');
+    if (dot == std::string::npos || end == std::string::npos || dot > end) {
+        return;
+    }
+    const std::string table = text.substr(0, dot);
+    const std::string field = text.substr(dot + 1, end - dot - 1);
+    hab_host_set_text(store.session(), table.c_str(), 0, field.c_str(), text.c_str() + end + 1);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const fuzz::Store& store = fuzz::fresh_agent();
+    for (const std::string& text : fuzz::texts(fuzz::bytes(data, size))) {
+        if (text.starts_with('<')) {
+            fuzz::answer_next(text.substr(1));
+        } else if (text.starts_with('=')) {
+            write(store, text.substr(1));
+        } else {
+            dro::JorvAgentNotification_cbHandler(text.c_str());
+            notice();
+        }
+    }
+    fuzz::require(dro::active_monitors() == 0);
+    return 0;
+}
