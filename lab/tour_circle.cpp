@@ -1,6 +1,12 @@
 // Parental control: activated, provisioned, switched off and on, and what goes wrong on the way.
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
 #include "cloud_summary.h"
 #include "store_fields.h"
+
 #include "tour.h"
 
 namespace lab {
@@ -118,10 +124,26 @@ void switches(Tour& tour) {
               [&] { tour.acknowledged("TOGGLE_CIRCLE_STATE", R"({"toggle":"ON"})", "0", "Invalid toggle request"); });
 }
 
+// Waits for a line of the agent's log, behind what it holds at `from`: only there it says that a monitor waits.
+void awaitLog(const Tour& tour, const std::string& file, std::uintmax_t from, const std::string& text) {
+    const auto deadline = std::chrono::steady_clock::now() + tour.pace().circleWatch;
+    for (;;) {
+        std::ifstream log(file, std::ios::binary);
+        log.seekg(static_cast<std::streamoff>(from));
+        const std::string lines{std::istreambuf_iterator<char>(log), {}};
+        if (lines.find(text) != std::string::npos) {
+            return;
+        }
+        check(std::chrono::steady_clock::now() < deadline, "the agent's log does not say: " + text);
+        std::this_thread::sleep_for(milliseconds(2));
+    }
+}
+
 void overlaps(Tour& tour) {
     Lab& lab = tour.lab();
     tour.step("a second activation while one runs is refused, the first goes on", [&] {
         const std::size_t from = lab.record.mark();
+        const std::uintmax_t logged = std::filesystem::file_size(lab.logFile());
         Store watching;
         std::string first;
         check(watching.await(
@@ -134,6 +156,8 @@ void overlaps(Tour& tour) {
                   },
                   milliseconds(5000)),
               "the Circle agent did not take the order");
+        // The refusal takes the flag back; earlier than this it would keep the first order's monitor from starting.
+        awaitLog(tour, lab.logFile(), logged, "Circle Activation Monitoring Thread Started!");
         tour.acknowledged("ACTIVATE_CIRCLE", kPlain, "0", "Earlier SORB activation request already in progress");
         deviceReported(tour, from, first);
         orderPutAway(tour);

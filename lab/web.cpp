@@ -97,6 +97,11 @@ WebPage::WebPage(Lab& lab, std::shared_ptr<WebFeed> feed, int port)
 
 WebPage::~WebPage() {
     feed_->end();
+    // Those who read are told of the end first; the server would only hang up on them.
+    const auto deadline = std::chrono::steady_clock::now() + kReaderPatience;
+    while (readers_ > 0 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
     server_->stop();
     thread_.join();
 }

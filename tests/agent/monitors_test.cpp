@@ -74,6 +74,13 @@ class Monitors : public PipelineTest {
     static bool watched(const Kind& kind, int waiters = 1) {
         return eventually([&] { return kind.signal.waiters() == waiters; });
     }
+    // Notices come one at a time, in the order of the writes: once this one has, those of the order before have too.
+    void let_notices_pass() {
+        constexpr const char* kPassed = "Reset for the UPDATE_CD Index\n";
+        const std::size_t before = log.count(kPassed);
+        store.set("DALHNotifyCDUPDATE.IndexCD", "257");
+        ASSERT_TRUE(log.wait_for(kPassed, before + 1));
+    }
     static bool over() {
         return eventually([] { return dro::active_monitors() == 0; });
     }
@@ -104,6 +111,7 @@ TEST_F(Monitors, ReportSilenceAndLoseAnEarlyAnswer) {
           "LastCircleTransUUID is u-2\n", "Circle Toggle request timeout reached\n"}},
         {&kList, {kListSeen, kListStarted, "LastCdilTransUUID is t-1\n", "Cdil status request timeout reached\n"}}};
     for (const auto& [kind, said] : cases) {
+        let_notices_pass();
         log.forget();
         order(*kind);
         EXPECT_EQ(acks_when_over(), Texts{kind->late});
