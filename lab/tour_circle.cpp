@@ -6,7 +6,6 @@
 
 #include "cloud_summary.h"
 #include "store_fields.h"
-
 #include "tour.h"
 
 namespace lab {
