@@ -117,10 +117,12 @@ bool Store::lost(const Connection& connection) {
     if (!connection.moved()) {
         return false;
     }
-    if (!lost_.exchange(true)) {
+    // Said before anybody sees a failure that comes of it.
+    std::call_once(lossSaid_, [this] {
         complain(path_,
                  "replaced or deleted while in use; nothing is read or written any more, restart to use the new one");
-    }
+    });
+    lost_.store(true, std::memory_order_release);
     return true;
 }
 

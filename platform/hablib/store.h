@@ -59,6 +59,7 @@ class Store {
     const FileIdentity identity_;
     const Schema schema_;
     FileWatch watch_;
+    std::once_flag lossSaid_;
     std::atomic<bool> lost_{false};
     std::atomic<bool> complained_{false};
 };

@@ -80,8 +80,8 @@ TEST_F(StoreFile, ThatIsDeletedOrReplacedFailsItsSessions) {
         ASSERT_EQ(notices.await(1).size(), 1U);
         const std::string errors = errorsOf([&] {
             lose();
-            EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "[8]");
             EXPECT_EQ(hab_set_ascii(session.get(), "General", 0, "FSN", "lost"), HAB_ERROR);
+            EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "[8]");
             EXPECT_EQ(hab_subscribe(session.get(), "DroCfg", 1), HAB_ERROR);
             EXPECT_EQ(hab_host_check(session.get()), HAB_ERROR);
         });
