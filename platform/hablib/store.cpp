@@ -171,6 +171,9 @@ OpenedStore openStore(const std::string& path) {
             return {};
         }
         std::shared_ptr<Store> store = shareStore(*connection, *identity);
+        if (store->lost(*connection)) {
+            return {};  // replaced before its watch stood
+        }
         return {std::move(store), std::move(connection)};
     } catch (const SqliteError& error) {
         complain(path, explain(error));
