@@ -33,9 +33,10 @@ RequestToken make_request_token();
 
 // What a deployment settles about its requests.
 struct RequestRules {
-    std::chrono::milliseconds limit;  // of a whole transfer, 0 for none
-    bool needsCaBundle;               // without one, nothing is sent
-    std::size_t largestAnswer;        // in bytes; a longer one is a failed transfer
+    std::chrono::milliseconds limit;        // of a whole transfer, 0 for none
+    bool needsCaBundle;                     // without one, nothing is sent
+    std::size_t largestAnswer;              // in bytes; a longer one is a failed transfer
+    std::chrono::milliseconds sessionLife;  // how long a TLS session is resumed after its full handshake, 0 for never
 };
 
 // The rules in force: the provisioned ones, unless tests set others before any thread starts.

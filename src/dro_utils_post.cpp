@@ -1,20 +1,13 @@
 // The transfer of one signed request.
 #include <curl/curl.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
 #include <cstring>
-#include <ctime>
 #include <memory>
 #include <new>
-#include <vector>
 
 #include "dro_log.h"
-#include "dro_stop.h"
-#include "dro_sync.h"
 #include "dro_utils.h"
+#include "dro_utils_transfer.h"
 #include "provisioning.h"
 
 namespace dro {
@@ -22,94 +15,13 @@ namespace {
 
 constexpr long kConnectTimeoutSeconds = 3;
 constexpr std::size_t kUsualAnswer = 256;
-constexpr std::size_t kIdleHandles = 2;  // threads that post at once are few; each kept handle holds a parsed bundle
 
-template <auto Function>
-struct Releases {
-    template <typename T>
-    void operator()(T* handle) const {
-        static_cast<void>(Function(handle));
-    }
-};
 using EasyHandle = std::unique_ptr<CURL, Releases<curl_easy_cleanup>>;
-using MultiHandle = std::unique_ptr<CURLM, Releases<curl_multi_cleanup>>;
 using HeaderList = std::unique_ptr<curl_slist, Releases<curl_slist_free_all>>;
-
-// The bundle of trusted certificates in use, and which version of it.
-struct CaBundle {
-    const char* path = nullptr;  // null: none can be read
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = 0;
-    timespec modified{};
-
-    bool operator==(const CaBundle& other) const {
-        return path == other.path && device == other.device && inode == other.inode && size == other.size &&
-               modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec;
-    }
-};
-
-CaBundle find_ca_bundle() {
-    for (const char* path : provisioning::kCaBundles) {
-        const int probe = open(path, O_RDONLY | O_CLOEXEC);
-        if (probe < 0) {
-            continue;
-        }
-        struct stat status {};
-        fstat(probe, &status);
-        close(probe);
-        return {path, status.st_dev, status.st_ino, status.st_size, status.st_mtim};
-    }
-    return {};
-}
-
-// Multi handles between transfers. Each keeps the certificates it has parsed, which is most of the work of a request,
-// and nothing else: every request has a connection of its own. A handle made for another bundle is not used again.
-class TransferHandles {
- public:
-    MultiHandle take(const CaBundle& bundle) {
-        Idle last;
-        do {
-            last = take_idle();
-        } while (last.handle && !(last.bundle == bundle));
-        return last.handle ? std::move(last.handle) : MultiHandle(curl_multi_init());
-    }
-
-    void give_back(MultiHandle handle, const CaBundle& bundle) {
-        const MutexLock lock(mutex_);
-        if (idle_.size() < kIdleHandles) {
-            idle_.push_back({std::move(handle), bundle});
-        }
-    }
-
- private:
-    struct Idle {
-        MultiHandle handle;
-        CaBundle bundle;
-    };
-
-    Idle take_idle() {
-        const MutexLock lock(mutex_);
-        if (idle_.empty()) {
-            return {};
-        }
-        Idle last = std::move(idle_.back());
-        idle_.pop_back();
-        return last;
-    }
-
-    Mutex mutex_;
-    std::vector<Idle> idle_ DRO_GUARDED_BY(mutex_);
-};
-
-TransferHandles& transfer_handles() {
-    static Immortal<TransferHandles> handles;
-    return *handles;
-}
 
 RequestRules& current_rules() {
     static RequestRules rules{std::chrono::seconds(provisioning::kTransferLimit), provisioning::kRequireCaBundle,
-                              provisioning::kLargestAnswer};
+                              provisioning::kLargestAnswer, std::chrono::seconds(provisioning::kTlsSessionLife)};
     return rules;
 }
 
@@ -181,60 +93,6 @@ void set_options(CURL* easy, const char* url, const char* body, curl_slist* head
     curl_easy_setopt(easy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
 }
 
-// Waits without end for the transfer to move; only a stop of the process ends the wait early.
-constexpr int kLongestPollMs = 3'600'000;
-
-CURLcode finished_result(CURLM* multi) {
-    int left = 0;
-    const CURLMsg* message = curl_multi_info_read(multi, &left);
-    return message != nullptr && message->msg == CURLMSG_DONE ? message->data.result : CURLE_GOT_NOTHING;
-}
-
-// What a transfer waits on beside its own connection.
-struct StopWaits {
-    std::array<curl_waitfd, 2> waits{};
-    unsigned count = 0;
-
-    StopWaits() {
-        for (const pollfd& descriptor : stop_descriptors()) {
-            if (descriptor.fd >= 0) {
-                waits[count++] = {descriptor.fd, CURL_WAIT_POLLIN, 0};
-            }
-        }
-    }
-
-    bool stopped() const { return waits[0].revents != 0 || waits[1].revents != 0; }
-};
-
-CURLcode drive(CURLM* multi) {
-    StopWaits stop;
-    for (;;) {
-        int running = 0;
-        if (curl_multi_perform(multi, &running) != CURLM_OK) {
-            return CURLE_FAILED_INIT;
-        }
-        if (running == 0) {
-            return finished_result(multi);
-        }
-        curl_multi_poll(multi, stop.waits.data(), stop.count, kLongestPollMs, nullptr);
-        if (stop.stopped()) {
-            request_stop();
-            return CURLE_ABORTED_BY_CALLBACK;
-        }
-    }
-}
-
-CURLcode perform(CURL* easy, const CaBundle& bundle) {
-    MultiHandle multi = transfer_handles().take(bundle);
-    if (!multi || curl_multi_add_handle(multi.get(), easy) != CURLM_OK) {
-        return CURLE_FAILED_INIT;
-    }
-    const CURLcode result = drive(multi.get());
-    curl_multi_remove_handle(multi.get(), easy);
-    transfer_handles().give_back(std::move(multi), bundle);
-    return result;
-}
-
 // The answer as the caller gets it. An empty one leaves what the caller had.
 std::size_t hand_over(const std::string& answer, std::optional<std::string>& response) {
     if (answer.empty()) {
@@ -283,7 +141,7 @@ std::size_t curl_post(const char* url, const char* body, std::optional<std::stri
     }
     set_options(easy.get(), url, body, headers.get(), bundle, answer);
 
-    const CURLcode result = perform(easy.get(), bundle);
+    const CURLcode result = run_transfer(easy.get(), bundle);
     curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &status);
     if (httpStatus != nullptr) {
         *httpStatus = status;

@@ -141,6 +141,32 @@ TEST_F(Post, TrustsTheBundleAndNoticesItsChange) {
     EXPECT_EQ(post("evil.qa.dro.localhost"), 0U);
 }
 
+// A session is resumed while it is young, the bundle is the same and all went well; the connection is always another.
+TEST_F(Post, ResumesATlsSessionOnlyOnTheSameTrust) {
+    const dro::RequestRules provisioned = dro::request_rules();
+    const auto resumed = [this] {
+        cloud.forget();
+        EXPECT_EQ(post(), 12U);
+        return only_request().resumed;
+    };
+    resumed();  // whatever an earlier test left
+    const int port = only_request().remotePort;
+    EXPECT_TRUE(resumed());
+    EXPECT_NE(only_request().remotePort, port);
+    trust(identity());  // the same certificates, but another file
+    EXPECT_FALSE(resumed());
+    EXPECT_TRUE(resumed());
+    cloud.script("x/", {hang_up()});
+    EXPECT_EQ(post(), 0U);
+    EXPECT_FALSE(resumed());
+    dro::RequestRules rules = provisioned;
+    rules.sessionLife = std::chrono::milliseconds(0);
+    dro::set_request_rules(rules);
+    EXPECT_FALSE(resumed());
+    EXPECT_FALSE(resumed());
+    dro::set_request_rules(provisioned);
+}
+
 TEST_F(Post, KeepsTheDeploymentsRules) {
     const dro::RequestRules provisioned = dro::request_rules();
     EXPECT_EQ(provisioned.limit.count(), 0);
@@ -151,7 +177,7 @@ TEST_F(Post, KeepsTheDeploymentsRules) {
     EXPECT_EQ(post(), 0U);
     EXPECT_TRUE(log.has("The answer is longer than 16777216 bytes\n", 4));
 
-    dro::set_request_rules({std::chrono::milliseconds(100), true, provisioned.largestAnswer});
+    dro::set_request_rules({std::chrono::milliseconds(100), true, provisioned.largestAnswer, provisioned.sessionLife});
     EXPECT_EQ(post(), 0U) << "the cloud stalls";
     cloud.release();
     EXPECT_NE(post(), 0U);

@@ -19,7 +19,12 @@ namespace dro_test {
 namespace {
 
 Request copy_of(const httplib::Request& request) {
-    Request copy{request.path, {}, request.body, request.remote_port, std::chrono::steady_clock::now()};
+    Request copy{request.path,
+                 {},
+                 request.body,
+                 request.remote_port,
+                 SSL_session_reused(request.ssl) == 1,
+                 std::chrono::steady_clock::now()};
     copy.headers.insert(request.headers.begin(), request.headers.end());
     return copy;
 }

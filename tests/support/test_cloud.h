@@ -56,7 +56,8 @@ struct Request {
     std::string path;  // as "/transactionAck/"
     std::multimap<std::string, std::string> headers;
     std::string body;
-    int remotePort = 0;  // differs from connection to connection
+    int remotePort = 0;    // differs from connection to connection
+    bool resumed = false;  // the TLS session of an earlier connection
     std::chrono::steady_clock::time_point at;
 };
 

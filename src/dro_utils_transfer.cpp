@@ -1,0 +1,178 @@
+#include "dro_utils_transfer.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "dro_stop.h"
+#include "dro_sync.h"
+#include "dro_utils.h"
+#include "provisioning.h"
+
+namespace dro {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using MultiHandle = std::unique_ptr<CURLM, Releases<curl_multi_cleanup>>;
+using ShareHandle = std::unique_ptr<CURLSH, Releases<curl_share_cleanup>>;
+
+constexpr std::size_t kIdleTransports = 2;  // threads that post at once are few; each kept one holds a parsed bundle
+
+// The TLS sessions with the cloud that may be resumed. A resumed session stands on the check of the server's
+// certificate that was made when it began; its end makes the next handshake a full one.
+class TlsSessions {
+ public:
+    // Lets `easy` resume a session and leave one. Null where there is no memory: then each handshake is a full one.
+    void join(CURL* easy) {
+        const auto life = request_rules().sessionLife;
+        if (handle_ && Clock::now() - began_ >= life) {
+            handle_.reset();
+        }
+        if (!handle_ && life.count() > 0) {
+            handle_.reset(curl_share_init());
+            curl_share_setopt(handle_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+            began_ = Clock::now();
+        }
+        curl_easy_setopt(easy, CURLOPT_SHARE, handle_.get());
+    }
+
+    static void leave(CURL* easy) { curl_easy_setopt(easy, CURLOPT_SHARE, nullptr); }
+
+    void end() { handle_.reset(); }
+
+ private:
+    ShareHandle handle_;
+    Clock::time_point began_;
+};
+
+// What is kept between transfers, and used by one at a time: the multi handle keeps the certificates that it has
+// parsed, which is most of the work of a request. One made for another bundle is not used again.
+struct Transport {
+    MultiHandle multi;
+    TlsSessions sessions;
+    CaBundle bundle;
+};
+
+class Transports {
+ public:
+    Transport take(const CaBundle& bundle) {
+        Transport last;
+        do {
+            last = take_idle();
+        } while (last.multi && !(last.bundle == bundle));
+        if (!last.multi) {
+            last.multi.reset(curl_multi_init());
+            last.bundle = bundle;
+        }
+        return last;
+    }
+
+    void give_back(Transport transport) {
+        const MutexLock lock(mutex_);
+        if (transport.multi && idle_.size() < kIdleTransports) {
+            idle_.push_back(std::move(transport));
+        }
+    }
+
+ private:
+    Transport take_idle() {
+        const MutexLock lock(mutex_);
+        if (idle_.empty()) {
+            return {};
+        }
+        Transport last = std::move(idle_.back());
+        idle_.pop_back();
+        return last;
+    }
+
+    Mutex mutex_;
+    std::vector<Transport> idle_ DRO_GUARDED_BY(mutex_);
+};
+
+Transports& transports() {
+    static Immortal<Transports> kept;
+    return *kept;
+}
+
+// Waits without end for the transfer to move; only a stop of the process ends the wait early.
+constexpr int kLongestPollMs = 3'600'000;
+
+CURLcode finished_result(CURLM* multi) {
+    int left = 0;
+    const CURLMsg* message = curl_multi_info_read(multi, &left);
+    return message != nullptr && message->msg == CURLMSG_DONE ? message->data.result : CURLE_GOT_NOTHING;
+}
+
+// What a transfer waits on beside its own connection.
+struct StopWaits {
+    std::array<curl_waitfd, 2> waits{};
+    unsigned count = 0;
+
+    StopWaits() {
+        for (const pollfd& descriptor : stop_descriptors()) {
+            if (descriptor.fd >= 0) {
+                waits[count++] = {descriptor.fd, CURL_WAIT_POLLIN, 0};
+            }
+        }
+    }
+
+    bool stopped() const { return waits[0].revents != 0 || waits[1].revents != 0; }
+};
+
+// Until the one transfer of `multi` has ended.
+CURLcode drive(CURLM* multi) {
+    StopWaits stop;
+    for (;;) {
+        int running = 0;
+        if (curl_multi_perform(multi, &running) != CURLM_OK) {
+            return CURLE_FAILED_INIT;
+        }
+        if (running == 0) {
+            return finished_result(multi);
+        }
+        curl_multi_poll(multi, stop.waits.data(), stop.count, kLongestPollMs, nullptr);
+        if (stop.stopped()) {
+            request_stop();
+            return CURLE_ABORTED_BY_CALLBACK;
+        }
+    }
+}
+
+}  // namespace
+
+CaBundle find_ca_bundle() {
+    for (const char* path : provisioning::kCaBundles) {
+        const int probe = open(path, O_RDONLY | O_CLOEXEC);
+        if (probe < 0) {
+            continue;
+        }
+        struct stat status {};
+        fstat(probe, &status);
+        close(probe);
+        return {path, status.st_dev, status.st_ino, status.st_size, status.st_mtim};
+    }
+    return {};
+}
+
+CURLcode run_transfer(CURL* easy, const CaBundle& bundle) {
+    Transport transport = transports().take(bundle);
+    CURLcode result = CURLE_FAILED_INIT;
+    transport.sessions.join(easy);
+    if (transport.multi && curl_multi_add_handle(transport.multi.get(), easy) == CURLM_OK) {
+        result = drive(transport.multi.get());
+        curl_multi_remove_handle(transport.multi.get(), easy);
+    }
+    TlsSessions::leave(easy);
+    if (result != CURLE_OK) {
+        transport.sessions.end();  // whatever went wrong, the next attempt begins anew
+    }
+    transports().give_back(std::move(transport));
+    return result;
+}
+
+}  // namespace dro
