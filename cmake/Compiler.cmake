@@ -25,6 +25,11 @@ if(DROAGENT_SANITIZE)
 else()
     target_compile_options(dro_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
 endif()
+if(DROAGENT_COVERAGE)
+    # Counted in the file itself, so that a process that is killed has counted too.
+    add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:SHELL:-fprofile-instr-generate -fcoverage-mapping -mllvm -runtime-counter-relocation>")
+    add_link_options(-fprofile-instr-generate)
+endif()
 
 include(CheckPIESupported)
 check_pie_supported()

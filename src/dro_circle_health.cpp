@@ -22,7 +22,7 @@ JsonText make_body(const char* feature, const char* state) {
         return nullptr;
     }
     const auto add = [&body](const char* name, const char* value) {
-        cJSON_AddItemToObject(body.get(), name, cJSON_CreateString(value));
+        cJSON_AddStringToObject(body.get(), name, value);
     };
     add("token", token.c_str());
     add("ePOCHTimeStamp", timestamp.c_str());

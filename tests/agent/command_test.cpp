@@ -135,11 +135,14 @@ TEST_F(Command, ReportsAStoreThatFails) {
         {"TAG_CD", one, "DALHConfig.ProcessID", "u 0 Success"},
         {"BST_ENABLE", one, "DALHConfig.ProcessID", "u 0 Success"},
         {"DEVICE_CLAIMED", one, "DALHConfig.ProcessID", "u 0 Unable to set claim"},
+        {"CUSTOMIZE_CD", one, "DALHConfig.DeviceMAC", unsuccessful},
         {"CUSTOMIZE_CD", one, "DALHConfig.DisplayModel", unsuccessful},
         {"CUSTOMIZE_CD", one, "DALHConfig.FeatureID", unsuccessful},
+        {"REMOVE_CD", one, "DALHConfig.DeviceMAC", unsuccessful},
         {"REMOVE_CD", one, "DALHConfig.FeatureID", unsuccessful},
         {"REMOVE_CD", one, "DALHConfig.ProcessID", unsuccessful},
         {"BLOCK_CD_BULK", list, "DALHprofileMAC.MACcount", listFailed},
+        {"BLOCK_CD_BULK", list, "DALHprofileMAC.ProfileMAC1", listFailed},
         {"UNBLOCK_CD_BULK", list, "DALHConfig.FeatureID", listFailed},
         {"UNBLOCK_CD_BULK", list, "DALHConfig.ProcessID", listFailed}};
     for (const auto& [command, data, failing, acknowledgement] : cases) {

@@ -1,0 +1,86 @@
+// Memory that runs out while JSON is read or made: at each single allocation in turn, whatever is at work goes on or
+// gives up with its line, and the next attempt is whole again.
+#include <cJSON.h>
+
+#include <cstdlib>
+#include <functional>
+
+#include "dro_cdil.h"
+#include "dro_circle.h"
+#include "dro_get_set_config.h"
+#include "dro_ndn.h"
+#include "pipeline.h"
+
+namespace dro_test {
+namespace {
+
+int g_left = 0;  // allocations until one fails; below zero: it has failed
+
+void* allocate(std::size_t size) {
+    return g_left-- == 0 ? nullptr : std::malloc(size);
+}
+
+class ScarceMemory : public PipelineTest {
+ protected:
+    ScarceMemory() {
+        cJSON_Hooks hooks{allocate, std::free};
+        cJSON_InitHooks(&hooks);
+    }
+    ~ScarceMemory() override { cJSON_InitHooks(nullptr); }
+
+    // What a run of `work` queued or sent when its allocation number `failing` failed; "" when that was nothing.
+    std::string outcome(const std::function<void()>& work, int failing) const {
+        g_left = failing;
+        work();
+        const bool failed = std::exchange(g_left, -1) < 0;
+        std::string sent = dro::isQueueEmpty() ? "" : take_payload();
+        for (const Request& request : cloud.requests()) {
+            sent += request.body;
+        }
+        return (failed ? "" : "whole ") + sent;
+    }
+};
+
+TEST_F(ScarceMemory, IsReportedAndLeavesNothingHalfMade) {
+    add_device(store, 0);
+    dro::IndexList first{};
+    const Cases<const char*, std::function<void()>, Texts> cases{
+        {"new device",
+         [] { dro::t_Handler_ndnSync(0); },
+         {"[DROAGENT] - Failed to create cJSON root\n",
+          "[DROAGENT] - Failed to render NDN JSON object to NDN JSON payload.\n"}},
+        {"device update",
+         [] { dro::t_Handler_cdUpdate(0); },
+         {"[DROAGENT] - Failed to create cJSON array\n",
+          "[DROAGENT] - Failed to render UPDATE_CD JSON array to UPDATE_CD JSON payload.\n"}},
+        {"list",
+         [&first] { dro::syncCdil_timerExit(1, first); },
+         {"[DROAGENT] - Failed to create cJSON array\n", "[DROAGENT] - Failed to create cJSON root\n",
+          "[DROAGENT] - Failed to render CDIL JSON array to CDIL JSON payload.\n"}},
+        {"health",
+         [] { dro::sendClientStatus("RCLIENT", "CONNECTED"); },
+         {"(DROAGENT) - Cannot create jobj object\n", "(DROAGENT) - Failure to allocate cjson message buffer\n"}},
+        {"command",
+         [] { dro::parseUUIDBaseBuffer(envelope("u", "BLOCK_CD", R"({"cdMac":"02:00:00:00:00:01"})").c_str()); },
+         {}}};
+    for (const auto& [name, work, said] : cases) {
+        SCOPED_TRACE(name);
+        forget();
+        int failing = 0;
+        std::string sent;
+        while (sent = outcome(work, failing), !sent.starts_with("whole ")) {
+            const dro::Json parsed(cJSON_Parse(sent.c_str()));
+            EXPECT_TRUE(sent.empty() || parsed) << sent;
+            cloud.forget();
+            ASSERT_LT(++failing, 1000);
+        }
+        EXPECT_GT(failing, 5);
+        EXPECT_GT(sent.size(), std::string("whole ").size());
+        for (const std::string& text : said) {
+            EXPECT_TRUE(log.has(text, 4)) << text;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace dro_test
