@@ -15,7 +15,6 @@ namespace lab {
 
 namespace {
 
-constexpr long kDaySeconds = 24L * 60 * 60;
 constexpr int kX509Version3 = 2;
 
 [[noreturn]] void failed(const std::string& what) {
@@ -35,7 +34,7 @@ void addExtension(X509* certificate, X509* issuer, int kind, const std::string& 
     }
 }
 
-Certificate newCertificate(const char* name, long serial, EVP_PKEY* key) {
+Certificate newCertificate(const char* name, long serial, long seconds, EVP_PKEY* key) {
     Certificate certificate(X509_new());
     if (!certificate) {
         failed("a certificate");
@@ -43,7 +42,7 @@ Certificate newCertificate(const char* name, long serial, EVP_PKEY* key) {
     X509_set_version(certificate.get(), kX509Version3);
     ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), serial);
     X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -kDaySeconds);
-    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), kDaySeconds);
+    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), seconds);
     X509_set_pubkey(certificate.get(), key);
     X509_NAME_add_entry_by_txt(X509_get_subject_name(certificate.get()), "CN", MBSTRING_ASC,
                                reinterpret_cast<const unsigned char*>(name), -1, -1, 0);
@@ -59,21 +58,21 @@ void sign(X509* certificate, X509* issuer, EVP_PKEY* issuerKey) {
 
 }  // namespace
 
-ServerIdentity makeServerIdentity(const std::vector<std::string>& hosts) {
+ServerIdentity makeServerIdentity(const std::vector<std::string>& hosts, long serverSeconds) {
     const Key authorityKey(EVP_EC_gen("P-256"));
     ServerIdentity identity;
     identity.serverKey.reset(EVP_EC_gen("P-256"));
     if (!authorityKey || !identity.serverKey) {
         failed("a key");
     }
-    identity.authority = newCertificate("drolab certificate authority", 1, authorityKey.get());
+    identity.authority = newCertificate("drolab certificate authority", 1, kDaySeconds, authorityKey.get());
     X509* authority = identity.authority.get();
     addExtension(authority, authority, NID_basic_constraints, "critical,CA:TRUE");
     addExtension(authority, authority, NID_key_usage, "critical,keyCertSign");
     addExtension(authority, authority, NID_subject_key_identifier, "hash");
     sign(authority, authority, authorityKey.get());
 
-    identity.server = newCertificate("drolab cloud", 2, identity.serverKey.get());
+    identity.server = newCertificate("drolab cloud", 2, serverSeconds, identity.serverKey.get());
     std::string names;
     for (const auto& host : hosts) {
         names += (names.empty() ? "DNS:" : ",DNS:") + host;

@@ -25,8 +25,11 @@ struct ServerIdentity {
     Key serverKey;
 };
 
-// Makes both (EC keys, a day's validity), the server's for `hosts`. Throws std::runtime_error.
-ServerIdentity makeServerIdentity(const std::vector<std::string>& hosts);
+inline constexpr long kDaySeconds = 24L * 60 * 60;
+
+// Makes both (EC keys, valid since a day), the server's for `hosts` and until `serverSeconds` from now, which may be
+// past. Throws std::runtime_error.
+ServerIdentity makeServerIdentity(const std::vector<std::string>& hosts, long serverSeconds = kDaySeconds);
 
 // Writes the certificate as PEM, in one step that a reader never sees half of; makes the folder when it is missing.
 // Throws std::runtime_error with the path.

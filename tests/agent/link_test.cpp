@@ -147,6 +147,30 @@ TEST_F(Link, FailsCleanlyAndMayBeTriedAgain) {
     }
 }
 
+TEST_F(Link, EndsTheProcessWithoutAThreadForAMessage) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto refuse = [] {
+        open();
+        const FailCalls fault(Call::threadCreate, EAGAIN);
+        connect_to(kNotificationPort);
+        pause();
+    };
+    EXPECT_EXIT(refuse(), ::testing::ExitedWithCode(1), "Failed to start Jorvhdlr thread: ");
+}
+
+TEST_F(Link, AnswersOnLoopbackOnly) {
+    constexpr in_addr_t kElsewhere = 0xC0000201;  // 192.0.2.1, the machine's own
+    if (std::system("ip address add 192.0.2.1/24 dev lo") != 0) {
+        GTEST_SKIP() << "no network of the test's own";
+    }
+    ASSERT_EQ(open(), 0);
+    for (const int port : {kNotificationPort, kEventPort}) {
+        EXPECT_TRUE(listens(port));
+        EXPECT_EQ(connect_to(port, kElsewhere), -1);
+        EXPECT_EQ(errno, ECONNREFUSED);
+    }
+}
+
 TEST_F(Link, LetsACrowdOfReceiversThinOut) {
     jorv::set_timings({kPatience, std::chrono::milliseconds(20)});
     ASSERT_EQ(open(), 0);

@@ -17,18 +17,9 @@
 namespace dro_test {
 namespace {
 
-class Process : public ::testing::Test {
- protected:
-    Process() {
-        set_identity(store);
-        store.set("Drocfg.DroBaseURL", cloud.base_url());
-    }
+using Process = ProcessTest;
 
-    TestStore store;
-    TestCloud cloud;
-};
-
-constexpr const char* kBlockCommand = R"({"UUID":"u","cmd":"BLOCK_CD","data":{"cdMac":"02:00:00:00:00:01"}})";
+const std::string kBlockCommand = block_command(1);
 
 // The process that holds a lock on the pid file, or 0.
 pid_t lock_owner() {
@@ -38,18 +29,6 @@ pid_t lock_owner() {
     fcntl(descriptor, F_GETLK, &whole);
     close(descriptor);
     return whole.l_type == F_UNLCK ? 0 : whole.l_pid;
-}
-
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr std::chrono::seconds kAtOnce{5};  // they take a second of their own at the end
-#else
-constexpr std::chrono::seconds kAtOnce{1};
-#endif
-
-void expect_prompt_end(AgentProcess& agent) {
-    agent.signal(SIGUSR1);
-    EXPECT_EQ(agent.wait_exit(kAtOnce), 0);
-    EXPECT_FALSE(std::filesystem::exists(kPidFile));
 }
 
 TEST_F(Process, StartsInItsOrderTakesACommandAndEndsOnSigusr1) {

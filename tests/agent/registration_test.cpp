@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "dro_reg.h"
+#include "faults.h"
 #include "pipeline.h"
 
 namespace dro_test {
@@ -192,6 +193,13 @@ TEST_F(Registration, SyncsByTheOneAlarm) {
     const int expected = dro::seconds_until_sync(43200, dro::find_utc(), dro::find_local_time());
     dro::start_timer("\"12:00:00\"");
     EXPECT_NEAR(static_cast<int>(alarm(1000)), expected, 2);
+    {
+        const FailCalls fault(Call::threadCreate, EAGAIN);
+        EXPECT_EQ(dro::processsRegisterResponse(R"({"status":1,"reset":false,"claimState":true,"syncTime":"1:00"})"),
+                  0);
+    }
+    EXPECT_TRUE(log.has("No thread for the daily sync's timer: it stays as it was\n", 4));
+    EXPECT_NEAR(static_cast<int>(alarm(1000)), 1000, 2);
     dro::alarm_function(0);
     EXPECT_EQ(alarm(0), 0U) << "a delay of 0 disarms";
 }

@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,19 +13,6 @@
 #include <cstdlib>
 #include <deque>
 #include <utility>
-
-std::string StoreTest::sql(const std::string& statements) const {
-    sqlite3* db = nullptr;
-    sqlite3_open(path_.c_str(), &db);
-    std::string last;
-    const auto note = [](void* text, int columns, char** values, char**) {
-        *static_cast<std::string*>(text) = columns > 0 && values[0] != nullptr ? values[0] : "";
-        return 0;
-    };
-    EXPECT_EQ(sqlite3_exec(db, statements.c_str(), note, &last, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-    sqlite3_close(db);
-    return last;
-}
 
 std::string textAt(hab_session* session, const char* table, int row, const char* field) {
     std::array<char, HAB_HOST_TEXT_SIZE> text{};

@@ -20,8 +20,7 @@ using dro_test::Session;
 class StoreTest : public testing::Test {
  protected:
     static Session open() { return Session(hab_init()); }
-    // Runs raw SQL on the store file and gives the last value that it answers.
-    std::string sql(const std::string& statements) const;
+    std::string sql(const std::string& statements) const { return store_.sql(statements); }
 
     const dro_test::StoreFolder store_;
     const std::string folder_ = store_.folder();

@@ -10,14 +10,22 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
+
+#include "agent_test.h"
 
 namespace dro_test {
 namespace {
 
-sockaddr_in loopback(int port) {
-    return {AF_INET, htons(static_cast<in_port_t>(port)), {htonl(INADDR_LOOPBACK)}, {}};
+sockaddr_in place(int port, in_addr_t address = INADDR_LOOPBACK) {
+    return {AF_INET, htons(static_cast<in_port_t>(port)), {htonl(address)}, {}};
+}
+
+std::string file_in(const TestStore& store, const Launch& launch, const char* name) {
+    return (launch.folder.empty() ? store.folder() : launch.folder) + name;
 }
 
 [[noreturn]] void become_agent(const Launch& launch, const std::string& log, const std::string& output) {
@@ -47,7 +55,7 @@ sockaddr_in loopback(int port) {
 }  // namespace
 
 AgentProcess::AgentProcess(const TestStore& store, const Launch& launch)
-    : output_path_(store.folder() + "/output"), log_(store.folder() + "/process.log") {
+    : output_path_(file_in(store, launch, "/output")), log_(file_in(store, launch, "/process.log")) {
     unlink(output_path_.c_str());
     unlink(log_.path().c_str());
     pid_ = fork();
@@ -78,10 +86,36 @@ std::optional<int> AgentProcess::wait_exit(std::chrono::milliseconds patience) {
     return status_;
 }
 
-int connect_to(int port) {
+std::chrono::milliseconds expect_prompt_end(AgentProcess& agent) {
+    using Clock = std::chrono::steady_clock;
+    const auto start = Clock::now();
+    agent.signal(SIGUSR1);
+    EXPECT_EQ(agent.wait_exit(kAtOnce), 0);
+    const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+    EXPECT_FALSE(std::filesystem::exists(kPidFile));
+    return took;
+}
+
+ProcessTest::ProcessTest() {
+    set_identity(store);
+    store.set("Drocfg.DroBaseURL", cloud.base_url());
+}
+
+std::string block_address(int number) {
+    std::array<char, 18> text{};
+    std::snprintf(text.data(), text.size(), "02:00:00:00:%02X:%02X", number / 256 % 256, number % 256);
+    return text.data();
+}
+
+std::string block_command(int number) {
+    return R"({"UUID":")" + std::to_string(number) + R"(","cmd":"BLOCK_CD","data":{"cdMac":")" + block_address(number) +
+           R"("}})";
+}
+
+int connect_to(int port, in_addr_t address) {
     const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = loopback(port);
-    if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const sockaddr_in where = place(port, address);
+    if (connect(descriptor, reinterpret_cast<const sockaddr*>(&where), sizeof where) != 0) {
         close(descriptor);
         return -1;
     }
@@ -102,9 +136,8 @@ int occupy(int port) {
     const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int on = 1;
     setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    const sockaddr_in address = loopback(port);
-    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(descriptor, 1) != 0) {
+    const sockaddr_in where = place(port);
+    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&where), sizeof where) != 0 || listen(descriptor, 1) != 0) {
         close(descriptor);
         throw std::runtime_error("the port is taken already");
     }

@@ -1,6 +1,8 @@
 // agent_process.h - the built agent, started as a process in the test's own namespaces.
 #pragma once
 
+#include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/types.h>
 
 #include <csignal>
@@ -9,6 +11,7 @@
 #include <optional>
 
 #include "agent_log.h"
+#include "test_cloud.h"
 #include "test_store.h"
 
 namespace dro_test {
@@ -22,6 +25,7 @@ struct Launch {
     std::vector<std::string> arguments{};              // after the program's name
     std::map<std::string, std::string> environment{};  // added; HAB_STORE and HAB_LOG_FILE are set already
     std::function<void()> before{};                    // in the child, before the program is started
+    std::string folder{};                              // for its log and output, the store's when empty
 };
 
 // Exactly one at a time in one namespace. Throws std::runtime_error when it cannot be started.
@@ -54,8 +58,29 @@ class AgentProcess {
     std::optional<int> status_;
 };
 
-// Connects to 127.0.0.1:`port`. The descriptor is the caller's; -1 when nobody listens.
-int connect_to(int port);
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+inline constexpr std::chrono::seconds kAtOnce{5};  // they take a second of their own at the end
+#else
+inline constexpr std::chrono::seconds kAtOnce{1};
+#endif
+// Asks the agent to end and expects it to do so at once, with its pid file. How long it took.
+std::chrono::milliseconds expect_prompt_end(AgentProcess& agent);
+
+// A router whose cloud answers, for agents as processes.
+class ProcessTest : public ::testing::Test {
+ protected:
+    ProcessTest();
+
+    TestStore store;
+    TestCloud cloud;
+};
+
+// The command to block the device of this number, in a transaction of the same; the address that it has then stored.
+std::string block_command(int number);
+std::string block_address(int number);
+
+// Connects to `address`:`port`. The descriptor is the caller's; -1 when nobody listens.
+int connect_to(int port, in_addr_t address = INADDR_LOOPBACK);
 // One message on a connection of its own, as the connector delivers it. False when nobody takes it.
 bool send_message(int port, std::string_view message);
 // A socket that listens on 127.0.0.1:`port` and never answers; the caller's.

@@ -4,6 +4,8 @@
 #include "test_cloud.h"
 
 #include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -29,12 +31,29 @@ Request copy_of(const httplib::Request& request) {
     return copy;
 }
 
-void send_answer(const Answer& answer, httplib::Response& response) {
+// Ends the connection from `port` with a reset: the library would always close it.
+void reset_connection_from(int port) {
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        sockaddr_in peer{};
+        socklen_t size = sizeof peer;
+        if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) == 0 && peer.sin_family == AF_INET &&
+            ntohs(peer.sin_port) == port) {
+            const sockaddr nobody{AF_UNSPEC, {}};
+            connect(descriptor, &nobody, sizeof nobody);
+        }
+    }
+}
+
+void send_answer(const Answer& answer, const httplib::Request& request, httplib::Response& response) {
     constexpr const char* kJson = "application/json";
     response.status = answer.status;
-    if (answer.kind == Answer::Kind::hangUp) {
+    if (answer.kind == Answer::Kind::hangUp || answer.kind == Answer::Kind::reset) {
+        const int toReset = answer.kind == Answer::Kind::reset ? request.remote_port : -1;
         response.set_content_provider(std::size_t{64}, kJson,
-                                      [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
+                                      [toReset](std::size_t, std::size_t, httplib::DataSink& /*sink*/) {
+                                          reset_connection_from(toReset);
+                                          return false;
+                                      });
     } else {
         response.set_content(answer.body, kJson);
     }
@@ -61,18 +80,30 @@ void remove_ca_bundle() {
 }
 
 struct TestCloud::Server {
-    explicit Server(const lab::ServerIdentity& id) : https(id.server.get(), id.serverKey.get()) {
-        https.set_tcp_nodelay(true);
-        https.set_keep_alive_max_count(1);
-        https.set_payload_max_length(std::size_t{4} * 1024 * 1024);
-        https.Post(".*",
-                   [this](const httplib::Request& request, httplib::Response& response) { serve(request, response); });
-        port = https.bind_to_any_port("127.0.0.1");
+    // At the port that it had, if it had one.
+    void listen(const lab::ServerIdentity& id) {
+        https = std::make_unique<httplib::SSLServer>(id.server.get(), id.serverKey.get());
+        https->set_tcp_nodelay(true);
+        https->set_keep_alive_max_count(1);
+        https->set_payload_max_length(std::size_t{4} * 1024 * 1024);
+        https->Post(".*",
+                    [this](const httplib::Request& request, httplib::Response& response) { serve(request, response); });
+        if (port == 0) {
+            port = https->bind_to_any_port("127.0.0.1");
+        } else if (!https->bind_to_port("127.0.0.1", port)) {
+            port = -1;
+        }
         if (port <= 0) {
             throw std::runtime_error("the cloud found no port");
         }
-        listener = std::thread([this] { https.listen_after_bind(); });
-        eventually([this] { return https.is_running(); });
+        listener = std::thread([this] { https->listen_after_bind(); });
+        eventually([this] { return https->is_running(); });
+    }
+
+    void release(bool on) {
+        const std::lock_guard lock(mutex);
+        released = on;
+        changed.notify_all();
     }
 
     void serve(const httplib::Request& request, httplib::Response& response) {
@@ -88,7 +119,7 @@ struct TestCloud::Server {
             changed.wait(lock, [this] { return released; });
         }
         lock.unlock();
-        send_answer(answer, response);
+        send_answer(answer, request, response);
     }
 
     std::vector<Request> to(const std::string& path) const {
@@ -98,7 +129,7 @@ struct TestCloud::Server {
         return matching;
     }
 
-    httplib::SSLServer https;
+    std::unique_ptr<httplib::SSLServer> https;
     int port = 0;
     std::thread listener;
     std::mutex mutex;
@@ -109,14 +140,27 @@ struct TestCloud::Server {
     bool released = false;
 };
 
-TestCloud::TestCloud() : server_(std::make_unique<Server>(identity())) {
+TestCloud::TestCloud() : server_(std::make_unique<Server>()) {
+    up();
     trust(identity());
 }
 
 TestCloud::~TestCloud() {
+    down();
+}
+
+void TestCloud::down() {
     release();
-    server_->https.stop();
-    server_->listener.join();
+    if (server_->listener.joinable()) {
+        server_->https->stop();
+        server_->listener.join();
+    }
+    server_->https.reset();
+}
+
+void TestCloud::up(const lab::ServerIdentity& with) {
+    server_->release(false);
+    server_->listen(with);
 }
 
 std::string TestCloud::base_url(const std::string& host) const {
@@ -135,9 +179,7 @@ void TestCloud::script(const std::string& path, std::vector<Answer> answers) {
 }
 
 void TestCloud::release() {
-    const std::lock_guard lock(server_->mutex);
-    server_->released = true;
-    server_->changed.notify_all();
+    server_->release(true);
 }
 
 std::vector<Request> TestCloud::wait_for(std::size_t count, const std::string& path,

@@ -27,6 +27,7 @@ struct Answer {
     enum class Kind {
         text,    // `status` and `body`; the body may be empty
         hangUp,  // closes the connection in the middle of the answer
+        reset,   // the same, with a reset
         stall,   // no answer until release(); then as `text`
     };
     Kind kind = Kind::text;
@@ -48,6 +49,9 @@ inline Answer empty_answer(int status = 200) {  // to the agent: no answer
 inline Answer hang_up() {
     return {Answer::Kind::hangUp, "", 200};
 }
+inline Answer reset() {
+    return {Answer::Kind::reset, "", 200};
+}
 inline Answer stall() {
     return {Answer::Kind::stall};
 }
@@ -67,6 +71,10 @@ class TestCloud {
     TestCloud();
     // Releases what is stalled and stops.
     ~TestCloud();
+
+    // Stops listening, and listens at the same port again. While it is down connections are refused.
+    void down();
+    void up(const lab::ServerIdentity& with = identity());
 
     // "https://HOST:PORT/".
     std::string base_url(const std::string& host = "qa.dro.localhost") const;

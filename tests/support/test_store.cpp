@@ -1,5 +1,7 @@
 #include "test_store.h"
 
+#include <sqlite3.h>
+
 #include <array>
 #include <cstdlib>
 #include <filesystem>
@@ -47,6 +49,21 @@ StoreFolder::StoreFolder() {
 StoreFolder::~StoreFolder() {
     std::error_code ignored;
     std::filesystem::remove_all(folder_, ignored);
+}
+
+std::string StoreFolder::sql(const std::string& statements) const {
+    sqlite3* opened = nullptr;
+    sqlite3_open(path().c_str(), &opened);
+    const std::unique_ptr<sqlite3, decltype(&sqlite3_close)> db(opened, sqlite3_close);
+    std::string last;
+    const auto note = [](void* text, int columns, char** values, char**) {
+        *static_cast<std::string*>(text) = columns > 0 && values[0] != nullptr ? values[0] : "";
+        return 0;
+    };
+    if (sqlite3_exec(opened, statements.c_str(), note, &last, nullptr) != SQLITE_OK) {
+        throw std::runtime_error(sqlite3_errmsg(opened));
+    }
+    return last;
 }
 
 std::string TestStore::get(const std::string& address) const {

@@ -28,6 +28,8 @@ class StoreFolder {
     // For other files of the test; it goes with the store.
     const std::string& folder() const { return folder_; }
     std::string path() const { return folder_ + "/hab.db"; }
+    // Runs raw SQL on the store file and gives the last value that it answers. Throws std::runtime_error.
+    std::string sql(const std::string& statements) const;
 
  private:
     std::string folder_;
