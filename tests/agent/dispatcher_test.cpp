@@ -169,21 +169,6 @@ TEST_F(Dispatcher, GoesOnAfterAnEventThatFailed) {
     expect("CDIL", "/transactionAck/", kListSent, "CDIL Sync successfull\n", 1);
 }
 
-TEST_F(Dispatcher, KeepsTheOrderBehindAStalledCloud) {
-    start();
-    cloud.script("syncCD/", {stall()});
-    for (const char* payload : {"1", "2", "3", "4", "5"}) {
-        ASSERT_EQ(dro::enqueue_buf({*payload == '3' ? "DTN" : "NDNEV", payload}), 1);
-    }
-    EXPECT_EQ(cloud.wait_for(1).size(), 1U);
-    cloud.release();
-    std::string order;
-    for (const Request& request : cloud.wait_for(5)) {
-        order += json_value(request.body, "cd");
-    }
-    EXPECT_EQ(order, "12345");
-}
-
 TEST_F(Dispatcher, LooksAtAnUnknownEventAgainAndAgainWhileLaterOnesWait) {
     start();
     const auto begin = std::chrono::steady_clock::now();
@@ -196,32 +181,6 @@ TEST_F(Dispatcher, LooksAtAnUnknownEventAgainAndAgainWhileLaterOnesWait) {
     EXPECT_TRUE(cloud.requests().empty());
     dro::dequeue();
     EXPECT_EQ(cloud.wait_for(1).size(), 1U) << "the one behind it";
-}
-
-TEST_F(Dispatcher, EndsAtOnceInTheMiddleOfAnything) {
-    set_durations([](dro::Durations& durations) {
-        durations.retryPause = std::chrono::minutes(1);
-        durations.unknownEvent = std::chrono::minutes(1);
-    });
-    const auto expect_end = [&](const char* what, const char* tag, const Answer& answer, const char* reached) {
-        forget();
-        dro::clear_stop();
-        start();
-        cloud.script("syncCD/", {answer});
-        if (*tag != '\0') {
-            dro::enqueue_buf({tag, "{}"});
-        }
-        ASSERT_TRUE(answer.kind == Answer::Kind::stall ? cloud.wait_for(1).size() == 1 : log.wait_for(reached));
-        const auto begin = std::chrono::steady_clock::now();
-        dro::cancel_dispatcher_thread();
-        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(200)) << what;
-        EXPECT_TRUE(log.in_order({"Cancel Dispatcher Thread!\n", "Cancel Dispatcher Thread destroy the mutex\n"}));
-        cloud.release();
-    };
-    expect_end("a transfer", "NDNEV", stall(), "");
-    expect_end("a pause", "NDNEV", hang_up(), "No response from DRO Cloud\n");
-    expect_end("an unknown event", "?", accepted(), "No Case Matched!\n");
-    expect_end("nothing", "", accepted(), "Initing DROAgent Dispatcher!\n");
 }
 
 TEST_F(Dispatcher, IsNotThereWithoutTheStoresSupport) {

@@ -169,6 +169,7 @@ TEST_F(Link, AnswersOnLoopbackOnly) {
         EXPECT_EQ(connect_to(port, kElsewhere), -1);
         EXPECT_EQ(errno, ECONNREFUSED);
     }
+    EXPECT_EQ(std::system("ip address delete 192.0.2.1/24 dev lo"), 0);
 }
 
 TEST_F(Link, LetsACrowdOfReceiversThinOut) {

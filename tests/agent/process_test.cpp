@@ -57,29 +57,6 @@ TEST_F(Process, StartsInItsOrderTakesACommandAndEndsOnSigusr1) {
         {"sig_usr1 handler.\n", "Bye Bye.....\n", "Exit from SIG_HDLR\n", "Cancel Dispatcher Thread!\n"}));
 }
 
-TEST_F(Process, EndsAtOnceInTheMiddleOfATransferOfTheStartAndOfAPause) {
-    cloud.answer_all(stall());
-    {
-        AgentProcess agent(store);
-        ASSERT_TRUE(agent.wait_for_link());
-        ASSERT_TRUE(send_message(kNotificationPort, kBlockCommand));
-        ASSERT_EQ(cloud.wait_for(1).size(), 1U);
-        expect_prompt_end(agent);
-    }
-    store.set("JorvagentCfg.jorv_agent_registered", "1");
-    {
-        AgentProcess agent(store);
-        ASSERT_EQ(cloud.wait_for(1, "addJorvDeviceId/").size(), 1U);
-        expect_prompt_end(agent);
-    }
-    store.set("JorvagentCfg.jorv_agent_registered", "0");
-    const int taken = occupy(kEventPort);
-    AgentProcess agent(store);
-    EXPECT_TRUE(agent.log().wait_for("LibJorvhdlr init failed! Re-trying in 5 sec...\n"));
-    expect_prompt_end(agent);
-    close(taken);
-}
-
 TEST_F(Process, TreatsAPidFileByWhatItHolds) {
     const std::string ours = std::to_string(getpid());
     const std::string elsewhere = store.folder() + "/elsewhere";
@@ -130,18 +107,6 @@ TEST_F(Process, LocksOnlyWhatItCanWriteAndJudge) {
     EXPECT_EQ(dro::unlock_process(kPidFile, descriptor), 0);
     EXPECT_FALSE(std::filesystem::exists(kPidFile));
     EXPECT_EQ(dro::unlock_process(kPidFile, -1), -1) << "a missing file is a failed removal";
-}
-
-TEST_F(Process, LivesWithoutALinkAfterThreeAttempts) {
-    const int taken = occupy(kNotificationPort);
-    AgentProcess agent(store, {.quick = true, .environment = {{"DROAGENT_QUICK_PAUSE_MS", "50"}}});
-    EXPECT_TRUE(agent.log().wait_for("LibJorvhdlr init failed! Re-trying in 5 sec...\n", 3));
-    // A parked agent answers this signal; one in start-up does not.
-    agent.signal(SIGUSR2);
-    EXPECT_TRUE(agent.log().wait_for("sig_usr2 handler.\n"));
-    expect_prompt_end(agent);
-    EXPECT_EQ(agent.log().count("Initiating Connection with libJorvhdlr\n"), 3U);
-    close(taken);
 }
 
 TEST_F(Process, SaysWhyItCannotStart) {

@@ -7,6 +7,7 @@
 #include <semaphore>
 #include <thread>
 
+#include "rounds.h"
 #include "workbench.h"
 
 namespace {
@@ -60,11 +61,11 @@ TEST_F(NoticesTest, OfATableCountFromItsOwnSubscription) {
 
 // A writer is killed at random instants: what it committed is there and was noticed, and nothing needs repair.
 TEST_F(NoticesTest, AreNotLostWhenTheWriterIsKilled) {
-    constexpr int kKills = 60;
+    const int kills = dro_test::rounds(30, 500);
     Notices notices(s_, {"DALHConfig"});
     std::mt19937 random(std::random_device{}());
     std::uint32_t committed = 0;
-    for (int i = 0; i < kKills; ++i) {
+    for (int i = 0; i < kills; ++i) {
         Child writer({STORE_CLIENT, "write", std::to_string(committed + 1)});
         std::string last = writer.line();
         std::this_thread::sleep_for(
@@ -80,7 +81,7 @@ TEST_F(NoticesTest, AreNotLostWhenTheWriterIsKilled) {
         ASSERT_EQ(notices.await(committed).size(), committed);
     }
     EXPECT_EQ(sql("PRAGMA integrity_check"), "ok");
-    EXPECT_GT(committed, static_cast<std::uint32_t>(kKills));
+    EXPECT_GT(committed, static_cast<std::uint32_t>(kills));
 }
 
 // A session that slept through more changes than the journal holds learns of each value once, in order, then goes on.

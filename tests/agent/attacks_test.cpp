@@ -1,0 +1,387 @@
+// What the agent survives: being killed, signals at any instant, a hostile connector, a cloud that comes and goes, a
+// store that cannot be written or is gone, a clock that jumps. tests/campaign runs these many times over.
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <future>
+#include <random>
+
+#include "agent_process.h"
+#include "agent_test.h"
+#include "cases.h"
+#include "rounds.h"
+
+namespace dro_test {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+// Sends a message until the agent has taken it, as its closing of the connection shows. In a crowd the system may drop
+// a connection that the listener has no place for after its sender believed it made. Returns how often it sent.
+int deliver(const std::string& message) {
+    for (int times = 1;; ++times) {
+        const int descriptor = connect_to(kNotificationPort);
+        char none = 0;
+        const bool taken = send(descriptor, message.data(), message.size(), MSG_NOSIGNAL) > 0 &&
+                           shutdown(descriptor, SHUT_WR) == 0 && recv(descriptor, &none, 1, 0) == 0;
+        close(descriptor);
+        if (taken || times == 100) {
+            return times;
+        }
+    }
+}
+
+// An instant, not a wait for anything.
+void some_time(milliseconds longest) {
+    static thread_local std::mt19937 random{std::random_device{}()};
+    std::uniform_int_distribution<long> choose(0, std::chrono::microseconds(longest).count());
+    std::this_thread::sleep_for(std::chrono::microseconds(choose(random)));
+}
+
+class Attacks : public ProcessTest {
+ protected:
+    Attacks() { store.set_all({{"DroStatus.dispatcherSupport", "true"}, {"DroCfg.claimState", "true"}}); }
+
+    bool acknowledged(int number) const {
+        const auto all = cloud.requests("transactionAck/");
+        return std::any_of(all.begin(), all.end(), [number](const Request& request) {
+            return json_value(request.body, "transactionId") == std::to_string(number) &&
+                   json_value(request.body, "transactionStatus") == "1";
+        });
+    }
+    // Sends a command of its own and waits for its acknowledgement; no more is then known of the requests before.
+    void expect_answer() {
+        cloud.forget();
+        deliver(block_command(++number_));
+        ASSERT_TRUE(eventually([this] { return acknowledged(number_); })) << number_;
+    }
+
+    int number_ = 0;
+};
+
+// ---- The process ----
+
+TEST_F(Attacks, KilledAtAnyInstantItStartsAgainAndNothingCommittedIsLost) {
+    const int kills = rounds(5, 200);
+    int committed = 0;
+    int unfinished = 0;
+    for (int i = 0; i < kills; ++i) {
+        cloud.forget();
+        AgentProcess agent(store);
+        const std::jthread killer([&] {
+            EXPECT_TRUE(i % 2 == 0 || agent.wait_for_link());
+            some_time(milliseconds(50));
+            agent.signal(SIGKILL);
+        });
+        bool sent = false;
+        while (agent.running()) {
+            store.set_all({{"DALHConfig.ProcessID", "0"}, {"DALHNotifyNDN.Index", std::to_string(++committed % 200)}});
+            sent = send_message(kNotificationPort, block_command(++number_));
+            eventually([&] { return !sent || acknowledged(number_) || !agent.running(); });
+        }
+        ASSERT_EQ(agent.wait_exit(), 256 + SIGKILL) << agent.output();
+        ASSERT_EQ(store.get("DALHNotifyNDN.Index"), std::to_string(committed % 200));
+        // An order that the device service sees is whole, and one that the cloud believes done was given. The other way
+        // round the cloud, without an acknowledgement, knows that it has to repeat its command.
+        const bool ordered = store.get("DALHConfig.ProcessID") == "1";
+        ASSERT_TRUE(ordered || !acknowledged(number_));
+        if (ordered) {
+            ASSERT_EQ(store.get("DALHConfig.blockCdMAC"), block_address(number_));
+            ASSERT_EQ(store.get("DALHConfig.FeatureID"), "7");
+        }
+        unfinished += sent && !acknowledged(number_) ? 1 : 0;
+    }
+    EXPECT_EQ(store.sql("PRAGMA integrity_check"), "ok");
+    AgentProcess agent(store);
+    ASSERT_TRUE(agent.wait_for_link()) << agent.output();
+    expect_answer();
+    expect_prompt_end(agent);
+    tell(std::to_string(kills) + " kills among " + std::to_string(committed) + " writes, " +
+         std::to_string(unfinished) + " with a command under way");
+}
+
+// True once the process has a handler of its own for SIGUSR1; before that, the signal's default would end it.
+bool handles_end(pid_t process) {
+    const std::string status = file_text("/proc/" + std::to_string(process) + "/status");
+    const auto at = status.find("SigCgt:");
+    return at != std::string::npos && (std::stoull(status.substr(at + 7), nullptr, 16) >> (SIGUSR1 - 1) & 1) != 0;
+}
+
+TEST_F(Attacks, SigusrOneEndsItAtAnyInstant) {
+    const Cases<const char*, Answer, const char*, const char*> states{
+        // connector registered, the cloud's answer, the log's line that the instant is near, and what this is
+        {"1", accepted(), nullptr, "start-up"},
+        {"0", accepted(), "=====LOCKed Process..=====\n", "a command"},
+        {"0", accepted(), "NDN Event Matched!\n", "a push"},
+        {"0", empty_answer(), "No response from DRO Cloud\n", "a pause between attempts"},
+        {"1", empty_answer(), "No response from DRO Cloud\n", "a pause of the registration"},
+        {"0", accepted(), "Circle Activation Monitoring Thread Started!\n", "a monitor's wait"},
+        {"0", stall(), "=====LOCKed Process..=====\n", "a stalled transfer"},
+        {"1", stall(), "Registering Device to DROCloud\n", "a stalled transfer of the start"}};
+    const int times = rounds(16, 104);
+    milliseconds worst{0};
+    for (int i = 0; i < times; ++i) {
+        const auto& [registered, answer, near, what] = states[static_cast<std::size_t>(i) % states.size()];
+        SCOPED_TRACE(what);
+        store.set_all({{"JorvagentCfg.jorv_agent_registered", registered}, {"DroStatus.CircleAct", "false"}});
+        cloud.down();  // lets what is stalled go
+        cloud.up();
+        cloud.answer_all(answer);
+        AgentProcess agent(store);
+        const std::jthread load([this](const std::stop_token& done) {
+            for (int sent = 0; sent < 20 && !done.stop_requested(); some_time(milliseconds(4))) {
+                sent += send_message(kNotificationPort, block_command(sent)) ? 1 : 0;
+                store.set_all({{"DALHNotifyNDN.Index", "1"}, {"DroStatus.CircleAct", "true"}});
+            }
+        });
+        ASSERT_TRUE(eventually([&] { return handles_end(agent.pid()); }));
+        ASSERT_TRUE(near == nullptr || agent.log().wait_for(near));
+        some_time(milliseconds(20));
+        worst = std::max(worst, expect_prompt_end(agent));
+        ASSERT_FALSE(HasFailure()) << agent.output() << file_text(agent.log().path());
+    }
+    tell(std::to_string(times) + " ends, the longest " + std::to_string(worst.count()) + " ms");
+}
+
+// ---- The connector ----
+
+std::pair<std::ptrdiff_t, std::ptrdiff_t> threads_and_descriptors(pid_t process) {
+    const auto count = [&](const char* what) {
+        return std::distance(fs::directory_iterator("/proc/" + std::to_string(process) + what),
+                             fs::directory_iterator());
+    };
+    return {count("/task"), count("/fd")};
+}
+
+class Connector : public Attacks {
+ protected:
+    // What the agent has when it does nothing, after its first command.
+    auto idle(const AgentProcess& agent) {
+        const auto start = threads_and_descriptors(agent.pid());
+        expect_answer();
+        EXPECT_TRUE(eventually([&] { return threads_and_descriptors(agent.pid()).first == start.first; }));
+        return threads_and_descriptors(agent.pid());
+    }
+};
+
+TEST_F(Connector, AHostileOneHoldsUpNobodyForLong) {
+    AgentProcess agent(store);
+    ASSERT_TRUE(agent.wait_for_link());
+    const auto before = idle(agent);
+
+    send_message(kNotificationPort, std::string(65'791, ' '));
+    expect_answer();
+    send_message(kNotificationPort, "{\"UUID\":\"half\xC3\",\"cmd\":\"BLOCK_CD\",\"data\":{\"cdMac\":\"\xE2\x82\"}}");
+    expect_answer();
+    const int slow = connect_to(kNotificationPort);
+    for (const char byte : block_command(++number_)) {
+        ASSERT_EQ(send(slow, &byte, 1, MSG_NOSIGNAL), 1);
+        some_time(milliseconds(10));
+    }
+    close(slow);
+    EXPECT_TRUE(eventually([this] { return acknowledged(number_); }));
+
+    std::vector<std::future<int>> stalled;
+    const int crowd = rounds(5, 60);
+    for (int i = 0; i < crowd; ++i) {
+        stalled.push_back(std::async(std::launch::async, [] { return connect_to(kNotificationPort); }));
+        const int taken = std::min(i + 1, 51);
+        ASSERT_TRUE(eventually([&] { return threads_and_descriptors(agent.pid()).first == before.first + taken; }));
+    }
+    const auto crowded = Clock::now();
+    expect_answer();
+    tell(std::to_string(crowd) + " stalled connections held the next command up for " +
+         std::to_string((Clock::now() - crowded) / milliseconds(1)) + " ms");
+    for (auto& connection : stalled) {
+        close(connection.get());
+    }
+    EXPECT_TRUE(eventually([&] { return threads_and_descriptors(agent.pid()) == before; }));
+    expect_prompt_end(agent);
+}
+
+TEST_F(Connector, ManyCommandsInAStormOfSignalsAndManyAtOnceLeaveNothingBehind) {
+    AgentProcess agent(store);
+    ASSERT_TRUE(agent.wait_for_link());
+    const auto before = idle(agent);
+    const int commands = rounds(100, 10'000);
+    std::atomic<long> signals = 0;
+    {
+        const std::jthread storm([&](const std::stop_token& done) {
+            for (; !done.stop_requested(); signals += 2) {
+                agent.signal(SIGUSR2);
+                agent.signal(SIGPIPE);
+            }
+        });
+        for (int i = 0; i < commands || signals < 10'000; ++i) {
+            expect_answer();
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+    cloud.forget();
+    // The listener keeps one connection waiting; who comes then is asked to come again, after a second at first.
+    const std::size_t together = static_cast<std::size_t>(rounds(8, 50));
+    std::atomic<int> late = 0;
+    std::atomic<int> again = 0;
+    {
+        std::vector<std::jthread> crowd;
+        while (crowd.size() < together) {
+            crowd.emplace_back([&, command = block_command(++number_)] {
+                const auto start = Clock::now();
+                again += deliver(command) - 1;
+                late += Clock::now() - start > milliseconds(900) ? 1 : 0;
+            });
+        }
+    }
+    EXPECT_EQ(cloud.wait_for(together, "transactionAck/").size(), together);
+    EXPECT_TRUE(eventually([&] { return threads_and_descriptors(agent.pid()) == before; }));
+    expect_prompt_end(agent);
+    tell(std::to_string(commands) + " commands, " + std::to_string(signals) + " signals; of " +
+         std::to_string(together) + " at once " + std::to_string(late) + " took a second or more, " +
+         std::to_string(again) + " were sent again");
+}
+
+// ---- The cloud, the store, the clock ----
+
+Launch quick(int pauseMs, int watchMs = 75'000) {
+    return {.quick = true,
+            .environment = {{"DROAGENT_QUICK_PAUSE_MS", std::to_string(pauseMs)},
+                            {"DROAGENT_QUICK_LIST_WATCH_MS", std::to_string(watchMs)},
+                            {"DROAGENT_QUICK_CIRCLE_WATCH_MS", std::to_string(watchMs)}}};
+}
+
+TEST_F(Attacks, ACloudThatIsDownIsTriedAgain) {
+    constexpr const char* kSilence = "No response from DRO Cloud\n";
+    store.set("JorvagentCfg.jorv_agent_registered", "1");
+    cloud.answer_all(text_answer(R"({"status":1,"reset":false,"claimState":true,"syncTime":null})"));
+    cloud.down();
+    AgentProcess agent(store, quick(300));
+    ASSERT_TRUE(agent.log().wait_for(kSilence));
+    cloud.up();
+    EXPECT_TRUE(store.wait_for("DROStatus.addJorvdeviceIdDone", "true"));
+    ASSERT_TRUE(eventually([] { return send_message(kNotificationPort, ""); }));
+    const int times = rounds(1, 20);
+    for (int i = 0; i < times; ++i) {
+        const std::size_t before = agent.log().count(kSilence);
+        cloud.down();
+        ASSERT_TRUE(send_message(kNotificationPort, block_command(++number_)));
+        ASSERT_TRUE(agent.log().wait_for(kSilence, before + 1));
+        cloud.up();
+        ASSERT_TRUE(eventually([this] { return acknowledged(number_); }));
+    }
+    expect_prompt_end(agent);
+}
+
+TEST_F(Attacks, AStoreThatFailsIsSaidAndOutlived) {
+    const auto run = [](const std::string& words) { return std::system(words.c_str()); };
+    if (run("mkdir -p /tmp/small && mount -t tmpfs -o size=1m small /tmp/small") != 0) {
+        GTEST_SKIP() << "no file system of the test's own";
+    }
+    setenv("TMPDIR", "/tmp/small", 1);
+    const Cases<std::string, std::string, std::string, std::string> troubles{
+        // how it begins and, if it does, ends; what the running agent says, and what one that starts then says
+        {"cat /dev/zero > /tmp/small/full 2> /dev/null", "rm /tmp/small/full", "disk is full", "disk is full"},
+        {"mount --bind /tmp/small /tmp/small && mount -o remount,ro,bind /tmp/small", "umount /tmp/small",
+         "its bell file cannot be opened", "read-only"},
+        {"rm $HAB_STORE", "", "replaced or deleted", ""},
+        {"cp $HAB_STORE /tmp/small/new && mv /tmp/small/new $HAB_STORE", "", "replaced or deleted", ""}};
+    Launch launch = quick(50);
+    launch.folder = store.folder();
+    for (const auto& [begin, end, said, saidAtStart] : troubles) {
+        SCOPED_TRACE(begin);
+        TestStore small;
+        set_identity(small);
+        small.set("Drocfg.DroBaseURL", cloud.base_url());
+        AgentProcess agent(small, launch);
+        ASSERT_TRUE(agent.wait_for_link()) << agent.output();
+        run(begin);
+        // The room that earlier commits have left is used up first.
+        ASSERT_TRUE(eventually([&, &said = said] {
+            cloud.forget();
+            deliver(block_command(++number_));
+            return cloud.wait_for(1, "transactionAck/").size() == 1 && agent.output().find(said) != std::string::npos;
+        })) << agent.output();
+        EXPECT_FALSE(acknowledged(number_));
+        if (end.empty()) {
+            expect_prompt_end(agent);
+            continue;
+        }
+        run(end);
+        expect_answer();
+        EXPECT_EQ(small.get("DALHConfig.blockCdMAC"), block_address(number_));
+        run(begin);
+        expect_prompt_end(agent);
+        AgentProcess next(small, launch);
+        // Where nothing can be written the connector is not told of the link: after three attempts it lives without.
+        if (saidAtStart == said) {
+            EXPECT_TRUE(next.log().wait_for("LibJorvhdlr init failed! Re-trying in 5 sec...\n", 3));
+            next.signal(SIGUSR2);  // answered once it is parked
+            EXPECT_TRUE(next.log().wait_for("sig_usr2 handler.\n"));
+            expect_prompt_end(next);
+            EXPECT_EQ(next.log().count("Initiating Connection with libJorvhdlr\n"), 3U);
+        } else {
+            EXPECT_EQ(next.wait_exit(), 1);
+        }
+        EXPECT_NE(next.output().find(saidAtStart), std::string::npos) << next.output();
+        run(end);
+    }
+    unsetenv("TMPDIR");
+    run("umount /tmp/small");
+}
+
+#ifdef DRO_JUMPING_CLOCK
+TEST_F(Attacks, NoWaitLooksAtTheCalendar) {
+    constexpr milliseconds kPause{300};
+    constexpr milliseconds kWatch{500};
+    constexpr milliseconds kStretched{3000};
+    Launch launch = quick(kPause.count(), kWatch.count());
+    launch.environment["LD_PRELOAD"] = DRO_JUMPING_CLOCK;  // an hour forth or back at each look
+    store.set_all({{"JorvagentCfg.jorv_agent_registered", "1"},
+                   {"DroStatus.cdilSupport", "true"},
+                   {"DroCfg.circle_uuid", "1000"}});
+    cloud.answer_all(empty_answer());
+    AgentProcess agent(store, launch);
+    const auto expect_pauses = [&](const char* path) {
+        const auto requests = cloud.wait_for(3, path);
+        ASSERT_EQ(requests.size(), 3U) << path;
+        for (const std::size_t i : {1U, 2U}) {
+            EXPECT_GE(requests[i].at - requests[i - 1].at, kPause) << path;
+            EXPECT_LT(requests[i].at - requests[i - 1].at, kPause + kStretched) << path;
+        }
+        const std::string stamp = json_value(requests[0].body, "ePOCHTimeStamp");
+        EXPECT_GT(std::abs(std::stol(stamp) - std::time(nullptr)), 3000) << "the clock was right";
+    };
+    expect_pauses("addJorvDeviceId/");
+    ASSERT_TRUE(agent.wait_for_link());
+    store.set("DALHNotifyNDN.Index", "1");
+    expect_pauses("syncCD/");
+    ASSERT_TRUE(send_message(kNotificationPort, block_command(1)));
+    expect_pauses("transactionAck/");
+    cloud.forget();
+    cloud.answer_all(accepted());
+    for (const std::string late : {"CDIL:Fail-Error timeout", "Activation-Failed_FAIL-Error TimeOut"}) {
+        const bool list = late.starts_with("CDIL");
+        const auto ordered = Clock::now();
+        if (list) {
+            send_message(kNotificationPort, R"({"UUID":"u","cmd":"FETCH_CD","data":{"status":0,"fetchFor":"app"}})");
+        } else {
+            store.set_all({{"CircleCfgInternal.actionDROA", "activate"}, {"DroStatus.CircleAct", "true"}});
+        }
+        const auto reports = cloud.wait_for(list ? 1 : 2, "transactionAck/");
+        ASSERT_EQ(reports.size(), list ? 1U : 2U);
+        EXPECT_GE(reports.back().at - ordered, kWatch);
+        EXPECT_LT(reports.back().at - ordered, kWatch + kStretched);
+        EXPECT_EQ(json_value(reports.back().body, "failureReason"), late);
+    }
+    expect_prompt_end(agent);
+}
+#endif
+
+}  // namespace
+}  // namespace dro_test

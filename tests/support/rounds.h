@@ -1,0 +1,21 @@
+// rounds.h - how often an attack is repeated whose outcome hangs on the instant, and what it found. Any thread.
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace dro_test {
+
+// `campaign` when DRO_CAMPAIGN is 1, as tests/campaign sets it; else `few`.
+inline int rounds(int few, int campaign) {
+    const char* full = std::getenv("DRO_CAMPAIGN");
+    return full != nullptr && std::string(full) == "1" ? campaign : few;
+}
+
+// Figures for the campaign's line on this attack.
+inline void tell(const std::string& figures) {
+    std::printf("figures: %s\n", figures.c_str());
+}
+
+}  // namespace dro_test
