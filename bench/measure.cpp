@@ -9,6 +9,20 @@
 #include "dro_json.h"
 
 namespace bench {
+namespace {
+
+// To a tenth of a microsecond.
+void add_times(cJSON* entry, const char* key, const std::vector<double>& times) {
+    if (times.empty()) {
+        return;
+    }
+    cJSON* array = cJSON_AddArrayToObject(entry, key);
+    for (const double time : times) {
+        cJSON_AddItemToArray(array, cJSON_CreateNumber(std::round(time * 10) / 10));
+    }
+}
+
+}  // namespace
 
 double Samples::quantile(double part) const {
     if (microseconds_.empty()) {
@@ -20,16 +34,41 @@ double Samples::quantile(double part) const {
     return sorted[std::max<std::size_t>(rank, 1) - 1];
 }
 
-void Report::compare(const std::string& name, const Samples& ours, const Samples& floor) {
-    add({name, "us", ours.median(), ours.p99(), floor.median(), floor.p99(), ours.count()});
+std::vector<double> Samples::ascending(std::size_t most) const {
+    std::vector<double> sorted = microseconds_;
+    std::sort(sorted.begin(), sorted.end());
+    if (sorted.size() <= most) {
+        return sorted;
+    }
+    std::vector<double> kept;
+    for (std::size_t place = 0; place < most; ++place) {
+        kept.push_back(sorted[place * (sorted.size() - 1) / (most - 1)]);
+    }
+    return kept;
+}
+
+void Report::compare(const std::string& name, const Pair& pair, std::optional<Work> work) {
+    const auto& [ours, floor] = pair;
+    add({name, "us", ours.median(), ours.p99(), floor.median(), floor.p99(), ours.count(), ours.ascending(kKeptSamples),
+         floor.ascending(kKeptSamples), std::move(work)});
 }
 
 void Report::part(const std::string& name, const Samples& samples) {
-    add({name, "us", samples.median(), samples.p99(), {}, {}, samples.count()});
+    add({name,
+         "us",
+         samples.median(),
+         samples.p99(),
+         {},
+         {},
+         samples.count(),
+         samples.ascending(kKeptSamples),
+         {},
+         {}});
 }
 
-void Report::fact(const std::string& name, const std::string& unit, double value, std::optional<double> floor) {
-    add({name, unit, value, {}, floor, {}, 1});
+void Report::fact(const std::string& name, const std::string& unit, double value, std::optional<double> floor,
+                  std::optional<Work> work) {
+    add({name, unit, value, {}, floor, {}, 1, {}, {}, std::move(work)});
 }
 
 void Report::add(Result result) {
@@ -58,6 +97,12 @@ std::string Report::json() const {
         add_optional("p99", result.p99);
         add_optional("floor", result.floor);
         add_optional("floor_p99", result.floorP99);
+        add_times(entry, "times", result.times);
+        add_times(entry, "floor_times", result.floorTimes);
+        if (result.work) {
+            cJSON_AddStringToObject(entry, "series", result.work->series.c_str());
+            cJSON_AddNumberToObject(entry, "amount", result.work->amount);
+        }
     }
     const dro::JsonText text(cJSON_Print(all.get()));
     return text ? text.get() : "[]";

@@ -15,11 +15,18 @@ class Samples {
     void add(Clock::duration sample) {
         microseconds_.push_back(std::chrono::duration<double, std::micro>(sample).count());
     }
+    void add(const Samples& others) {
+        microseconds_.insert(microseconds_.end(), others.microseconds_.begin(), others.microseconds_.end());
+    }
 
     // In microseconds. Throws std::runtime_error when there is no sample.
     double median() const { return quantile(0.5); }
     double p99() const { return quantile(0.99); }
     std::size_t count() const { return microseconds_.size(); }
+
+    // The samples in ascending order; of more than `most`, as many at even distances, the least and the largest among
+    // them.
+    std::vector<double> ascending(std::size_t most) const;
 
  private:
     double quantile(double part) const;
@@ -57,6 +64,12 @@ Clock::duration time_of(Work work) {
     return Clock::now() - start;
 }
 
+// Where a result stands on a road whose work grows: in which series, and how much work it was.
+struct Work {
+    std::string series;
+    double amount = 0;
+};
+
 struct Result {
     std::string name;
     std::string unit;
@@ -65,17 +78,22 @@ struct Result {
     std::optional<double> floor;
     std::optional<double> floorP99;
     std::size_t samples = 0;
+    std::vector<double> times;  // ascending, not more than kKeptSamples
+    std::vector<double> floorTimes;
+    std::optional<Work> work;
 };
+
+inline constexpr std::size_t kKeptSamples = 300;
 
 class Report {
  public:
     // Medians in microseconds beside each other.
-    void compare(const std::string& name, const Samples& ours, const Samples& floor);
-    void compare(const std::string& name, const Pair& pair) { compare(name, pair.ours, pair.floor); }
+    void compare(const std::string& name, const Pair& pair, std::optional<Work> work = {});
     // A part of a road, which has no floor of its own.
     void part(const std::string& name, const Samples& samples);
     // A number that is no time; `floor` if there is one to hold it against.
-    void fact(const std::string& name, const std::string& unit, double value, std::optional<double> floor = {});
+    void fact(const std::string& name, const std::string& unit, double value, std::optional<double> floor = {},
+              std::optional<Work> work = {});
 
     // One JSON array of all results.
     std::string json() const;

@@ -29,6 +29,10 @@ std::vector<Road> all_roads(std::chrono::seconds idle) {
             {"lists-at-once", bench::measure_lists_at_once},
             {"updates", bench::measure_updates},
             {"circle", bench::measure_circle},
+            {"registration", bench::measure_registration},
+            {"sizes", bench::measure_sizes},
+            {"connectors", bench::measure_connectors},
+            {"counts", bench::measure_counts},
             {"idle", [idle](bench::Report& report) { bench::measure_idle(report, idle); }}};
 }
 

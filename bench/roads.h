@@ -21,5 +21,9 @@ void measure_updates(Report& report);
 // Watches the idle agent for `duration`.
 void measure_idle(Report& report, std::chrono::seconds duration);
 void measure_circle(Report& report);
+void measure_registration(Report& report);
+void measure_connectors(Report& report);
+void measure_sizes(Report& report);
+void measure_counts(Report& report);
 
 }  // namespace bench

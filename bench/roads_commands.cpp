@@ -10,23 +10,6 @@ namespace bench {
 namespace {
 
 constexpr const char* kAckPath = "transactionAck/";
-constexpr const char* kData = R"({"cdMac":"02:00:5E:00:53:01"})";
-
-// The fields that a block writes, by their numbers in the bare store.
-constexpr int kFeature = 20;
-constexpr int kBlockMac = 21;
-constexpr int kTrigger = 22;
-
-void write_block_bare(BareStore& bare) {
-    bare.write(kFeature, 0, "7");
-    bare.write(kBlockMac, 0, "020053");
-    bare.write(kTrigger, 0, "1");
-}
-
-std::string block(int number) {
-    return command("block-" + std::to_string(number), "BLOCK_CD", kData);
-}
-
 struct BlockTimes {
     Pair triggered;
     Pair acknowledged;
@@ -39,7 +22,7 @@ BlockTimes take_blocks(Router& router, int rounds) {
     std::string body;
     for (int round = -3; round < rounds; ++round) {  // the first three warm up
         notices.forget();
-        auto start = deliver(block(round));
+        auto start = deliver(block_command(round));
         const auto triggered = notices.wait_for("DALHConfig.ProcessID") - start;
         const dro_test::Request ack = arrived(router.cloud, 1, kAckPath).front();
         const auto acknowledged = ack.at - start;
@@ -48,7 +31,7 @@ BlockTimes take_blocks(Router& router, int rounds) {
         std::this_thread::sleep_for(kSettle);
 
         start = Clock::now();
-        write_block_bare(router.bare);
+        write_block(router.bare);
         const auto written = Clock::now() - start;
         post.send(body);
         const auto received = arrived(router.cloud, 1, kAckPath).front().at - start;
@@ -68,7 +51,7 @@ BlockTimes take_blocks(Router& router, int rounds) {
 // be faster, and the link's backlog of one is soon full.
 void run_commands(const Router& router, int first, int count) {
     for (int number = 0; number < count; ++number) {
-        deliver(block(first + number));
+        deliver(block_command(first + number));
         arrived(router.cloud, static_cast<std::size_t>(number), kAckPath);
     }
     arrived(router.cloud, static_cast<std::size_t>(count), kAckPath);
@@ -103,7 +86,7 @@ void measure_commands(Report& report) {
         router.cloud.forget();
         batches.floor.add(time_of([&] {
                               for (int number = 0; number < kAtOnce; ++number) {
-                                  write_block_bare(router.bare);
+                                  write_block(router.bare);
                                   post.send(body);
                               }
                           }) /

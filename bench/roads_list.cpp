@@ -98,29 +98,34 @@ void measure_list(Report& report, int devices) {
     const BarePost post = router.bare_post(kAnswerPath);
     ListTimes times;
     long before = 0;
+    std::size_t bodySize = 0;
     for (int round = -3; round < kRounds; ++round) {  // the first three warm up
         if (round == 0) {
             before = memory_of(agent.pid()).rss;
             reset_peak(agent.pid());
         }
         const std::string body = fetch(router, notices, round, times, round >= 0).body;
+        bodySize = body.size();
         const auto least = fetch_bare(router, post, devices, body);
         if (round >= 0) {
             times.whole.floor.add(least);
         }
     }
     const std::string name = "list of " + std::to_string(devices);
-    report.compare(name, times.whole);
+    const Work work{"list", static_cast<double>(devices)};
+    report.compare(name, times.whole, work);
+    report.fact(name + ", request", "bytes", static_cast<double>(bodySize));
     for (const Part& part : times.parts) {
         report.part(name + ", " + part.name, part.samples);
     }
-    report.fact(name + ", memory while it is built", "KiB", static_cast<double>(peak_of(agent.pid()) - before));
+    report.fact(name + ", memory while it is built", "KiB", static_cast<double>(peak_of(agent.pid()) - before), {},
+                work);
 }
 
 }  // namespace
 
 void measure_lists(Report& report) {
-    for (const int devices : {1, 32, kDevices}) {
+    for (const int devices : {1, 32, 64, 128, kDevices}) {
         measure_list(report, devices);
     }
 }

@@ -19,12 +19,7 @@ constexpr int kShortRounds = 300;
 constexpr int kFullBundleRounds = 60;
 constexpr const char* kSystemBundle = "/etc/ssl/certs/ca-certificates.crt";
 
-// An acknowledgement's size.
-std::string ack_body() {
-    return R"({"token":")" + std::string(64, 'a') +
-           R"(","ePOCHTimeStamp":"1700000000","serialNumber":"FSN0123456789","transactionId":)"
-           R"("0f8fad5b-d9cb-469f-a165-70867728950e","transactionStatus":"1","failureReason":"Success"})";
-}
+constexpr const char* kTransaction = "0f8fad5b-d9cb-469f-a165-70867728950e";
 
 void post_ours(const std::string& url, const std::string& body) {
     std::optional<std::string> answer;
@@ -35,7 +30,7 @@ void post_ours(const std::string& url, const std::string& body) {
 
 Pair take_posts(Router& router, int rounds) {
     const std::string url = router.cloud.base_url() + kPath;
-    const std::string body = ack_body();
+    const std::string body = ack_body(kTransaction);
     const BarePost bare = router.bare_post(kPath);
     Pair pair = in_turn(
         rounds, [&] { return time_of([&] { post_ours(url, body); }); },
@@ -47,7 +42,7 @@ Pair take_posts(Router& router, int rounds) {
 // The agent's requests one behind the other, nothing else between them to fill the caches.
 Samples take_own_posts(Router& router) {
     const std::string url = router.cloud.base_url() + kPath;
-    const std::string body = ack_body();
+    const std::string body = ack_body(kTransaction);
     post_ours(url, body);  // parses the certificates
     Samples samples;
     for (int round = 0; round < kShortRounds; ++round) {

@@ -13,21 +13,8 @@
 namespace bench {
 namespace {
 
-// The floor's program in the agent's place: started, watched and ended like it.
 dro_test::Launch floor_launch(const std::vector<std::string>& arguments) {
-    dro_test::Launch launch;
-    launch.before = [arguments] {
-        std::vector<std::string> copies{DRO_BENCH_START_FLOOR};
-        copies.insert(copies.end(), arguments.begin(), arguments.end());
-        std::vector<char*> pointers;
-        pointers.reserve(copies.size() + 1);
-        for (std::string& copy : copies) {
-            pointers.push_back(copy.data());
-        }
-        pointers.push_back(nullptr);
-        execv(DRO_BENCH_START_FLOOR, pointers.data());
-    };
-    return launch;
+    return program_launch(DRO_BENCH_START_FLOOR, arguments);
 }
 
 // From the start of the program, as its own process sees it, to its second port's first connection.
@@ -105,6 +92,8 @@ void measure_idle(Report& report, std::chrono::seconds duration) {
     report.fact("idle, context switches", "", wakeups);
     report.fact("idle, wakeups a second", "1/s", wakeups / static_cast<double>(duration.count()));
     report.fact("idle, CPU ticks", "ticks", static_cast<double>(after.cpuTicks - before.cpuTicks));
+    report.fact("idle, seconds watched", "s", static_cast<double>(duration.count()));
+    report_memory(report, "after idling", memory_of(agent.pid()), floorAfter);
 }
 
 }  // namespace bench

@@ -2,6 +2,7 @@
 #include <wait.h>
 
 #include <algorithm>
+#include <array>
 #include <set>
 #include <stdexcept>
 #include <thread>
@@ -39,13 +40,6 @@ std::vector<dro_test::Request> drained(const Router& router) {
     return arrived(router.cloud, kSlots, kPath);
 }
 
-// Time from each event's arrival to the next one's, from the second on: the first has stalled.
-void add_gaps(const std::vector<dro_test::Request>& requests, Samples& samples) {
-    for (std::size_t i = 2; i < requests.size(); ++i) {
-        samples.add(requests[i].at - requests[i - 1].at);
-    }
-}
-
 void require_order(const std::vector<dro_test::Request>& requests) {
     for (int row = 0; row < kSlots; ++row) {
         if (device_in(requests[static_cast<std::size_t>(row)]) != mac_of(row)) {
@@ -54,8 +48,36 @@ void require_order(const std::vector<dro_test::Request>& requests) {
     }
 }
 
-// Fills the queue of a fresh agent and drains it; how much memory the full queue took, in KiB.
-long fill_and_drain(Pair& gaps) {
+// How long it takes until the first `events` of the queue have arrived.
+constexpr std::array kMilestones{2, 32, 64, 128, 192, kSlots};
+struct DrainTimes {
+    Pair gaps;
+    std::array<Pair, kMilestones.size()> until;
+    std::array<long, kMilestones.size()> memory{};  // more than with an empty queue, in KiB
+};
+
+// Adds one drain to our samples or to the floor's: each event's time since the one before, from the second on, since
+// the first has stalled, and the times until the milestones.
+void add_drain(const std::vector<dro_test::Request>& requests, Clock::time_point start, DrainTimes& times,
+               Samples Pair::*whose) {
+    for (std::size_t i = 2; i < requests.size(); ++i) {
+        (times.gaps.*whose).add(requests[i].at - requests[i - 1].at);
+    }
+    for (std::size_t i = 0; i < kMilestones.size(); ++i) {
+        (times.until[i].*whose).add(requests[static_cast<std::size_t>(kMilestones[i]) - 1].at - start);
+    }
+}
+
+void note_memory(int events, long grown, DrainTimes& times) {
+    const auto* milestone = std::find(kMilestones.begin(), kMilestones.end(), events);
+    if (milestone != kMilestones.end()) {
+        long& most = times.memory[static_cast<std::size_t>(milestone - kMilestones.begin())];
+        most = std::max(most, grown);
+    }
+}
+
+// Fills the queue of a fresh agent and drains it.
+void fill_and_drain(DrainTimes& times) {
     Router router;
     const RunningAgent agent(router);
     Notices notices({"RADebugLog"});
@@ -68,20 +90,22 @@ long fill_and_drain(Pair& gaps) {
     router.cloud.script(kPath, {dro_test::stall()});
     for (int row = 0; row < kSlots; ++row) {
         announce(router, notices, row, static_cast<std::size_t>(row) + 1);
+        note_memory(row + 1, memory_of(agent.pid()).rss - before, times);
     }
-    const long full = memory_of(agent.pid()).rss;
+    auto start = Clock::now();
     router.cloud.release();
     const auto requests = drained(router);
     require_order(requests);
-    add_gaps(requests, gaps.ours);
+    add_drain(requests, start, times, &Pair::ours);
     router.cloud.forget();
 
     const BarePost post = router.bare_post(kPath);
-    for (int event = 0; event < kSlots; ++event) {
+    post.send(body);
+    start = Clock::now();
+    for (int event = 1; event < kSlots; ++event) {
         post.send(body);
     }
-    add_gaps(arrived(router.cloud, kSlots, kPath), gaps.floor);
-    return full - before;
+    add_drain(arrived(router.cloud, kSlots, kPath), start, times, &Pair::floor);
 }
 
 // Writes the updates of `count` devices from row 0 on, each when the index is free again and the agent has had the time
@@ -112,13 +136,17 @@ std::vector<dro_test::Request> until_quiet(const Router& router) {
 
 void measure_queue(Report& report) {
     constexpr int kRounds = 4;
-    Pair gaps;
-    long grown = 0;
+    DrainTimes times;
     for (int round = 0; round < kRounds; ++round) {
-        grown = std::max(grown, fill_and_drain(gaps));
+        fill_and_drain(times);
     }
-    report.compare("queue drained, each event", gaps);
-    report.fact("queue of 256 events, memory", "KiB", static_cast<double>(grown));
+    report.compare("queue drained, each event", times.gaps);
+    for (std::size_t i = 0; i < kMilestones.size(); ++i) {
+        const std::string name = "queue of " + std::to_string(kMilestones[i]) + " events";
+        const Work work{"queue", static_cast<double>(kMilestones[i])};
+        report.compare(name + " drained", times.until[i], work);
+        report.fact(name + ", memory", "KiB", static_cast<double>(times.memory[i]), {}, work);
+    }
 }
 
 void measure_updates(Report& report) {

@@ -224,8 +224,8 @@ std::vector<dro_test::Request> arrived(const dro_test::TestCloud& cloud, std::si
     return requests;
 }
 
-Clock::time_point deliver(const std::string& message) {
-    if (!dro_test::send_message(dro_test::kNotificationPort, message)) {
+Clock::time_point deliver(const std::string& message, int port) {
+    if (!dro_test::send_message(port, message)) {
         throw std::runtime_error("the agent took no message");
     }
     return Clock::now();
@@ -233,6 +233,38 @@ Clock::time_point deliver(const std::string& message) {
 
 std::string command(const std::string& uuid, const std::string& name, const std::string& data) {
     return R"({"UUID":")" + uuid + R"(","cmd":")" + name + R"(","data":)" + data + "}";
+}
+
+std::string block_command(int number, std::size_t size) {
+    const auto with_note = [number](const std::string& note) {
+        return command("block-" + std::to_string(number), "BLOCK_CD",
+                       R"({"cdMac":"02:00:5E:00:53:01","note":")" + note + "\"}");
+    };
+    const std::size_t least = with_note("").size();
+    return with_note(std::string(size > least ? size - least : 0, 'x'));
+}
+
+dro_test::Launch program_launch(const std::string& program, const std::vector<std::string>& arguments) {
+    dro_test::Launch launch;
+    launch.before = [program, arguments] {
+        std::vector<std::string> copies{program};
+        copies.insert(copies.end(), arguments.begin(), arguments.end());
+        std::vector<char*> pointers;
+        pointers.reserve(copies.size() + 1);
+        for (std::string& copy : copies) {
+            pointers.push_back(copy.data());
+        }
+        pointers.push_back(nullptr);
+        execv(program.c_str(), pointers.data());
+    };
+    return launch;
+}
+
+dro_test::Launch command_floor(const Router& router) {
+    static int stores = 0;
+    return program_launch(DRO_BENCH_COMMAND_FLOOR,
+                          {std::to_string(kFloorPort), router.cloud.base_url() + "transactionAck/", ca_bundle(),
+                           router.store.folder() + "/floor" + std::to_string(++stores) + ".db"});
 }
 
 void write_uint(const Router& router, const char* table, const char* field, std::uint32_t value) {

@@ -39,4 +39,10 @@ void BarePost::send(const std::string& body) const {
     }
 }
 
+std::string ack_body(const std::string& uuid) {
+    return R"({"token":")" + std::string(64, 'a') +
+           R"(","ePOCHTimeStamp":"1700000000","serialNumber":"FSN0123456789","transactionId":")" + uuid +
+           R"(","transactionStatus":"1","failureReason":"Success"})";
+}
+
 }  // namespace bench

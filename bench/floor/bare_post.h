@@ -20,4 +20,7 @@ class BarePost {
     std::string bundle_;
 };
 
+// An acknowledgement as large as the agent's.
+std::string ack_body(const std::string& uuid);
+
 }  // namespace bench

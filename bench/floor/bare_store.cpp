@@ -72,4 +72,13 @@ void BareStore::finish(const Statement& statement) {
     }
 }
 
+void write_block(BareStore& store) {
+    constexpr int kFeature = 20;
+    constexpr int kBlockMac = 21;
+    constexpr int kTrigger = 22;
+    store.write(kFeature, 0, "7");
+    store.write(kBlockMac, 0, "020053");
+    store.write(kTrigger, 0, "1");
+}
+
 }  // namespace bench

@@ -41,4 +41,7 @@ class BareStore {
     Statement commit_;
 };
 
+// The three values that a block writes.
+void write_block(BareStore& store);
+
 }  // namespace bench
