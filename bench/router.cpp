@@ -21,53 +21,8 @@
 namespace bench {
 namespace {
 
-using Values = std::vector<std::pair<std::string, std::string>>;
-
-// A device of ordinary size; # stands for the row.
-struct Value {
-    const char* field;
-    const char* text;
-};
-constexpr std::array<Value, 13> kDevice{{
-    {"DeviceIdList.DeviceDisplayName", "Living room speaker #"},
-    {"DeviceIdList.DeviceDisplayModel", "Model #"},
-    {"DeviceIdList.DisplayType", "Speaker"},
-    {"DeviceIdList.DeviceDisplayBrand", "Brand"},
-    {"DeviceIdList.DeviceTypeOstra", "Speaker"},
-    {"DeviceIdList.DisplayNameOstra", "speaker-#"},
-    {"Dilsignature.DeviceConnectionInterface", "wlan0"},
-    {"Dilsignature.Devicestate", "UP"},
-    {"ConnectDeviceinfo.ConnSSID", "Home network"},
-    {"ConnectDeviceinfo.DownloadBW", "104857600"},
-    {"ConnectDeviceinfo.UploadBW", "10485760"},
-    {"ConnectDeviceinfo.DeviceSignalStrength", "-58"},
-    {"ConnectDeviceinfo.DeviceLinkRate", "866"},
-}};
-
 // Members of a record; the bare store holds each as a field of its number.
 constexpr int kRecordMembers = 18;
-
-std::string of_row(std::string_view text, int row) {
-    std::string result(text);
-    if (const auto mark = result.find('#'); mark != std::string::npos) {
-        result.replace(mark, 1, std::to_string(row));
-    }
-    return result;
-}
-
-Values population() {
-    Values values;
-    for (int row = 0; row < kDevices; ++row) {
-        const std::string place = "@" + std::to_string(row);
-        for (const Value& value : kDevice) {
-            values.emplace_back(value.field + place, of_row(value.text, row));
-        }
-        values.emplace_back("DeviceIdList.DeviceMac" + place, mac_of(row));
-        values.emplace_back("ConnectDeviceinfo.ConnAPMac" + place, "02:00:5E:00:54:00");
-        values.emplace_back("Dilsignature.DeviceIP" + place, "192.168.1." + std::to_string(row));
-    }
-    return values;
-}
 
 // The masks and the count of the first `devices` rows, and `times` times the word that hands them over.
 Values list_of(int devices, int times) {
@@ -297,12 +252,6 @@ void read_record_bare(BareStore& bare, int row) {
 
 const char* ca_bundle() {
     return provisioning::kCaBundles.back();
-}
-
-std::string mac_of(int row) {
-    std::array<char, 18> text{};
-    std::snprintf(text.data(), text.size(), "02:00:5E:00:53:%02X", static_cast<unsigned>(row) & 0xFFU);
-    return text.data();
 }
 
 }  // namespace bench

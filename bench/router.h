@@ -14,10 +14,9 @@
 #include "floor/bare_post.h"
 #include "floor/bare_store.h"
 #include "measure.h"
+#include "population.h"
 
 namespace bench {
-
-inline constexpr int kDevices = 256;
 
 // How long a road waits between samples for the agent to be idle again.
 inline constexpr std::chrono::milliseconds kSettle{4};
@@ -118,8 +117,5 @@ void read_record_bare(BareStore& bare, int row);
 
 // The file of certificates that the agent trusts here.
 const char* ca_bundle();
-
-// Device row `row` as the population has it.
-std::string mac_of(int row);
 
 }  // namespace bench
