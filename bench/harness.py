@@ -1,7 +1,9 @@
 """What the programs of this folder share: building the benchmarks, and running one in namespaces of its own."""
+import json
 import shutil
 import subprocess
 import sys
+import tempfile
 from pathlib import Path
 
 BENCH = Path(__file__).absolute().parent
@@ -21,10 +23,35 @@ def build(folder, targets):
             sys.exit(done.stdout[-4000:] + "\nThe build failed")
 
 
+def isolation(folder):
+    """The command in front of one that is to run in namespaces of its own."""
+    return [ROOT / "tests/isolated", folder, BUNDLES]
+
+
 def isolated(folder, program, *arguments, errors=None):
     """The program's standard output."""
-    command = [ROOT / "tests/isolated", folder, BUNDLES, folder / "bin" / program, *arguments]
+    command = [*isolation(folder), folder / "bin" / program, *arguments]
     done = subprocess.run(command, stdout=subprocess.PIPE, stderr=errors, text=True)
     if done.returncode != 0:
         sys.exit(f"{program} failed with status {done.returncode}")
     return done.stdout
+
+
+def roads(folder, *arguments):
+    """What the roads' program reports."""
+    with tempfile.TemporaryDirectory(dir=folder) as scratch:
+        results = Path(scratch) / "roads.json"
+        isolated(folder, "roads", "--json", results, *arguments)
+        return json.loads(results.read_text())
+
+
+def write_results(path, results):
+    """One line for each, so that two runs can be compared."""
+    lines = ",\n ".join(json.dumps(result) for result in results)
+    path.write_text(f"[{lines}]\n")
+
+
+def add_results(path, results):
+    """Adds to a file of results, in the place of any of the same names."""
+    names = {result["name"] for result in results}
+    write_results(path, [result for result in json.loads(path.read_text()) if result["name"] not in names] + results)

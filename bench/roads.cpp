@@ -33,6 +33,7 @@ std::vector<Road> all_roads(std::chrono::seconds idle) {
             {"sizes", bench::measure_sizes},
             {"connectors", bench::measure_connectors},
             {"counts", bench::measure_counts},
+            {"fleet", bench::measure_fleet},
             {"idle", [idle](bench::Report& report) { bench::measure_idle(report, idle); }}};
 }
 

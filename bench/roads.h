@@ -25,5 +25,7 @@ void measure_registration(Report& report);
 void measure_connectors(Report& report);
 void measure_sizes(Report& report);
 void measure_counts(Report& report);
+// What the cloud sees of many routers: bytes and processor time for a request, and an agent during an outage.
+void measure_fleet(Report& report);
 
 }  // namespace bench

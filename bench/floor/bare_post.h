@@ -7,6 +7,14 @@
 
 namespace bench {
 
+// What one connection sent and received, without headers of the network.
+struct Wire {
+    double sent = 0;
+    double received = 0;
+    double segmentsSent = 0;
+    double segmentsReceived = 0;
+};
+
 class BarePost {
  public:
     // Trusts the certificates in the file `bundle`.
@@ -15,7 +23,12 @@ class BarePost {
     // Posts `body` and waits for the answer. Throws std::runtime_error when none comes.
     void send(const std::string& body) const;
 
+    // The same, told as bytes; an empty body ends with the handshake.
+    Wire measure(const std::string& body) const;
+
  private:
+    void perform(const std::string& body, Wire* wire) const;
+
     std::string url_;
     std::string bundle_;
 };
