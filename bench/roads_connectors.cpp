@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <fstream>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -115,7 +116,7 @@ void run_crowd(Router& router, int port, std::size_t connectors, int count, std:
     }
 }
 
-void measure_crowd(Report& report, Router& router, int connectors) {
+void measure_crowd(Report& report, Router& router, int connectors, const std::string& note = "") {
     constexpr int kRounds = 3;
     constexpr int kAtLeast = 100;
     constexpr std::chrono::seconds kPatience{4};  // time for two more tries at connecting
@@ -126,7 +127,8 @@ void measure_crowd(Report& report, Router& router, int connectors) {
         run_crowd(router, dro_test::kNotificationPort, static_cast<std::size_t>(connectors), count, kPatience, ours);
         run_crowd(router, kFloorPort, static_cast<std::size_t>(connectors), count, kPatience, least);
     }
-    const std::string name = std::to_string(connectors) + (connectors == 1 ? " connector" : " connectors at once");
+    const std::string name =
+        std::to_string(connectors) + (connectors == 1 ? " connector" : " connectors at once") + note;
     const std::string all = "of " + std::to_string(kRounds * connectors * count);
     const Work work{"connectors", static_cast<double>(connectors)};
     report.compare(name + ", delivered to acknowledged", {ours.taken, least.taken}, work);
@@ -135,6 +137,18 @@ void measure_crowd(Report& report, Router& router, int connectors) {
     report.fact(name + ", after a second or more", all, ours.late, least.late, work);
     report.fact(name + ", not at all", all, ours.lost, least.lost, work);
 }
+
+// The kernel answers with a cookie, and keeps nothing, when a listener's place is taken; while this lives it does not.
+class WithoutCookies {
+ public:
+    WithoutCookies() { set("0"); }
+    WithoutCookies(const WithoutCookies&) = delete;
+    WithoutCookies& operator=(const WithoutCookies&) = delete;
+    ~WithoutCookies() { set("1"); }
+
+ private:
+    static void set(const char* value) { std::ofstream("/proc/sys/net/ipv4/tcp_syncookies") << value << std::flush; }
+};
 
 // One more than the link takes at once, for a moment, after each answer.
 void measure_crowded(Report& report, Router& router) {
@@ -155,6 +169,10 @@ void measure_connectors(Report& report) {
     wait_for_port(kFloorPort);
     for (const int connectors : {1, 10, 25, 45}) {
         measure_crowd(report, router, connectors);
+    }
+    {
+        const WithoutCookies without;
+        measure_crowd(report, router, 45, ", no SYN cookies");
     }
     measure_crowded(report, router);
 }
