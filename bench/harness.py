@@ -38,11 +38,13 @@ def isolated(folder, program, *arguments, errors=None):
 
 
 def roads(folder, *arguments):
-    """What the roads' program reports."""
+    """What the roads' program reports, and whether every road held: one that fails says why and leaves the others be."""
     with tempfile.TemporaryDirectory(dir=folder) as scratch:
         results = Path(scratch) / "roads.json"
-        isolated(folder, "roads", "--json", results, *arguments)
-        return json.loads(results.read_text())
+        done = subprocess.run([*isolation(folder), folder / "bin/roads", "--json", results, *arguments])
+        if not results.exists():
+            sys.exit(f"roads failed with status {done.returncode}")
+        return json.loads(results.read_text()), done.returncode == 0
 
 
 def write_results(path, results):

@@ -7,6 +7,7 @@
 #include <exception>
 #include <fstream>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -37,8 +38,15 @@ std::vector<Road> all_roads(std::chrono::seconds idle) {
             {"idle", [idle](bench::Report& report) { bench::measure_idle(report, idle); }}};
 }
 
-// Measures the roads that were asked for, all without one; the number that failed.
-int measure(const std::vector<Road>& roads, const std::vector<std::string>& only, bench::Report& report) {
+void write_results(const std::string& file, const bench::Report& report) {
+    if (!file.empty() && !(std::ofstream(file) << report.json() << std::endl)) {
+        throw std::runtime_error("cannot write " + file);
+    }
+}
+
+// Measures the roads that were asked for, all without one, and writes after each what is there; the number that failed.
+int measure(const std::vector<Road>& roads, const std::vector<std::string>& only, const std::string& file) {
+    bench::Report report;
     int failures = 0;
     for (const Road& road : roads) {
         if (!only.empty() && std::find(only.begin(), only.end(), road.name) == only.end()) {
@@ -50,6 +58,7 @@ int measure(const std::vector<Road>& roads, const std::vector<std::string>& only
             std::fprintf(stderr, "%s: %s\n", road.name, failure.what());
             ++failures;
         }
+        write_results(file, report);
     }
     return failures;
 }
@@ -63,13 +72,7 @@ int run(int argc, char** argv) {
     app.add_option("--idle", idle, "Seconds for which the idle agent is watched")->check(CLI::PositiveNumber);
     app.add_option("--only", only, "Roads to measure instead of all");
     CLI11_PARSE(app, argc, argv);
-    bench::Report report;
-    const int failures = measure(all_roads(std::chrono::seconds(idle)), only, report);
-    if (!file.empty() && !(std::ofstream(file) << report.json() << std::endl)) {
-        std::fprintf(stderr, "cannot write %s\n", file.c_str());
-        return 1;
-    }
-    return failures == 0 ? 0 : 1;
+    return measure(all_roads(std::chrono::seconds(idle)), only, file) == 0 ? 0 : 1;
 }
 
 }  // namespace
