@@ -1,6 +1,5 @@
 // What the host store and the host log cost their callers. bench/floor/store_floor.cpp does the same work bare.
 #include <benchmark/benchmark.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -15,6 +14,7 @@
 
 #include "habdynlog.h"
 #include "habhost.h"
+#include "writer_process.h"
 
 namespace {
 
@@ -91,30 +91,13 @@ BENCHMARK(storeOpen);
 // time at which it began.
 void storeNotice(benchmark::State& state) {
     std::string folder = newFolder();
-    int orders[2];
-    int times[2];
-    if (pipe(orders) != 0 || pipe(times) != 0) {
-        state.SkipWithError("no pipes");
-        return;
-    }
-    const pid_t writer = fork();  // before a session is open: sessions are not for children
-    if (writer == 0) {
-        close(orders[1]);
-        Session session(nullptr, hab_destroy);
-        char order = 0;
-        while (read(orders[0], &order, 1) == 1) {
-            if (!session) {
-                session.reset(hab_init());
-            }
-            const auto begin = std::chrono::steady_clock::now();
-            hab_set_uint(session.get(), kTable, 0, kField, 1);
-            if (write(times[1], &begin, sizeof begin) != sizeof begin) {
-                break;
-            }
+    Session session(nullptr, hab_destroy);
+    bench::WriterProcess writer([&session] {
+        if (!session) {
+            session.reset(hab_init());
         }
-        _exit(0);
-    }
-    close(orders[0]);
+        hab_set_uint(session.get(), kTable, 0, kField, 1);
+    });
     const Store store(std::move(folder));
     struct Arrival {
         std::binary_semaphore seen{0};
@@ -128,16 +111,10 @@ void storeNotice(benchmark::State& state) {
     hab_subscribe_cb(store.session(), handler, &arrival);
     hab_subscribe(store.session(), kTable, 1);
     while (state.KeepRunning()) {
-        std::chrono::steady_clock::time_point begin;
-        if (write(orders[1], "w", 1) != 1 || read(times[0], &begin, sizeof begin) != sizeof begin) {
-            state.SkipWithError("the writer ended");
-            break;
-        }
+        const auto begin = writer.order();
         arrival.seen.acquire();
         state.SetIterationTime(std::chrono::duration<double>(arrival.time - begin).count());
     }
-    close(orders[1]);
-    waitpid(writer, nullptr, 0);
 }
 BENCHMARK(storeNotice)->UseManualTime()->Iterations(5'000);
 

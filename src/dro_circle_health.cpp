@@ -21,9 +21,7 @@ JsonText make_body(const char* feature, const char* state) {
         LOG_ERROR("(DROAGENT) - Cannot create jobj object\n");
         return nullptr;
     }
-    const auto add = [&body](const char* name, const char* value) {
-        cJSON_AddStringToObject(body.get(), name, value);
-    };
+    const auto add = [&body](const char* name, const char* value) { cJSON_AddStringToObject(body.get(), name, value); };
     add("token", token.c_str());
     add("ePOCHTimeStamp", timestamp.c_str());
     add("modelNumber", identity.DeviceModel.c_str());

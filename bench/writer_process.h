@@ -1,0 +1,65 @@
+// writer_process.h - a process of its own that writes when it is told to, for the way of a notice. Made before the
+// maker opens a store: neither sessions nor connections are for children.
+#pragma once
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+
+namespace bench {
+
+class WriterProcess {
+ public:
+    using TimePoint = std::chrono::steady_clock::time_point;
+
+    // The child calls `write` for each order, and opens what it needs at the first.
+    explicit WriterProcess(const std::function<void()>& write) {
+        if (pipe(orders_) != 0 || pipe(times_) != 0 || (child_ = fork()) < 0) {
+            std::abort();
+        }
+        if (child_ == 0) {
+            close(orders_[1]);
+            obey(write);
+            _exit(0);
+        }
+        close(orders_[0]);
+    }
+    WriterProcess(const WriterProcess&) = delete;
+    WriterProcess& operator=(const WriterProcess&) = delete;
+    ~WriterProcess() {
+        close(orders_[1]);
+        close(times_[0]);
+        close(times_[1]);
+        waitpid(child_, nullptr, 0);
+    }
+
+    // Has it write once; the time at which the write began.
+    TimePoint order() {
+        TimePoint begin;
+        if (::write(orders_[1], "w", 1) != 1 || read(times_[0], &begin, sizeof begin) != sizeof begin) {
+            std::abort();
+        }
+        return begin;
+    }
+
+ private:
+    void obey(const std::function<void()>& write) {
+        char order = 0;
+        while (read(orders_[0], &order, 1) == 1) {
+            const auto begin = std::chrono::steady_clock::now();
+            write();
+            if (::write(times_[1], &begin, sizeof begin) != sizeof begin) {
+                return;
+            }
+        }
+    }
+
+    int orders_[2];
+    int times_[2];
+    pid_t child_ = -1;
+};
+
+}  // namespace bench
