@@ -1,14 +1,40 @@
-// A message from the connector, through the callback, the envelope and the command's handler. The input's texts, in
-// their order: "<ANSWER" is the cloud's next answer, "=TABLE.FIELD=VALUE" is what a service of the router writes,
-// anything else is a message, whose monitors then see their deadlines pass.
+// A message from the connector, through the receiver, the callback, the envelope and the command's handler. The input's
+// texts, in their order: "<ANSWER" is the cloud's next answer, "=TABLE.FIELD=VALUE" is what a service of the router
+// writes, anything else is a message, whose monitors then see their deadlines pass.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <thread>
+
 #include "agent.h"
 #include "dro_cdil.h"
 #include "dro_circle.h"
 #include "dro_main.h"
 #include "dro_monitor.h"
 #include "input.h"
+#include "libJorvhdlr/jorv_receiver.h"
+#include "libJorvhdlr/libJorvhdlr.h"
 
 namespace {
+
+// Delivers a message as the connector does, and waits until its receiver has ended.
+void deliver(const std::string& message) {
+    constexpr in_port_t kPort = 4466;
+    static const int listening = jorv::Jorv_Handler_InitNetwrksock(kPort);
+    const int connector = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in address{AF_INET, htons(kPort), {htonl(INADDR_LOOPBACK)}, {}};
+    // NOLINTNEXTLINE(*-reinterpret-cast): as sockets want it
+    fuzz::require(connect(connector, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0);
+    fuzz::require(send(connector, message.data(), message.size(), MSG_NOSIGNAL) ==
+                  static_cast<ssize_t>(message.size()));
+    close(connector);
+    fuzz::require(jorv::jorvHandleSock(listening, dro::JorvAgentNotification_cbHandler) == 0);
+    while (jorv::Jorv_Handler_receivers() != 0) {
+        std::this_thread::yield();
+    }
+}
 
 void run_started() {
     for (auto bodies = fuzz::started_threads(); !bodies.empty(); bodies = fuzz::started_threads()) {
@@ -49,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         } else if (text.starts_with('=')) {
             write(store, text.substr(1));
         } else {
-            dro::JorvAgentNotification_cbHandler(text.c_str());
+            deliver(text);
             notice();
         }
     }
