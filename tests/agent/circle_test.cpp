@@ -26,11 +26,16 @@ Texts joined(Texts first, const Texts& second) {
 
 class Circle : public PipelineTest {
  protected:
-    // The acknowledgements that came of one order, and that no other request did.
-    void expect_answers(const Texts& expected, const std::string& what) {
-        EXPECT_EQ(acknowledgements(0), expected) << what;
-        EXPECT_EQ(cloud.requests().size(), expected.size()) << what;
-        cloud.forget();
+    // What `order` writes while the field `failing` cannot be written, and that `acks` were all its requests.
+    void expect_order(const std::function<void()>& order, const Texts& writes, const Texts& acks,
+                      const std::string& failing = "") {
+        forget();
+        StoreSpy spy;
+        spy.fail(failing, HAB_TIMEOUT);
+        order();
+        EXPECT_EQ(spy.writes(), writes);
+        EXPECT_EQ(acknowledgements(0), acks);
+        EXPECT_EQ(cloud.requests().size(), acks.size());
     }
 };
 
@@ -43,11 +48,9 @@ TEST_F(Circle, AnActivationIsWrittenForTheAgentOrRefused) {
                        {"CircleCfg.cuuid", "device-1"},
                        {"CircleDebug.sorbActivationProgress", "none"}});
         store.set_all(settings);
-        StoreSpy spy;
-        spy.fail(failing, HAB_TIMEOUT);
-        dro::circle_action(uuid, command, overRide);
-        EXPECT_EQ(spy.writes(), joined(joined({kAct}, writes), {kProvisionOff})) << command << uuid;
-        expect_answers(acks, command);
+        SCOPED_TRACE(std::string(command) + uuid);
+        expect_order([&] { dro::circle_action(uuid, command, overRide); },
+                     joined(joined({kAct}, writes), {kProvisionOff}), acks, failing);
     };
     const auto order = [](const std::string& action, const std::string& uuid) {
         return Texts{"CircleCfgInternal.actionDROA=" + action, "DroCfg.circle_uuid=" + uuid,
@@ -103,40 +106,17 @@ TEST_F(Circle, TheDeviceUuidIsReportedUntilItIsHeard) {
     expect_three_attempts(true);
 }
 
-TEST_F(Circle, OutcomesAreReportedInTheAgentsWords) {
-    // `writes` come before the ones of every report, `followUp` after them.
-    const auto expect = [&](int stage, int result, const std::string& message, const char* answer, const char* service,
-                            const char* error, const Texts& acks, const Texts& writes, const Texts& followUp) {
-        store.set_all({{"CircleCfgInternal.activationStatusDROA", answer},
-                       {"CircleStatus.activationStatus", service},
-                       {"CircleDebug.errorMessage", error}});
-        const StoreSpy spy;
-        EXPECT_EQ(dro::sync_circle_status(stage, result, "u-1", message.c_str()), 0);
-        EXPECT_EQ(spy.writes(), joined(joined(writes, {kProvisionOff, kAnswerOff}), followUp)) << message << answer;
-        EXPECT_TRUE(log.has("message = " + message + "\n"));
-        expect_answers(acks, message + answer);
-    };
-    const Texts listSync{"DroStatus.cdilTransUuid=", "DroStatus.cdilsyncAt=PROVISION",  "DILGeneral.CDILTrigger=true",
-                         "DALHConfig.FeatureID=8",   "DALHConfig.CDILRequest=occupied", "DALHConfig.ProcessID=1"};
-    expect(0, 0, "any", "failed", "none", "E9", {"u-1 0 Activation-Failed_E9"}, {kAct}, {});
-    expect(0, 0, "any", "Fail", "none", "E9", {"u-1 0 Activation-Failed_any"}, {kAct}, {});
-    expect(1, 1, "any", "deactivated", "deactivated", "", {"u-1 1 any_"}, {"CircleStatus.sorbStatus=disabled", kAct},
-           {});
-    expect(1, 1, "any", "deactivated", "activated", "E9", {"u-1 1 any_E9"}, {kAct}, {});
-    expect(1, 1, "Success-Provisioned", "provisioned", "deactivated", "", {"u-1 1 Success-Provisioned_"},
-           {"CircleDebug.sorbSyncDone=provisioned", "CircleStatus.sorbStatus=enabled", kAct}, listSync);
-    expect(1, 0, "any", "none", "none", "E9", {"u-1 0 Provision-Failed_any"}, {kAct}, {});
-    expect(1, 0, "any", "failX", "none", "E9", {"u-1 0 Provision-Failed_E9"}, {kAct}, {});
-    expect(2, 1, "Success-Provisioned", "none", "none", "", {}, {}, listSync);
-    EXPECT_TRUE(log.in_order({"Activation failed, calling TransAck with msg: Activaion-Failed\n",
-                              "Func called for circle API sync for Stage 2\n", "No Case Matched! for circle Sync\n"}));
-
+TEST_F(Circle, AnOutcomeThatNobodyHeardChangesNoState) {
+    EXPECT_EQ(dro::sync_circle_status(2, 1, "u-1", "any"), 0);
+    EXPECT_TRUE(log.in_order(
+        {"Func called for circle API sync for Stage 2\n", "No Case Matched! for circle Sync\n", "message = any\n"}));
+    EXPECT_TRUE(cloud.requests().empty());
     cloud.answer_all(empty_answer());
     store.set("CircleCfgInternal.activationStatusDROA", "provisioned");
     const StoreSpy spy;
     EXPECT_EQ(dro::sync_circle_status(1, 1, "u-1", "Success-Deactivated"), 0);
     EXPECT_TRUE(log.has("TransAck API Failed\n"));
-    EXPECT_TRUE(spy.writes("CircleStatus.").empty()) << "an outcome that nobody heard changes no state";
+    EXPECT_EQ(spy.writes(), (Texts{kAct, kProvisionOff, kAnswerOff}));
 }
 
 // ---- Provisioning ----
@@ -153,33 +133,24 @@ std::string credentials(std::size_t id = 5, std::size_t access = 5, std::size_t 
 }
 
 TEST_F(Circle, AProvisioningIsRefusedForEachReason) {
-    // `ended`: the activation is over with it, CircleAct was written false.
-    const auto expect = [&](const std::string& data, const Texts& acks, const char* logged, int level, bool ended,
-                            const Settings& settings = {}, const char* command = kProvision) {
-        log.forget();
+    const auto expect = [&](const std::string& data, const Texts& acks, const char* logged, int level,
+                            const Texts& writes = {}, const Settings& settings = {}, const char* command = kProvision) {
         store.set_all({{"DroCfg.circle_uuid", "u-1"},
                        {"DroStatus.CircleAct", "true"},
                        {"CircleStatus.activationStatus", "activated"},
                        {"CircleDebug.sorbActivationProgress", "none"}});
         store.set_all(settings);
-        const StoreSpy spy;
-        dro::circle_provision("u-2", command, data_text(data));
-        const std::string what = std::string(logged) + data.substr(0, 80);
-        EXPECT_TRUE(log.has(logged, level)) << what;
-        EXPECT_EQ(!spy.writes(kAct).empty(), ended) << what;
-        const bool ordered = acks == Texts{kRunning};
-        EXPECT_EQ(!spy.writes("CircleCfgInternal.actionDROA=provision").empty(), ordered) << what;
-        EXPECT_EQ(spy.writes("CircleCfg.").size(), ordered ? 5U : 0U) << what;
-        expect_answers(acks, what);
+        SCOPED_TRACE(logged + data.substr(0, 80));
+        expect_order([&] { dro::circle_provision("u-2", command, data_text(data)); }, writes, acks);
+        EXPECT_TRUE(log.has(logged, level));
     };
-    constexpr const char* kDone = "Set DROSTATUS Thread to true\n";
     constexpr const char* kChecked = "Check if this is a legit call\n";
     constexpr const char* kAcked = "TRANS-ACK API call Successfull\n\n";
     for (const char* noJson : {"", "{"}) {
-        expect(noJson, {"u-2 0 Failed to Parse Data Object"}, kAcked, 1, false);
+        expect(noJson, {"u-2 0 Failed to Parse Data Object"}, kAcked, 1);
     }
     const auto expect_missing = [&](const std::string& data, const std::string& reason, const char* logged) {
-        expect(data, {"u-2 0 Invalid Argument " + reason}, logged, 2, false);
+        expect(data, {"u-2 0 Invalid Argument " + reason}, logged, 2);
     };
     const std::string some = R"({"circleId":"i","accessToken":)";
     expect_missing("{}", "circleId", "Circle Id is not present!\n");
@@ -187,39 +158,44 @@ TEST_F(Circle, AProvisioningIsRefusedForEachReason) {
     expect_missing(some + R"("a","RefreshToken":"r"})", "refreshToken", "refreshToken is not present!\n");
     expect_missing(some + R"("a","refreshToken":"r"})", "localToken", "localToken is not present!\n");
     expect_missing(some + R"("a","refreshToken":"r","localToken":"l"})", "cloudHost", "cloudHost is not present!\n");
-    expect(credentials(128), {}, "Overflow of circleId buffer\n", 4, false);
-    expect(credentials(5, 4096), {}, "Overflow of AccessToken buffer\n", 4, false);
-    expect(credentials(5, 5, 2048), {}, "Overflow of refreshToken buffer\n", 4, false);
-    expect(credentials(5, 5, 5, 2048), {}, "Overflow of localToken buffer\n", 4, false);
-    expect(credentials(5, 5, 5, 5, 64), {}, "Overflow of cloudHost buffer\n", 4, false);
-    expect(credentials(127, 4095, 2047, 2047, 63), {kRunning}, kDone, 1, true);
-    expect(credentials(0, 0, 0, 0, 0), {kRunning}, kDone, 1, true);
-    expect(credentials(), {kRunning}, kDone, 1, true, {{"CircleStatus.activationStatus", "provisioned"}});
-    expect(credentials(), {"u-2 0 Earlier SORB activation request already in progress"}, kAcked, 1, false,
+    expect(credentials(128), {}, "Overflow of circleId buffer\n", 4);
+    expect(credentials(5, 4096), {}, "Overflow of AccessToken buffer\n", 4);
+    expect(credentials(5, 5, 2048), {}, "Overflow of refreshToken buffer\n", 4);
+    expect(credentials(5, 5, 5, 2048), {}, "Overflow of localToken buffer\n", 4);
+    expect(credentials(5, 5, 5, 5, 64), {}, "Overflow of cloudHost buffer\n", 4);
+    expect(credentials(), {"u-2 0 Earlier SORB activation request already in progress"}, kAcked, 1, {},
            {{"CircleDebug.sorbActivationProgress", "inProgress"}});
-    expect(credentials(), {"u-2 0 Invalid Operation, Circle Action was not initiated"}, kChecked, 1, true,
+    expect(credentials(), {"u-2 0 Invalid Operation, Circle Action was not initiated"}, kChecked, 1, {kAct},
            {{"DroStatus.CircleAct", "false"}});
-    expect(credentials(), {"u-2 0 Invalid Command for Provision"}, kChecked, 1, true, {}, "PROVISION_CIRCLES");
+    expect(credentials(), {"u-2 0 Invalid Command for Provision"}, kChecked, 1, {kAct}, {}, "PROVISION_CIRCLES");
     expect("{", {"u-2 1 Already Provisioned", "u-2 1 Success-Already Provisioned_"},
-           "message = Success-Already Provisioned\n", 1, true,
+           "message = Success-Already Provisioned\n", 1, {kAct, kProvisionOff, kAnswerOff},
            {{"DroCfg.circle_uuid", "u-2"}, {"CircleStatus.activationStatus", "provisioned"}});
 }
 
 TEST_F(Circle, AProvisioningIsWrittenInItsOrderUntilAWriteFails) {
-    const Texts order{"CircleCfg.accessToken=aaaaa",   "CircleCfg.refreshToken=rrrrr",
-                      "CircleCfg.localToken=lllll",    "CircleCfg.cloudhost=hhhhh",
-                      "CircleCfg.circleId=iiiii",      "CircleCfgInternal.actionDROA=provision",
-                      "DroStatus.CircleProvision=true"};
-    // `upTo`: writes of the order, the failed one included.
-    const auto expect = [&](const std::string& failing, int upTo, const std::string& answer) {
-        store.set("DroStatus.CircleAct", "true");
-        StoreSpy spy;
-        spy.fail(failing, HAB_TIMEOUT);
-        dro::circle_provision("u-2", kProvision, data_text(credentials()));
-        EXPECT_EQ(spy.writes(), joined(Texts(order.begin(), order.begin() + upTo), {kAct})) << failing;
-        expect_answers({answer}, failing);
+    // `upTo`: writes of the order, the failed one included. Lengths: as credentials() has them.
+    const auto expect = [&](const std::string& failing, int upTo, const std::string& answer,
+                            const std::array<std::size_t, 5>& lengths = {5, 5, 5, 5, 5}) {
+        // A service that another activation has provisioned does not matter.
+        store.set_all({{"DroStatus.CircleAct", "true"}, {"CircleStatus.activationStatus", "provisioned"}});
+        const auto [id, access, refresh, local, host] = lengths;
+        const Texts order{"CircleCfg.accessToken=" + std::string(access, 'a'),
+                          "CircleCfg.refreshToken=" + std::string(refresh, 'r'),
+                          "CircleCfg.localToken=" + std::string(local, 'l'),
+                          "CircleCfg.cloudhost=" + std::string(host, 'h'),
+                          "CircleCfg.circleId=" + std::string(id, 'i'),
+                          "CircleCfgInternal.actionDROA=provision",
+                          "DroStatus.CircleProvision=true"};
+        SCOPED_TRACE(failing);
+        const std::string data = credentials(id, access, refresh, local, host);
+        expect_order([&] { dro::circle_provision("u-2", kProvision, data_text(data)); },
+                     joined(Texts(order.begin(), order.begin() + upTo), {kAct}), {answer}, failing);
+        EXPECT_EQ(log.has("Set DROSTATUS Thread to true\n", 1), answer == kRunning);
     };
     expect("", 7, kRunning);
+    expect("", 7, kRunning, {127, 4095, 2047, 2047, 63});
+    expect("", 7, kRunning, {});
     int written = 0;
     for (const std::string field : {"accessToken", "refreshToken", "localToken", "cloudhost", "circleId"}) {
         expect("CircleCfg." + field, ++written, "u-2 0 Failed to Set DAL Attr " + field);
@@ -232,7 +208,7 @@ TEST_F(Circle, CredentialsAreLoggedOnlyAsPartOfTheWholeMessage) {
     store.set("DroStatus.CircleAct", "true");
     const std::string message = envelope("u-2", kProvision, credentials());
     dro::JorvAgentNotification_cbHandler(message.c_str());
-    expect_answers({kRunning}, "");
+    EXPECT_EQ(acknowledgements(1), Texts{kRunning});
     std::size_t whole = 0;
     for (const LogLine& line : log.lines()) {
         const bool isWhole = line.message.find(message) != std::string::npos;
@@ -248,51 +224,38 @@ TEST_F(Circle, CredentialsAreLoggedOnlyAsPartOfTheWholeMessage) {
 
 TEST_F(Circle, AToggleIsWrittenForTheAgentOrAnsweredAtOnce) {
     const auto expect = [&](const char* running, const char* uuid, const std::string& data, const Texts& acks,
-                            const std::string& ordered, const char* logged, int level,
-                            const char* service = "provisioned") {
-        log.forget();
+                            const Texts& writes, const char* logged, int level, const char* service = "provisioned",
+                            const char* failing = "") {
         store.set_all({{"CircleStatus.activationStatus", service}, {"CircleStatus.sorbStatus", running}});
-        const StoreSpy spy;
-        dro::toggle_circle(uuid, data_text(data));
-        const std::string what = std::string(running) + uuid + data + logged;
-        EXPECT_TRUE(log.has(logged, level)) << what;
-        EXPECT_EQ(spy.writes(), ordered.empty()
-                                    ? Texts{}
-                                    : (Texts{"CircleCfgInternal.sorbEnableState=" + ordered,
-                                             "DroCfg.circle_toggle_uuid=u-2", "DroStatus.CircleToggle=true"}))
-            << what;
-        expect_answers(acks, what);
+        SCOPED_TRACE(std::string(running) + uuid + data + logged);
+        expect_order([&] { dro::toggle_circle(uuid, data_text(data)); }, writes, acks, failing);
+        EXPECT_TRUE(log.has(logged, level));
     };
     constexpr const char* kOn = R"({"toggle":"on"})";
     constexpr const char* kOff = R"({"toggle":"off"})";
     constexpr const char* kBad = "u-2 0 Error in circle toggle state message";
-    constexpr const char* kUnknown = "u-2 0 Invalid toggle request";
     constexpr const char* kAsked = "Toggle circle running state request\n";
+    const std::string ordered = "CircleCfgInternal.sorbEnableState=";
+    const Texts marked{"DroCfg.circle_toggle_uuid=u-2", "DroStatus.CircleToggle=true"};
     store.set("DroCfg.circle_uuid", "u-1");
-    expect("disabled", "u-2", kOn, {"u-2 0 Invalid request"}, "", kAsked, 1, "activated");
-    expect("disabled", "u-2", kOn, {"u-2 0 Invalid request"}, "", kAsked, 1, "provisionedX");
-    expect("enabled", "u-1", kOff, {"u-1 1 Already enabled"}, "", kAsked, 1);
-    expect("disabled", "u-1", "", {"u-1 1 Already disabled"}, "", kAsked, 1);
-    expect("none", "u-1", kOn, {}, "", kAsked, 1);
-    expect("none", "u-2", "", {kBad}, "", "Failed to Parse Data Object\n", 4);
-    expect("none", "u-2", "{", {kBad}, "", "Failed to Parse Data Object\n", 4);
-    expect("none", "u-2", "{}", {kBad}, "", "Circle toggle state not present\n", 2);
-    expect("none", "u-2", R"({"toggle":true})", {kBad}, "", "Circle toggle state not present\n", 2);
-    expect("none", "u-2", R"({"toggle":"12345678"})", {kBad}, "", "Overflow of received toggle state buffer\n", 4);
-    expect("none", "u-2", R"({"toggle":"1234567"})", {kUnknown}, "", "Toggle State received: 1234567\n", 1);
-    expect("none", "u-2", R"({"toggle":"ON"})", {kUnknown}, "", "Toggle State received: ON\n", 1);
-    expect("enabled", "u-2", kOn, {"u-2 1 Success-Enabled"}, "", "Toggle State received: on\n", 1);
-    expect("disabled", "u-2", kOff, {"u-2 1 Success-Disabled"}, "", "Toggle State received: off\n", 1);
-    expect("disabled", "u-2", kOn, {}, "enable", kAsked, 1);
-    expect("enabled", "u-2", kOff, {}, "disable", kAsked, 1);
-    expect("none", "u-2", kOff, {}, "disable", kAsked, 1);
-    {
-        StoreSpy spy;
-        spy.fail("CircleCfgInternal.sorbEnableState", HAB_TIMEOUT);
-        dro::toggle_circle("u-2", data_text(kOff));
-        EXPECT_EQ(spy.writes().size(), 1U);
-        expect_answers({"u-2 0 Failed to Set DAL Attr sorbEnableState"}, "");
-    }
+    expect("disabled", "u-2", kOn, {"u-2 0 Invalid request"}, {}, kAsked, 1, "provisionedX");
+    expect("enabled", "u-1", kOff, {"u-1 1 Already enabled"}, {}, kAsked, 1);
+    expect("disabled", "u-1", "", {"u-1 1 Already disabled"}, {}, kAsked, 1);
+    expect("none", "u-1", kOn, {}, {}, kAsked, 1);
+    expect("none", "u-2", "", {kBad}, {}, "Failed to Parse Data Object\n", 4);
+    expect("none", "u-2", "{", {kBad}, {}, "Failed to Parse Data Object\n", 4);
+    expect("none", "u-2", "{}", {kBad}, {}, "Circle toggle state not present\n", 2);
+    expect("none", "u-2", R"({"toggle":true})", {kBad}, {}, "Circle toggle state not present\n", 2);
+    expect("none", "u-2", R"({"toggle":"12345678"})", {kBad}, {}, "Overflow of received toggle state buffer\n", 4);
+    expect("none", "u-2", R"({"toggle":"1234567"})", {"u-2 0 Invalid toggle request"}, {},
+           "Toggle State received: 1234567\n", 1);
+    expect("enabled", "u-2", kOn, {"u-2 1 Success-Enabled"}, {}, "Toggle State received: on\n", 1);
+    expect("disabled", "u-2", kOff, {"u-2 1 Success-Disabled"}, {}, "Toggle State received: off\n", 1);
+    expect("disabled", "u-2", kOn, {}, joined({ordered + "enable"}, marked), kAsked, 1);
+    expect("enabled", "u-2", kOff, {}, joined({ordered + "disable"}, marked), kAsked, 1);
+    expect("none", "u-2", kOff, {}, joined({ordered + "disable"}, marked), kAsked, 1);
+    expect("none", "u-2", kOff, {"u-2 0 Failed to Set DAL Attr sorbEnableState"}, {ordered + "disable"}, kAsked, 1,
+           "provisioned", "CircleCfgInternal.sorbEnableState");
     cloud.answer_all(empty_answer());
     store.set("CircleStatus.sorbStatus", "enabled");
     const StoreSpy spy;

@@ -5,7 +5,17 @@
 namespace dro_test {
 namespace {
 
-using Command = PipelineTest;
+class Command : public PipelineTest {
+ protected:
+    // What a message comes to: the parser's result, a line of the log, and all its acknowledgements.
+    void expect(const std::string& message, int result, const std::string& said, int level, const Texts& acks) {
+        SCOPED_TRACE(message);
+        forget();
+        EXPECT_EQ(dro::parseUUIDBaseBuffer(message.c_str()), result);
+        EXPECT_TRUE(log.has(said, level)) << said;
+        EXPECT_EQ(acknowledgements(0), acks);
+    }
+};
 
 constexpr const char* kSchedule = "UPDATE_DTN_SCHEDULE";
 
@@ -41,11 +51,7 @@ TEST_F(Command, RefusesAMissingMember) {
         {"ACTIVATE_CIRCLE", "{}", kNoStatus, 2, kStatusReason},
         {"DEACTIVATE_CIRCLE", "", kNoStatus, 2, kStatusReason}};
     for (const auto& [command, data, said, level, reason] : cases) {
-        SCOPED_TRACE(std::string(command) + " " + data);
-        forget();
-        EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", command, data).c_str()), -1);
-        EXPECT_TRUE(log.has(said, level));
-        EXPECT_EQ(acknowledgements(1), Texts{std::string("u 0 ") + reason});
+        expect(envelope("u", command, data), -1, said, level, {std::string("u 0 ") + reason});
     }
 }
 
@@ -66,62 +72,28 @@ TEST_F(Command, DropsAMemberThatIsTooLong) {
         {"CUSTOMIZE_CD", data_with("cdBrand", 32, mac), kType},
         {"CUSTOMIZE_CD", data_with("cdModel", 32, mac), kType}};
     for (const auto& [command, data, said] : cases) {
-        log.forget();
-        EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", command, data).c_str()), -1) << data;
-        EXPECT_TRUE(log.has(said, 4)) << data;
+        expect(envelope("u", command, data), -1, said, 4, {});
     }
-    EXPECT_TRUE(cloud.requests().empty());
 }
 
 TEST_F(Command, ChecksTheEnvelopeItself) {
     constexpr const char* kUnknown = "Invalid Command for Operation\n";
-    const Cases<std::string, int, const char*, const char*> cases{
-        // message, result, log, and the reason of the acknowledgement, if there is one
-        {"no JSON", -1, "Buffer is no JSON\n", nullptr},
-        {R"({"cmd":"BLOCK_CD"})", -1, "UUID is not present!\n", nullptr},
-        {R"({"UUID":5,"cmd":"BLOCK_CD"})", -1, "UUID is not present!\n", nullptr},
-        {R"({"uuid":"u","cmd":"BLOCK_CD"})", -1, "UUID is not present!\n", nullptr},
-        {envelope(text_of(128), "X"), -1, "Overflow of UUID buffer\n", nullptr},
-        {R"({"UUID":"u"})", -1, "CMD is not present!\n", "Invalid Argument CMD"},
-        {R"({"UUID":"u","cmd":7})", -1, "CMD is not present!\n", "Invalid Argument CMD"},
-        {envelope("u", text_of(128)), -1, "Overflow of cmd buffer\n", nullptr},
-        {envelope("u", text_of(127)), 0, kUnknown, "Invalid Command"},
-        {envelope("u", "block_cd"), 0, kUnknown, "Invalid Command"},
-        {envelope("u", "BLOCK_CD "), 0, "data object is not present!\n", "Invalid Command"},
-        {envelope(text_of(127), "X"), 0, kUnknown, "Invalid Command"}};
-    for (const auto& [message, result, said, reason] : cases) {
-        SCOPED_TRACE(message);
-        forget();
-        EXPECT_EQ(dro::parseUUIDBaseBuffer(message.c_str()), result);
-        EXPECT_TRUE(log.has(said));
-        const auto expected = reason != nullptr ? Texts{json_value(message, "UUID") + " 0 " + reason} : Texts{};
-        EXPECT_EQ(acknowledgements(expected.size()), expected);
+    const Cases<std::string, int, const char*, Texts> cases{
+        {"no JSON", -1, "Buffer is no JSON\n", {}},
+        {R"({"cmd":"BLOCK_CD"})", -1, "UUID is not present!\n", {}},
+        {R"({"UUID":5,"cmd":"BLOCK_CD"})", -1, "UUID is not present!\n", {}},
+        {R"({"uuid":"u","cmd":"BLOCK_CD"})", -1, "UUID is not present!\n", {}},
+        {envelope(text_of(128), "X"), -1, "Overflow of UUID buffer\n", {}},
+        {R"({"UUID":"u"})", -1, "CMD is not present!\n", {"u 0 Invalid Argument CMD"}},
+        {R"({"UUID":"u","cmd":7})", -1, "CMD is not present!\n", {"u 0 Invalid Argument CMD"}},
+        {envelope("u", text_of(128)), -1, "Overflow of cmd buffer\n", {}},
+        {envelope("u", text_of(127)), 0, kUnknown, {"u 0 Invalid Command"}},
+        {envelope("u", "block_cd"), 0, kUnknown, {"u 0 Invalid Command"}},
+        {envelope("u", "BLOCK_CD "), 0, "data object is not present!\n", {"u 0 Invalid Command"}},
+        {envelope(text_of(127), "X"), 0, kUnknown, {text_of(127) + " 0 Invalid Command"}}};
+    for (const auto& [message, result, said, acks] : cases) {
+        expect(message, result, said, 0, acks);
     }
-}
-
-TEST_F(Command, TakesWhatIsOptionalOrJustFits) {
-    const auto fits = [](const char* name, std::size_t length) {
-        return std::string(",\"") + name + "\":\"" + text_of(length) + "\"";
-    };
-    const std::string longest = R"({"cdMac":")" + text_of(19) + "\"" + fits("cdName", 127) + fits("cdType", 31) +
-                                fits("cdBrand", 31) + fits("cdModel", 31) + "}";
-    EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", "CUSTOMIZE_CD", longest).c_str()), 0);
-    EXPECT_EQ(store.get("DALHConfig.DisplayName"), text_of(127));
-    EXPECT_EQ(store.get("DALHConfig.DeviceType") + store.get("DALHConfig.DisplayBrand"), text_of(62));
-    EXPECT_EQ(store.get("DALHConfig.DisplayModel"), text_of(31));
-    EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", "CUSTOMIZE_CD", R"({"cdMac":""})").c_str()), 0);
-    for (const std::string name : {"Name", "Type", "Brand", "Model"}) {
-        EXPECT_TRUE(log.has("CD " + name + " is not present! Perhaps cd" + name + " is not customized!\n", 4)) << name;
-    }
-    EXPECT_EQ(store.get("DALHConfig.DisplayName"), "");
-    const std::string time = text_of(19);
-    const std::string times =
-        R"({"timeZone":")" + time + R"(","startTime":")" + time + R"(","endTime":")" + time + R"("})";
-    EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", kSchedule, times).c_str()), 0);
-    EXPECT_TRUE(log.has("Got info for DTNSchedule time change\nData: UUID = u, cmd = UPDATE_DTN_SCHEDULE, timeZone = " +
-                            time + ", startTime = " + time + ", endTime = " + time + "\n",
-                        1));
-    EXPECT_EQ(acknowledgements(3), Texts(3, "u 1 Success"));
 }
 
 TEST_F(Command, ReportsAStoreThatFails) {
@@ -146,13 +118,11 @@ TEST_F(Command, ReportsAStoreThatFails) {
         {"UNBLOCK_CD_BULK", list, "DALHConfig.FeatureID", listFailed},
         {"UNBLOCK_CD_BULK", list, "DALHConfig.ProcessID", listFailed}};
     for (const auto& [command, data, failing, acknowledgement] : cases) {
-        SCOPED_TRACE(std::string(command) + " " + failing);
-        forget();
+        SCOPED_TRACE(failing);
         StoreSpy spy;
         spy.fail(failing, HAB_TIMEOUT);
-        EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", command, data).c_str()), 0);
-        EXPECT_EQ(acknowledgements(1), Texts{acknowledgement});
-        EXPECT_TRUE(log.has(std::string(hab_error_string(HAB_TIMEOUT)) + "\n", 4));
+        expect(envelope("u", command, data), 0, std::string(hab_error_string(HAB_TIMEOUT)) + "\n", 4,
+               {acknowledgement});
     }
 }
 
@@ -163,7 +133,14 @@ TEST_F(Command, WritesItsRequestAndTriggersLast) {
         return "DroCfg.claimState=true DroStatus.cdilTransUuid=u DroStatus.cdilfetchFor=" + fetchFor +
                " DILGeneral.CDILTrigger=true FeatureID=8 CDILRequest=occupied ProcessID=1 ";
     };
-    const Cases<const char*, const char*, std::string, const char*> cases{
+    // Members that just fit.
+    const std::string time = text_of(19);
+    const std::string times = data_with("endTime", 19, R"("timeZone":")" + time + R"(","startTime":")" + time + "\",");
+    const std::string word = text_of(31);
+    const std::string longest = data_with("cdMac", 19,
+                                          R"("cdName":")" + text_of(127) + R"(","cdType":")" + word +
+                                              R"(","cdBrand":")" + word + R"(","cdModel":")" + word + "\",");
+    const Cases<const char*, std::string, std::string, const char*> cases{
         // command, data, writes (to DALHConfig unless another table is named), acknowledgement (the list is one itself)
         {"DEVICE_CLAIMED", "", claim(""), nullptr},
         {"DEVICE_CLAIMED", R"({"fetchFor":"123456789012345"})", claim("123456789012345"), nullptr},
@@ -183,6 +160,10 @@ TEST_F(Command, WritesItsRequestAndTriggersLast) {
         {"CUSTOMIZE_CD", one,
          "DeviceMAC=02:00:00:00:00:01 DisplayName= DeviceType= DisplayBrand= DisplayModel= FeatureID=9 ProcessID=1 ",
          success},
+        {"CUSTOMIZE_CD", longest,
+         "DisplayName=" + text_of(127) + " DeviceType=" + word + " DisplayBrand=" + word + " DisplayModel=" + word +
+             " FeatureID=9 ProcessID=1 ",
+         success},
         {"CUSTOMIZE_CD", "{\"cdMac\":\"-\",\"cdType\":\"caf\xc3\xa9\"}", "DisplayName= DeviceType=caf\xc3\xa9 ",
          "u 0 HAB Transaction not successful"},
         {"REMOVE_CD", one, "DeviceMAC=02:00:00:00:00:01 FeatureID=10 ProcessID=1 ", success},
@@ -191,7 +172,11 @@ TEST_F(Command, WritesItsRequestAndTriggersLast) {
          "DALHprofileMAC.ProfileMAC3=02:00:00:00:00:06 FeatureID=11 ProcessID=1 ",
          success},
         {"UNBLOCK_CD_BULK", R"({"elements":"none"})", "DALHprofileMAC.MACcount=0 FeatureID=12 ProcessID=1 ", success},
-        {kSchedule, R"({"timeZone":"UTC","startTime":"1","endTime":"2"})", "", success}};
+        {"UNBLOCK_CD_BULK", R"({"elements":[0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0]})",
+         "DALHprofileMAC.MACcount=20 FeatureID=12 ProcessID=1 ", success},
+        {"UNBLOCK_CD_BULK", R"({"elements":[0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0]})", "",
+         "u 0 Mac Array elements greater than 20"},
+        {kSchedule, times, "", success}};
     for (const auto& [command, data, expected, acknowledgement] : cases) {
         SCOPED_TRACE(std::string(command) + " " + data);
         cloud.forget();
@@ -210,22 +195,15 @@ TEST_F(Command, WritesItsRequestAndTriggersLast) {
                              "offline tag value matched!\n", "Bulk Block unblock function success\n"}) {
         EXPECT_TRUE(log.has(text, 1)) << text;
     }
+    for (const std::string name : {"Name", "Type", "Brand", "Model"}) {
+        EXPECT_TRUE(log.has("CD " + name + " is not present! Perhaps cd" + name + " is not customized!\n", 4)) << name;
+    }
+    EXPECT_TRUE(log.has("Got info for DTNSchedule time change\nData: UUID = u, cmd = UPDATE_DTN_SCHEDULE, timeZone = " +
+                            time + ", startTime = " + time + ", endTime = " + time + "\n",
+                        1));
     const StoreSpy spy;
     EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", "FETCH_CD", R"({"status":0})").c_str()), 0);
     EXPECT_EQ(spy.writes().at(0), "RADebugLog.dbgArg1=FETCH_CD command recieved from cloud");
-}
-
-TEST_F(Command, AcceptsTwentyBulkElementsAndNoMore) {
-    for (const int count : {20, 21}) {
-        std::string elements;
-        for (int i = 0; i < count; ++i) {
-            elements += std::string(i > 0 ? "," : "") + R"({"cdMac":"02:00:00:00:00:01"})";
-        }
-        cloud.forget();
-        dro::parseUUIDBaseBuffer(envelope("u", "UNBLOCK_CD_BULK", R"({"elements":[)" + elements + "]}").c_str());
-        EXPECT_EQ(acknowledgements(1), Texts{count == 20 ? "u 1 Success" : "u 0 Mac Array elements greater than 20"});
-        EXPECT_EQ(store.get("DALHprofileMAC.MACcount"), "20");
-    }
 }
 
 TEST_F(Command, AcknowledgesByteForByteAndRetriesOnlySilence) {
@@ -236,35 +214,16 @@ TEST_F(Command, AcknowledgesByteForByteAndRetriesOnlySilence) {
     EXPECT_EQ(cloud.requests("transactionAck/").at(1).body.size(), 511U);
     cloud.forget();
     cloud.script("transactionAck/", {refused()});
+    store.set("CircleCfgInternal.activationStatusDROA", "activated");
+    const StoreSpy spy;
     EXPECT_EQ(dro::sendTransactionACK("t-2", 1, "Success"), 0);
     EXPECT_EQ(cloud.requests().size(), 1U);
+    EXPECT_TRUE(spy.writes().empty()) << "the Circle state was not heard";
     cloud.forget();
     cloud.answer_all(empty_answer(503));
     EXPECT_EQ(dro::sendTransactionACK("t-3", 1, "Success"), 1);
     expect_three_attempts(true);
     EXPECT_EQ(log.count("No response from DRO Cloud\n"), 3U);
-}
-
-TEST_F(Command, NotesTheAcknowledgedCircleState) {
-    const Cases<const char*, const char*, Texts> cases{{"activated", "none", {"activated"}},
-                                                       {"provisioned", "enabled", {"provisioned", "enabled"}},
-                                                       {"deactivated", "disabled", {"disabled"}},
-                                                       {"none", "fail", {}}};
-    for (const auto& [activation, enabled, states] : cases) {
-        store.set_all({{"CircleCfgInternal.activationStatusDROA", activation},
-                       {"CircleCfgInternal.sorbEnableStatusDROA", enabled}});
-        const StoreSpy spy;
-        dro::sendTransactionACK("t", 1, "Success");
-        Texts expected;
-        for (const std::string& state : states) {
-            expected.push_back("CircleDebug.sorbSyncDone=" + state);
-        }
-        EXPECT_EQ(spy.writes(), expected) << activation;
-    }
-    const StoreSpy spy;
-    cloud.answer_all(refused());
-    dro::sendTransactionACK("t", 1, "Success");
-    EXPECT_TRUE(spy.writes().empty());
 }
 
 }  // namespace

@@ -15,6 +15,7 @@ namespace dro_test {
 namespace {
 
 constexpr const char* kAnswer = "CircleCfgInternal.activationStatusDROA";
+constexpr const char* kIdle = "ActivationStatusDROA field set to none\n";
 constexpr const char* kDone =
     "Circle is Being Activated or deactivated, sending Thread Signal to Provisioning thread\n";
 constexpr const char* kListPushed = "Cdil is Being Success or Failure, sending Thread Signal to Cdilstatus thread\n";
@@ -25,23 +26,33 @@ constexpr const char* kListStarted = "Cdil Timeout Monitoring Thread Started!\n"
 constexpr std::chrono::milliseconds kSoon{150};
 constexpr std::chrono::milliseconds kLater{600};  // long enough for an answer that is given at once
 
-// One kind of order: its flag, the field in which it is answered, what its monitor waits with, and the acknowledgement
-// that comes of silence.
+// One kind of order: its flag, the field in which it is answered, what its monitor waits with, the acknowledgement that
+// comes of silence, and what is logged once the answer has been put back.
 struct Kind {
     const char* flag;
     const char* answer;
     dro::MonitorSignal& signal;
     dro::Mutex& mutex;
     const char* late;
+    const char* idle;
 };
-const Kind kActivation{"DroStatus.CircleAct", kAnswer, dro::activationResponse, dro::mutex_act_lock,
-                       "u-1 0 Activation-Failed_FAIL-Error TimeOut"};
-const Kind kProvision{"DroStatus.CircleProvision", kAnswer, dro::provisionResponse, dro::mutex_prov_lock,
-                      "u-1 0 Provision-Failed_FAIL-Error TimeOut"};
-const Kind kToggle{"DroStatus.CircleToggle", "CircleCfgInternal.sorbEnableStatusDROA", dro::circleToggleResponse,
-                   dro::mutex_toggle_lock, "u-2 0 Fail-Error timeout"};
-const Kind kList{"DroStatus.cdilTimeout", "RADebugLog.cdilDebugStatus", dro::timeoutResponse, dro::mutex_act_lock,
-                 "t-1 0 CDIL:Fail-Error timeout"};
+const Kind kActivation{"DroStatus.CircleAct",
+                       kAnswer,
+                       dro::activationResponse,
+                       dro::mutex_act_lock,
+                       "u-1 0 Activation-Failed_FAIL-Error TimeOut",
+                       kIdle};
+const Kind kProvision{"DroStatus.CircleProvision",
+                      kAnswer,
+                      dro::provisionResponse,
+                      dro::mutex_prov_lock,
+                      "u-1 0 Provision-Failed_FAIL-Error TimeOut",
+                      kIdle};
+const Kind kToggle{"DroStatus.CircleToggle",   "CircleCfgInternal.sorbEnableStatusDROA",
+                   dro::circleToggleResponse,  dro::mutex_toggle_lock,
+                   "u-2 0 Fail-Error timeout", "sorbEnableStatusDROA field toggled by DroAgent\n"};
+const Kind kList{"DroStatus.cdilTimeout", "RADebugLog.cdilDebugStatus",    dro::timeoutResponse,
+                 dro::mutex_act_lock,     "t-1 0 CDIL:Fail-Error timeout", "cdilDebugStatus field set to none\n"};
 
 class Monitors : public PipelineTest {
  protected:
@@ -85,10 +96,11 @@ class Monitors : public PipelineTest {
         return eventually([] { return dro::active_monitors() == 0; });
     }
 
-    // Waits for the end of all monitors; what was acknowledged, sorted, since two may report in either order.
+    // Waits for the end of all monitors; what was reported, sorted, since two may report in either order.
     Texts acks_when_over() {
         EXPECT_TRUE(over());
         Texts all = acknowledgements(0);
+        all.resize(cloud.requests().size(), "no acknowledgement");
         std::sort(all.begin(), all.end());
         cloud.forget();
         return all;
@@ -232,46 +244,94 @@ TEST_F(Monitors, ShutdownPutsTheFieldsBackWithoutAReport) {
     }
 }
 
-// ---- Activation and provisioning ----
+// ---- Answers ----
 
-TEST_F(Monitors, ReportTheAgentsAnswer) {
+TEST_F(Monitors, ReportTheAnswer) {
     start(kPatience);
-    constexpr const char* kIdle = "ActivationStatusDROA field set to none\n";
-    const auto expect = [&](const Kind& kind, const char* answer, const char* woken, const Texts& acks,
-                            const std::string& message, const char* actAfter) {
+    const auto expect = [&](const Kind& kind, const char* answer, const Texts& said, const Texts& reports,
+                            const Texts& writes) {
         SCOPED_TRACE(answer);
         log.forget();
         store.set(kActivation.flag, "false");
         order(kind);
-        store.set(kAnswer, answer);
-        ASSERT_TRUE(over());
-        EXPECT_EQ(cloud.requests("pc/circle/cuuid").size(), acks.empty() ? 1U : 0U);
-        EXPECT_EQ(acks_when_over(), acks);
-        EXPECT_TRUE(log.in_order({"Circle Activation Status callback\n", woken, "message = " + message + "\n"}));
-        EXPECT_EQ(store.get(kActivation.flag), actAfter);
-        EXPECT_EQ(store.get(kProvision.flag), "false");
-        EXPECT_EQ(store.get(kAnswer), "none");
-        EXPECT_EQ(store.get("CircleCfgInternal.actionDROA"), &kind == &kProvision ? "activate" : "none");
-        EXPECT_TRUE(log.wait_for(kIdle)) << "the reset's notice";
+        const StoreSpy spy;
+        store.set(kind.answer, answer);
+        EXPECT_EQ(acks_when_over(), reports);
+        EXPECT_EQ(spy.writes(), writes);
+        EXPECT_TRUE(log.wait_for(kind.idle)) << "the reset's notice";
+        EXPECT_TRUE(log.in_order(said));
     };
-    expect(kActivation, "activated", kDone, {}, "Success-Activated", "true");
-    expect(kActivation, "activatedNow", kDone, {}, "Success-Activated", "true");
-    expect(kActivation, "deactivated", kDone, {"u-1 1 Success-Deactivated_E7"}, "Success-Deactivated", "false");
+    const auto told = [](const char* woken, const std::string& message) {
+        return Texts{"Circle Activation Status callback\n", woken, "message = " + message + "\n"};
+    };
+    constexpr const char* kActOff = "DroStatus.CircleAct=false";
+    constexpr const char* kProvisionOff = "DroStatus.CircleProvision=false";
+    constexpr const char* kAnswerOff = "CircleCfgInternal.activationStatusDROA=none";
+    constexpr const char* kActionOff = "CircleCfgInternal.actionDROA=none";
+    expect(kActivation, "activatedNow", told(kDone, "Success-Activated"), {"no acknowledgement"},
+           {kProvisionOff, kAnswerOff, kActionOff});
     expect(kActivation, "failed",
-           "Circle Activation Sequences Failed, sending Thread Signal to Provisioning thread to report error\n",
-           {"u-1 0 Activation-Failed_E7"}, "Fail-Activation Failed", "false");
+           told("Circle Activation Sequences Failed, sending Thread Signal to Provisioning thread to report error\n",
+                "Fail-Activation Failed"),
+           {"u-1 0 Activation-Failed_E7"}, {kActOff, kProvisionOff, kAnswerOff, kActionOff});
+    EXPECT_TRUE(log.has("Activation failed, calling TransAck with msg: Activaion-Failed\n", 4));
+    expect(kActivation, "deactivated", told(kDone, "Success-Deactivated"), {"u-1 1 Success-Deactivated_E7"},
+           {kActOff, kProvisionOff, kAnswerOff, kActionOff});
+    store.set("CircleStatus.activationStatus", "deactivated");
+    expect(kActivation, "deactivated", told(kDone, "Success-Deactivated"), {"u-1 1 Success-Deactivated_E7"},
+           {"CircleStatus.sorbStatus=disabled", kActOff, kProvisionOff, kAnswerOff, kActionOff});
+
     expect(kProvision, "failed",
-           "Circle Provisioning Sequences Failed, sending Thread Signal to Activation thread to report error\n",
-           {"u-1 0 Provision-Failed_E7"}, "FAIL-Provision failed", "false");
-    expect(kProvision, "provisioned", "Circle is Being Provisioned, sending Thread Signal to Provisioning thread\n",
-           {"u-1 1 Success-Provisioned_E7"}, "Success-Provisioned", "false");
-    EXPECT_EQ(store.get("DroStatus.cdilsyncAt"), "PROVISION");
-    EXPECT_EQ(store.get("DALHConfig.ProcessID"), "1") << "a list follows a provisioning";
+           told("Circle Provisioning Sequences Failed, sending Thread Signal to Activation thread to report error\n",
+                "FAIL-Provision failed"),
+           {"u-1 0 Provision-Failed_E7"}, {kActOff, kProvisionOff, kAnswerOff});
+    store.set(kToggle.answer, "enabled");
+    expect(kProvision, "provisioned",
+           told("Circle is Being Provisioned, sending Thread Signal to Provisioning thread\n", "Success-Provisioned"),
+           {"u-1 1 Success-Provisioned_E7"},
+           {"CircleDebug.sorbSyncDone=provisioned", "CircleDebug.sorbSyncDone=enabled",
+            "CircleStatus.sorbStatus=enabled", kActOff, kProvisionOff, kAnswerOff,
+            // the list that follows
+            "DroStatus.cdilTransUuid=", "DroStatus.cdilsyncAt=PROVISION", "DILGeneral.CDILTrigger=true",
+            "DALHConfig.FeatureID=8", "DALHConfig.CDILRequest=occupied", "DALHConfig.ProcessID=1"});
+
+    store.set("CircleStatus.activationStatus", "provisioned");
+    const Texts toggled{"Circle Toggle Status field change callback\n", "Circle Running State is being toggled\n",
+                        "TransAck API successfull\n", "CircleToggle Reset to false\n"};
+    constexpr const char* kToggleOff = "DroStatus.CircleToggle=false";
+    constexpr const char* kToggleAnswerOff = "CircleCfgInternal.sorbEnableStatusDROA=none";
+    expect(kToggle, "enabled", toggled, {"u-2 1 Success-Enabled"},
+           {"CircleDebug.sorbSyncDone=enabled", kToggleOff, kToggleAnswerOff});
+    expect(kToggle, "disabled", toggled, {"u-2 1 Success-Disabled"},
+           {"CircleDebug.sorbSyncDone=disabled", kToggleOff, kToggleAnswerOff});
+    expect(kToggle, "disabledX", toggled, {"u-2 1 Success-Disabled"}, {kToggleOff, kToggleAnswerOff});
+    expect(kToggle, "fail-now", toggled, {"u-2 0 Fail-Circle State Toggle Failed"}, {kToggleOff, kToggleAnswerOff});
+
+    const auto listed = [](const char* outcome) {
+        return Texts{kListPushed, "Cdil Running State is being debug\n", outcome, "timeoutState Reset to false\n"};
+    };
+    constexpr const char* kWatchOff = "DroStatus.cdilTimeout=false";
+    constexpr const char* kOutcomeOff = "RADebugLog.cdilDebugStatus=none";
+    expect(kList, "success", listed("Cdil Successful\n"), {},
+           {"RADebugLog.dbgArg1=CDIL Successfull", "RADebugLog.dbgArg2=FETCH_CD,1700000000,success", kWatchOff,
+            kOutcomeOff});
+    expect(kList, "failure", listed("Invalid Response\n"), {}, {kWatchOff, kOutcomeOff});
+}
+
+TEST_F(Monitors, AreWokenByAnAnswerOnly) {
+    start(kPatience);
     for (const char* nobodys : {"fail", "Activated"}) {
         log.forget();
         store.set(kAnswer, nobodys);
         EXPECT_TRUE(log.wait_for(kIdle)) << nobodys;
     }
+    order(kToggle);
+    store.set(kToggle.answer, "working");
+    EXPECT_TRUE(log.wait_for("sorbEnableStatusDROA field set to none\n"));
+    cloud.answer_all(empty_answer());
+    store.set(kToggle.answer, "enabled");
+    EXPECT_EQ(acks_when_over(), Texts(3, "u-2 1 Success-Enabled"));
+    EXPECT_FALSE(log.has("TransAck API successfull\n")) << "nobody heard it";
 }
 
 TEST_F(Monitors, AFailureGoesToTheActivationWhileThatIsOpen) {
@@ -280,31 +340,6 @@ TEST_F(Monitors, AFailureGoesToTheActivationWhileThatIsOpen) {
     order(kProvision);
     store.set(kAnswer, "fail");
     EXPECT_EQ(acks_when_over(), (Texts{"u-1 0 Activation-Failed_E7", kProvision.late}));
-}
-
-// ---- Toggle ----
-
-TEST_F(Monitors, ReportHowAToggleWent) {
-    start(kPatience);
-    const auto expect = [&](const char* answer, const char* ack, bool heard) {
-        log.forget();
-        cloud.answer_all(heard ? accepted() : empty_answer());
-        order(kToggle);
-        store.set(kToggle.answer, "working");
-        ASSERT_TRUE(log.wait_for("sorbEnableStatusDROA field set to none\n")) << "not an answer";
-        store.set(kToggle.answer, answer);
-        EXPECT_EQ(acks_when_over().front(), ack);
-        EXPECT_EQ(log.has("TransAck API successfull\n"), heard) << answer;
-        EXPECT_EQ(store.get(kToggle.flag), "false");
-        EXPECT_EQ(store.get(kToggle.answer), "none");
-        EXPECT_TRUE(log.wait_for("sorbEnableStatusDROA field toggled by DroAgent\n")) << "the reset's notice";
-        EXPECT_TRUE(log.in_order({"Circle Toggle Status field change callback\n",
-                                  "Circle Running State is being toggled\n", "CircleToggle Reset to false\n"}));
-    };
-    expect("enabled", "u-2 1 Success-Enabled", true);
-    expect("disabledX", "u-2 1 Success-Disabled", true);
-    expect("fail-now", "u-2 0 Fail-Circle State Toggle Failed", true);
-    expect("enabled", "u-2 1 Success-Enabled", false);
 }
 
 TEST_F(Monitors, OfTwoTogglesTheAnswerWakesTheOlder) {
@@ -318,27 +353,6 @@ TEST_F(Monitors, OfTwoTogglesTheAnswerWakesTheOlder) {
 }
 
 // ---- The list ----
-
-TEST_F(Monitors, AListsWatchEndsWithTheDispatchersWord) {
-    start(kPatience);
-    const Cases<const char*, Texts, const char*> cases{
-        {"success",
-         {"RADebugLog.dbgArg1=CDIL Successfull", "RADebugLog.dbgArg2=FETCH_CD,1700000000,success",
-          "RADebugLog.cdilDebugStatus=none"},
-         "Cdil Successful\n"},
-        {"failure", {"RADebugLog.cdilDebugStatus=none"}, "Invalid Response\n"}};
-    for (const auto& [word, marks, logged] : cases) {
-        log.forget();
-        order(kList);
-        const StoreSpy spy;
-        store.set(kList.answer, word);
-        EXPECT_EQ(acks_when_over(), Texts{}) << "the list was the answer";
-        EXPECT_EQ(spy.writes("RADebugLog."), marks);
-        EXPECT_TRUE(log.in_order({kListPushed, "Cdil Running State is being debug\n", logged}));
-        EXPECT_TRUE(log.wait_for("timeoutState Reset to false\n"));
-        EXPECT_TRUE(log.wait_for("cdilDebugStatus field set to none\n"));
-    }
-}
 
 TEST_F(Monitors, AListsWatchIsForTheFetchThatStartedIt) {
     start(kSoon);
