@@ -16,12 +16,13 @@ namespace dro_test {
 namespace {
 
 struct Seen {
-    std::mutex mutex;
     bool active = false;
     std::vector<std::string> writes;
     std::map<std::string, int> failures;
     std::map<std::string, std::function<void()>> actions;
 };
+
+std::mutex g_mutex;
 
 Seen& seen() {
     static auto* const all = new Seen;  // threads of the agent may outlive main's statics
@@ -33,9 +34,8 @@ std::string name_of(const char* table, const char* field) {
 }
 
 int failure_of(const std::string& name) {
-    const std::lock_guard lock(seen().mutex);
-    const auto found = seen().failures.find(name);
-    return found == seen().failures.end() ? HAB_OK : found->second;
+    const std::lock_guard lock(g_mutex);
+    return seen().failures.contains(name) ? seen().failures.at(name) : HAB_OK;
 }
 
 // Notes a write and returns the status it is to fail with.
@@ -43,12 +43,12 @@ int note_write(const char* table, const char* field, const std::string& value) {
     const std::string name = name_of(table, field);
     std::function<void()> action;
     {
-        const std::lock_guard lock(seen().mutex);
+        const std::lock_guard lock(g_mutex);
         if (seen().active) {
             seen().writes.push_back(name + "=" + value);
         }
-        if (const auto found = seen().actions.find(name); found != seen().actions.end()) {
-            action = found->second;
+        if (seen().actions.contains(name)) {
+            action = seen().actions.at(name);
         }
     }
     if (action) {
@@ -79,30 +79,27 @@ std::string as_text(const std::uint8_t* mac) {
 }  // namespace
 
 StoreSpy::StoreSpy() {
-    const std::lock_guard lock(seen().mutex);
+    const std::lock_guard lock(g_mutex);
     seen().active = true;
 }
 
 StoreSpy::~StoreSpy() {
-    const std::lock_guard lock(seen().mutex);
-    seen().active = false;
-    seen().writes.clear();
-    seen().failures.clear();
-    seen().actions.clear();
+    const std::lock_guard lock(g_mutex);
+    seen() = {};
 }
 
 void StoreSpy::fail(const std::string& field, int status) {
-    const std::lock_guard lock(seen().mutex);
+    const std::lock_guard lock(g_mutex);
     seen().failures[field] = status;
 }
 
 void StoreSpy::before_write(const std::string& field, std::function<void()> action) {
-    const std::lock_guard lock(seen().mutex);
+    const std::lock_guard lock(g_mutex);
     seen().actions[field] = std::move(action);
 }
 
 std::vector<std::string> StoreSpy::writes(std::string_view start) const {
-    const std::lock_guard lock(seen().mutex);
+    const std::lock_guard lock(g_mutex);
     std::vector<std::string> matching;
     std::copy_if(seen().writes.begin(), seen().writes.end(), std::back_inserter(matching),
                  [start](const std::string& write) { return write.starts_with(start); });
@@ -120,12 +117,14 @@ using dro_test::note_write;
 // Defined in the test program, these stand before the library's functions of the same names.
 extern "C" {
 
-#define SPY_WRITE(function, type)                                                                   \
+// `failure` is the status that the call fails with.
+#define SPY(function, type, failure)                                                                \
     int function(hab_session* session, const char* table, int row, const char* field, type value) { \
         static const auto next = behind(function, #function);                                       \
-        const int failure = note_write(table, field, as_text(value));                               \
-        return failure != HAB_OK ? failure : next(session, table, row, field, value);               \
+        const int status = failure;                                                                 \
+        return status != HAB_OK ? status : next(session, table, row, field, value);                 \
     }
+#define SPY_WRITE(function, type) SPY(function, type, note_write(table, field, as_text(value)))
 SPY_WRITE(hab_set_ascii, const char*)
 SPY_WRITE(hab_set_string, const char*)
 SPY_WRITE(hab_set_enum, const char*)
@@ -134,12 +133,7 @@ SPY_WRITE(hab_set_int, std::int32_t)
 SPY_WRITE(hab_set_uint, std::uint32_t)
 SPY_WRITE(hab_set_mac, const std::uint8_t*)
 
-#define SPY_READ(function, type)                                                                    \
-    int function(hab_session* session, const char* table, int row, const char* field, type value) { \
-        static const auto next = behind(function, #function);                                       \
-        const int failure = failure_of(name_of(table, field));                                      \
-        return failure != HAB_OK ? failure : next(session, table, row, field, value);               \
-    }
+#define SPY_READ(function, type) SPY(function, type, failure_of(name_of(table, field)))
 SPY_READ(hab_get_bool, bool*)
 SPY_READ(hab_get_ipv4, std::uint8_t*)
 SPY_READ(hab_get_mac, std::uint8_t*)
