@@ -1,6 +1,4 @@
 """A headless Chromium, spoken to through its debugging pipe: no port, no driver, nothing but the standard library."""
-import base64
-import fcntl
 import json
 import os
 import shutil
@@ -23,17 +21,11 @@ class Browser:
 
     def __init__(self):
         self.home = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
-        # Out of the way of 3 and 4, where the browser looks for its ends.
-        ours_out, ours_in, theirs_in, theirs_out = self._pipes()
+        # The browser looks for its ends at 3 and 4.
         self.process = subprocess.Popen(
-            [program(), *FLAGS, f"--user-data-dir={self.home.name}/profile", "about:blank"],
-            env={**os.environ, "HOME": self.home.name}, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL, pass_fds=(3, 4),
-            preexec_fn=lambda: (os.dup2(theirs_in, 3), os.dup2(theirs_out, 4)))
-        os.close(theirs_in)
-        os.close(theirs_out)
-        self.out = os.fdopen(ours_out, "wb", buffering=0)
-        self.input = os.fdopen(ours_in, "rb")
+            ["sh", "-c", 'exec "$@" 3<&0 4>&1 </dev/null >/dev/null 2>&1', "sh",
+             program(), *FLAGS, f"--user-data-dir={self.home.name}/profile", "about:blank"],
+            env={**os.environ, "HOME": self.home.name}, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         self.last = 0
         self.session = None
         self.complaints = []
@@ -43,21 +35,13 @@ class Browser:
         for domain in ("Page", "Runtime", "Log"):
             self.call(f"{domain}.enable")
 
-    @staticmethod
-    def _pipes():
-        high = [fcntl.fcntl(end, fcntl.F_DUPFD_CLOEXEC, 10) for end in (*os.pipe2(os.O_CLOEXEC), *os.pipe2(os.O_CLOEXEC))]
-        theirs_in, ours_out, ours_in, theirs_out = high
-        return ours_out, ours_in, theirs_in, theirs_out
-
     def __enter__(self):
         return self
 
     def __exit__(self, *_):
         self.session = None
         self._send("Browser.close", {})
-        self.process.wait(20)
-        self.input.close()
-        self.out.close()
+        self.process.communicate(timeout=20)
         self.home.cleanup()
 
     def _send(self, method, parameters):
@@ -65,7 +49,8 @@ class Browser:
         message = {"id": self.last, "method": method, "params": parameters}
         if self.session:
             message["sessionId"] = self.session
-        self.out.write(json.dumps(message).encode() + b"\0")
+        self.process.stdin.write(json.dumps(message).encode() + b"\0")
+        self.process.stdin.flush()
 
     def call(self, method, **parameters):
         self._send(method, parameters)
@@ -78,7 +63,7 @@ class Browser:
 
     def _read(self):
         text = bytearray()
-        while (byte := self.input.read(1)) != b"\0":
+        while (byte := self.process.stdout.read(1)) != b"\0":
             if not byte:
                 raise RuntimeError("the browser has ended")
             text += byte
@@ -130,7 +115,3 @@ class Browser:
     def type(self, selector, text):
         self.click(selector)
         self.call("Input.insertText", text=text)
-
-    def screenshot(self, path):
-        with open(path, "wb") as file:
-            file.write(base64.b64decode(self.call("Page.captureScreenshot")["data"]))

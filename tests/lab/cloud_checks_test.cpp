@@ -47,6 +47,7 @@ TEST(CloudChecks, OneThingWrongIsSeenAndNamed) {
         {[](Received& r) { r.method = "PUT"; }, "405 PUT instead of POST"},
         {[](Received& r) { r.contentType = "text/plain"; }, "415 Content-Type is \"text/plain\""},
         {[](Received& r) { r.host = "cloud.example"; }, "421 host \"cloud.example\" belongs to no environment"},
+        {[](Received& r) { r.host = "api.dro.localhost", r.apiKey = provisioning::kProductionKey; }, ""},
         {[](Received& r) { r.host = "api.dro.localhost"; }, "401 wrong API key for api.dro.localhost"},
         {[](Received& r) { r.apiKey.pop_back(); }, "401 wrong API key for qa.dro.localhost"},
         {[](Received& r) { r.body.pop_back(); }, "400 the body is no JSON object"},
@@ -57,10 +58,6 @@ TEST(CloudChecks, OneThingWrongIsSeenAndNamed) {
         spoil(received);
         EXPECT_EQ(faultOf(received), fault);
     }
-    Received production = acknowledgement();
-    production.host = "api.dro.localhost";
-    production.apiKey = provisioning::kProductionKey;
-    EXPECT_EQ(faultOf(production), "");
 }
 
 TEST(CloudChecks, ASpoiledMemberIsSeenAndNamed) {
