@@ -4,11 +4,10 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include <filesystem>
 #include <future>
 
 #include "cloud_checks.h"
-#include "lab_provisioning.h"
+#include "lab.h"
 
 namespace lab {
 namespace {
@@ -37,13 +36,11 @@ class CloudServerTest : public testing::Test {
                R"(","transactionId":"t","transactionStatus":"1","failureReason":"Success"})";
     }
 
-    const std::string bundle_ =
-        (std::filesystem::temp_directory_path() / ("lab-ca-" + std::to_string(::getpid()) + ".crt")).string();
+    TemporaryFolder folder_;
+    const std::string bundle_ = folder_.path() / "ca.crt";
     Timeline timeline_;
     CloudRecord record_;
     CloudServer cloud_{timeline_, record_, kSerial, bundle_};
-
-    void TearDown() override { std::filesystem::remove(bundle_); }
 };
 
 TEST_F(CloudServerTest, DoesNotBelieveAWrongRequestInAnyMood) {
