@@ -17,9 +17,9 @@ def program():
 
 
 class Browser:
-    """One page. A wait that is in vain and an error in the page raise."""
+    """The page at an address, once it has loaded. A wait that is in vain and an error in the page raise."""
 
-    def __init__(self):
+    def __init__(self, address):
         self.home = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
         # The browser looks for its ends at 3 and 4.
         self.process = subprocess.Popen(
@@ -29,11 +29,14 @@ class Browser:
         self.last = 0
         self.session = None
         self.complaints = []
-        self.loaded = False
         target = next(one for one in self.call("Target.getTargets")["targetInfos"] if one["type"] == "page")
         self.session = self.call("Target.attachToTarget", targetId=target["targetId"], flatten=True)["sessionId"]
         for domain in ("Page", "Runtime", "Log"):
             self.call(f"{domain}.enable")
+        self.loaded = False  # what was there before may have been
+        self.call("Page.navigate", url=address)
+        while not self.loaded:
+            self._read()
 
     def __enter__(self):
         return self
@@ -68,19 +71,13 @@ class Browser:
                 raise RuntimeError("the browser has ended")
             text += byte
         message = json.loads(text)
-        self.loaded = self.loaded or message.get("method") == "Page.loadEventFired"
+        if message.get("method") == "Page.loadEventFired":
+            self.loaded = True
         if message.get("method") == "Log.entryAdded" and message["params"]["entry"]["level"] == "error":
             self.complaints.append(message["params"]["entry"]["text"])
         if message.get("method") == "Runtime.exceptionThrown":
             self.complaints.append(str(message["params"]["exceptionDetails"]))
         return message
-
-    def open(self, address):
-        """Returns once the page has loaded."""
-        self.loaded = False
-        self.call("Page.navigate", url=address)
-        while not self.loaded:
-            self._read()
 
     def value(self, expression):
         result = self.call("Runtime.evaluate", expression=expression, awaitPromise=True, returnByValue=True)

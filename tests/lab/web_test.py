@@ -38,8 +38,7 @@ def has_text(selector, text):
     return f"[...document.querySelectorAll({json.dumps(selector)})].some(one => one.textContent.includes({json.dumps(text)}))"
 
 
-def check(page, lab, address):
-    page.open(address)
+def check(page, lab):
     page.await_that("document.querySelector('#connection')?.textContent === 'live'")
     lab.await_line("the agent takes messages")
     page.await_that(has_text("#facts", "registered"))
@@ -72,8 +71,8 @@ def main():
     lab = Lab(sys.argv[1])
     try:
         address = lab.await_line("the page: ")
-        with browser.Browser() as page:
-            check(page, lab, address)
+        with browser.Browser(address) as page:
+            check(page, lab)
     finally:
         if lab.process.poll() is None:
             lab.process.kill()
