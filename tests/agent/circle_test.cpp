@@ -1,6 +1,8 @@
 // The Circle service: which orders are refused and how, what is written for the Circle agent, what is reported, and how
 // its health reaches the cloud.
+#include <array>
 #include <cstring>
+#include <functional>
 
 #include "dro_circle.h"
 #include "dro_main.h"

@@ -96,35 +96,29 @@ TEST_F(Notifications, AFullQueueDropsTheEventAndSaysSo) {
 }
 
 TEST_F(Notifications, ATaggedDeviceIsDescribedByTheBestSources) {
-    using Fields = std::vector<std::pair<std::string, std::string>>;
+    const Texts guessed{"DeviceTypeOstra", "DisplayNameOstra", "DeviceModel", "DeviceBrand"};
+    const Texts inspected{"DeviceTypeDPI", "DisplayNameDPI"};
+    const Texts custom{"DeviceTypeCustom", "DisplayNameCustom", "DisplayModelCustom", "DisplayBrandCustom"};
     // What is known of the device grows from one to the next.
-    const auto expect = [&](const char* state, const Fields& fields, const std::string& described, bool online) {
+    const auto expect = [&](const char* state, const Texts& fields, const Texts& values, const std::string& described,
+                            bool online) {
         log.forget();
         store.set("Dilsignature.Devicestate@1", state);
-        for (const auto& [field, value] : fields) {
-            store.set("DeviceIdList." + field + "@1", value);
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            store.set("DeviceIdList." + fields[i] + "@1", values[i]);
         }
         EXPECT_EQ(tagged_payload(1), R"({"mac":"00:00:00:00:00:00",)" + described +
                                          R"(,"cdNetwork":"Ann's "net"","cdStatus":")" + (online ? "1\"}" : "0\"}"));
         EXPECT_TRUE(log.has(online ? "Device is Online!\n" : "Device is Offline!\n", 2)) << described;
     };
     store.set("General.DeviceName", "Ann's \"net\"");
-    expect("DOWN", {}, R"("cdType":"","cdName":"","cdModel":"","cdBrand":"")", false);
-    expect("up", {{"DeviceTypeOstra", "t3"}, {"DisplayNameOstra", "n3"}, {"DeviceModel", "m2"}, {"DeviceBrand", "b2"}},
-           R"("cdType":"t3","cdName":"n3","cdModel":"m2","cdBrand":"b2")", false);
-    expect("UPPER", {{"DeviceTypeDPI", "t2"}, {"DisplayNameDPI", "n2"}},
-           R"("cdType":"t2","cdName":"n2","cdModel":"m2","cdBrand":"b2")", true);
-    expect("UP",
-           {{"DeviceTypeCustom", "t1"},
-            {"DisplayNameCustom", "n1"},
-            {"DisplayModelCustom", "m1"},
-            {"DisplayBrandCustom", "b1"}},
-           R"("cdType":"t1","cdName":"n1","cdModel":"m1","cdBrand":"b1")", true);
-    expect("",
-           {{"DeviceTypeCustom", "a\"b"},
-            {"DisplayNameCustom", "tab\t\x01 \\ \"q\" \xc3\xa9"},
-            {"DisplayModelCustom", "m\nm"},
-            {"DisplayBrandCustom", "\x7f"}},
+    expect("DOWN", {}, {}, R"("cdType":"","cdName":"","cdModel":"","cdBrand":"")", false);
+    expect("up", guessed, {"t3", "n3", "m2", "b2"}, R"("cdType":"t3","cdName":"n3","cdModel":"m2","cdBrand":"b2")",
+           false);
+    expect("UPPER", inspected, {"t2", "n2"}, R"("cdType":"t2","cdName":"n2","cdModel":"m2","cdBrand":"b2")", true);
+    expect("UP", custom, {"t1", "n1", "m1", "b1"}, R"("cdType":"t1","cdName":"n1","cdModel":"m1","cdBrand":"b1")",
+           true);
+    expect("", custom, {"a\"b", "tab\t\x01 \\ \"q\" \xc3\xa9", "m\nm", "\x7f"},
            "\"cdType\":\"a\\\"b\",\"cdName\":\"tab\\t \\\\ \\\"q\\\" "
            "\xc3\xa9\",\"cdModel\":\"m\\nm\",\"cdBrand\":\"\x7f\"",
            false);
