@@ -172,8 +172,8 @@ TEST_F(Command, WritesItsRequestAndTriggersLast) {
          "DALHprofileMAC.ProfileMAC3=02:00:00:00:00:06 FeatureID=11 ProcessID=1 ",
          success},
         {"UNBLOCK_CD_BULK", R"({"elements":"none"})", "DALHprofileMAC.MACcount=0 FeatureID=12 ProcessID=1 ", success},
-        {"UNBLOCK_CD_BULK", R"({"elements":[0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0]})",
-         "DALHprofileMAC.MACcount=20 FeatureID=12 ProcessID=1 ", success},
+        {"UNBLOCK_CD_BULK", R"({"elements":[0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,{"cdMac":"02:00:00:00:00:14"}]})",
+         "DALHprofileMAC.MACcount=20 DALHprofileMAC.ProfileMAC20=02:00:00:00:00:14 FeatureID=12 ProcessID=1 ", success},
         {"UNBLOCK_CD_BULK", R"({"elements":[0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0]})", "",
          "u 0 Mac Array elements greater than 20"},
         {kSchedule, times, "", success}};
