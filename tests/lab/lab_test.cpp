@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
-
 #include "cases.h"
 #include "control.h"
 #include "store_fields.h"
@@ -40,24 +38,6 @@ class LabTest : public testing::Test {
     Timeline timeline_;
     Lab lab_{timeline_, {.storePath = "", .devices = 40, .caBundle = folder_.path() / "ca.crt"}};
 };
-
-TEST_F(LabTest, PopulationGrowsShrinksAndKeepsNamesApart) {
-    lab_.population.resize(kRows);
-    std::set<std::string> names;
-    std::set<std::string> macs;
-    for (const int row : lab_.population.rows()) {
-        names.insert(lab_.store.get(field::kName.at(row)));
-        macs.insert(lab_.store.get(field::kMac.at(row)));
-    }
-    EXPECT_EQ(names.size(), 256U);
-    EXPECT_EQ(macs.size(), 256U);
-    EXPECT_THROW(lab_.population.join("One more"), std::runtime_error);
-    lab_.population.resize(3);
-    EXPECT_EQ(lab_.store.get(field::kMac.at(3)), "00:00:00:00:00:00");
-    EXPECT_EQ(lab_.population.join("Guest"), 3);
-    EXPECT_THROW(lab_.population.join("guest"), std::runtime_error);
-    EXPECT_FALSE(macs.contains(lab_.store.get(field::kMac.at(3))));
-}
 
 TEST_F(LabTest, DeviceServiceClosesTheTransactionOfAnAnsweredListOnly) {
     lab_.store.set(field::kListTransaction, "first");
