@@ -57,3 +57,9 @@ def add_results(path, results):
     """Adds to a file of results, in the place of any of the same names."""
     names = {result["name"] for result in results}
     write_results(path, [result for result in json.loads(path.read_text()) if result["name"] not in names] + results)
+
+
+def table(head, rows):
+    """As Markdown has it."""
+    return "\n".join(["| " + " | ".join(head) + " |", "|" + "---|" * len(head),
+                      *("| " + " | ".join(row) + " |" for row in rows)])

@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <thread>
 #include <utility>
 
 #include "dro_log.h"
@@ -22,6 +24,9 @@ using PidText = FixedText<32>;
 using Path = FixedText<128>;
 
 constexpr mode_t kPidFileMode = 0660;
+// Somebody who starts as well holds the stale file for an instant only; who holds it longer is not one of us.
+constexpr int kMostTries = 500;
+constexpr std::chrono::milliseconds kTryPause{2};
 
 // A missing file counts as a failed removal.
 int remove_file(const char* path) {
@@ -165,7 +170,8 @@ int lock_process(const char* pidPath) {
     }
     int descriptor = -1;
     Made outcome = make_pid_file(pidPath, pid, descriptor);
-    while (outcome == Made::inTheWay && remove_stale(pidPath)) {
+    for (int tries = 0; tries < kMostTries && outcome == Made::inTheWay && remove_stale(pidPath); ++tries) {
+        std::this_thread::sleep_for(kTryPause);
         outcome = make_pid_file(pidPath, pid, descriptor);
     }
     return outcome == Made::done ? descriptor : -1;

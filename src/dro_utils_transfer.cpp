@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <utility>
@@ -23,31 +24,42 @@ using ShareHandle = std::unique_ptr<CURLSH, Releases<curl_share_cleanup>>;
 
 constexpr std::size_t kIdleTransports = 2;  // threads that post at once are few; each kept one holds a parsed bundle
 
+// Transfers that failed so far, of all threads: each ends every session that began before it.
+std::atomic<unsigned> g_failures;
+
 // The TLS sessions with the cloud that may be resumed. A resumed session stands on the check of the server's
 // certificate that was made when it began; its end makes the next handshake a full one.
 class TlsSessions {
  public:
-    // Lets `easy` resume a session and leave one. Null where there is no memory: then each handshake is a full one.
+    // Lets `easy` resume a session and leave one. Without a handle, also for want of memory, each handshake is a full
+    // one.
     void join(CURL* easy) {
-        const auto life = request_rules().sessionLife;
-        if (handle_ && Clock::now() - began_ >= life) {
+        if (handle_ && (failures_ != g_failures || Clock::now() - began_ >= request_rules().sessionLife)) {
             handle_.reset();
         }
-        if (!handle_ && life.count() > 0) {
-            handle_.reset(curl_share_init());
-            curl_share_setopt(handle_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-            began_ = Clock::now();
+        if (!handle_ && request_rules().sessionLife.count() > 0) {
+            begin();
         }
         curl_easy_setopt(easy, CURLOPT_SHARE, handle_.get());
+        // Newer libraries would otherwise keep sessions with the multi handle, without an end.
+        curl_easy_setopt(easy, CURLOPT_SSL_SESSIONID_CACHE, handle_ ? 1L : 0L);
     }
 
     static void leave(CURL* easy) { curl_easy_setopt(easy, CURLOPT_SHARE, nullptr); }
 
-    void end() { handle_.reset(); }
-
  private:
+    void begin() {
+        began_ = Clock::now();
+        failures_ = g_failures;
+        handle_.reset(curl_share_init());
+        if (curl_share_setopt(handle_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION) != CURLSHE_OK) {
+            handle_.reset();
+        }
+    }
+
     ShareHandle handle_;
     Clock::time_point began_;
+    unsigned failures_ = 0;
 };
 
 // What is kept between transfers, and used by one at a time: the multi handle keeps the certificates that it has
@@ -154,7 +166,7 @@ CaBundle find_ca_bundle() {
         struct stat status {};
         fstat(probe, &status);
         close(probe);
-        return {path, status.st_dev, status.st_ino, status.st_size, status.st_mtim};
+        return {path, status.st_dev, status.st_ino, status.st_size, status.st_ctim};
     }
     return {};
 }
@@ -169,7 +181,7 @@ CURLcode run_transfer(CURL* easy, const CaBundle& bundle) {
     }
     TlsSessions::leave(easy);
     if (result != CURLE_OK) {
-        transport.sessions.end();  // whatever went wrong, the next attempt begins anew
+        ++g_failures;  // whatever went wrong, the next attempt begins anew
     }
     transports().give_back(std::move(transport));
     return result;

@@ -24,11 +24,11 @@ struct CaBundle {
     dev_t device = 0;
     ino_t inode = 0;
     off_t size = 0;
-    timespec modified{};
+    timespec changed{};  // of its status too: a modification time can be put back
 
     bool operator==(const CaBundle& other) const {
         return path == other.path && device == other.device && inode == other.inode && size == other.size &&
-               modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec;
+               changed.tv_sec == other.changed.tv_sec && changed.tv_nsec == other.changed.tv_nsec;
     }
 };
 
@@ -37,7 +37,7 @@ CaBundle find_ca_bundle();
 
 // Carries out the transfer that `easy` is set up for, and returns when it has ended. A stop of the process ends it with
 // CURLE_ABORTED_BY_CALLBACK. The connection is fresh and is closed; what is kept between transfers are the parsed
-// certificates of `bundle` and, after a good transfer, the TLS session, which request_rules().sessionLife bounds.
+// certificates of `bundle` and, until a transfer fails, the TLS session, which request_rules().sessionLife bounds.
 CURLcode run_transfer(CURL* easy, const CaBundle& bundle);
 
 }  // namespace dro

@@ -27,10 +27,15 @@ struct FileClose {
 };
 using File = std::unique_ptr<std::FILE, FileClose>;
 
-// Never follows a link that somebody put at the file's place: /tmp is everybody's.
+// Never follows a link that somebody put at the file's place, nor waits for the reader of a pipe: /tmp is everybody's.
 File open_log() {
-    const int descriptor = open(log_file, O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0600);
+    const int descriptor = open(log_file, O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
     if (descriptor < 0) {
+        return nullptr;
+    }
+    struct stat status {};
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(descriptor);
         return nullptr;
     }
     File file(fdopen(descriptor, "a+"));

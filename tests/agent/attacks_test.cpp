@@ -278,12 +278,29 @@ TEST_F(Attacks, ACloudThatIsDownIsTriedAgain) {
     expect_prompt_end(agent);
 }
 
+int run(const std::string& words) {
+    return std::system(words.c_str());
+}
+
+// While it lives, what is temporary is made in a file system of one megabyte.
+struct SmallDisk {
+    bool there = std::getenv("DRO_TEST_NAMESPACE") != nullptr &&
+                 run("mkdir -p /tmp/small && mount -t tmpfs -o size=1m small /tmp/small") == 0;
+
+    SmallDisk() { setenv("TMPDIR", there ? "/tmp/small" : "/tmp", 1); }
+    ~SmallDisk() {
+        unsetenv("TMPDIR");
+        if (there) {
+            run("umount --lazy /tmp/small");
+        }
+    }
+};
+
 TEST_F(Attacks, AStoreThatFailsIsSaidAndOutlived) {
-    const auto run = [](const std::string& words) { return std::system(words.c_str()); };
-    if (run("mkdir -p /tmp/small && mount -t tmpfs -o size=1m small /tmp/small") != 0) {
+    const SmallDisk disk;
+    if (!disk.there) {
         GTEST_SKIP() << "no file system of the test's own";
     }
-    setenv("TMPDIR", "/tmp/small", 1);
     const Cases<std::string, std::string, std::string, std::string> troubles{
         // how it begins and, if it does, ends; what the running agent says, and what one that starts then says
         {"cat /dev/zero > /tmp/small/full 2> /dev/null", "rm /tmp/small/full", "disk is full", "disk is full"},
@@ -331,8 +348,6 @@ TEST_F(Attacks, AStoreThatFailsIsSaidAndOutlived) {
         EXPECT_NE(next.output().find(saidAtStart), std::string::npos) << next.output();
         run(end);
     }
-    unsetenv("TMPDIR");
-    run("umount /tmp/small");
 }
 
 #ifdef DRO_JUMPING_CLOCK

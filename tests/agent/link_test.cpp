@@ -212,6 +212,10 @@ TEST_F(Link, KeepsOneOldLogOfItsOwn) {
     std::filesystem::create_symlink(log_path_ + ".1", log_path_);
     jorv::jorvLog(jorv::ERROR, "lost\n");
     EXPECT_EQ(std::filesystem::file_size(log_path_ + ".1"), kLargest);
+    // Nobody is waited for who does not read somebody else's pipe.
+    std::filesystem::remove(log_path_);
+    ASSERT_EQ(mkfifo(log_path_.c_str(), 0600), 0);
+    jorv::jorvLog(jorv::ERROR, "%s\n", std::string(kLargest, 'x').c_str());
 }
 
 }  // namespace

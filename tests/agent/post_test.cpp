@@ -19,10 +19,13 @@ namespace {
 
 class Post : public AgentTest {
  protected:
+    ~Post() override { dro::set_request_rules(provisioned); }
+
     std::size_t post(const std::string& host = "qa.dro.localhost") {
         return dro::curl_post((cloud.base_url(host) + "x/").c_str(), "{}", answer);
     }
 
+    const dro::RequestRules provisioned = dro::request_rules();
     std::optional<std::string> answer;
 };
 
@@ -153,7 +156,6 @@ TEST_F(Post, TrustsTheBundleAndNoticesItsChange) {
 
 // A session is resumed while it is young, the bundle is the same and all went well; the connection is always another.
 TEST_F(Post, ResumesATlsSessionOnlyOnTheSameTrust) {
-    const dro::RequestRules provisioned = dro::request_rules();
     const auto resumed = [this] {
         cloud.forget();
         EXPECT_EQ(post(), 12U);
@@ -166,19 +168,25 @@ TEST_F(Post, ResumesATlsSessionOnlyOnTheSameTrust) {
     trust(identity());  // the same certificates, but another file
     EXPECT_FALSE(resumed());
     EXPECT_TRUE(resumed());
+    remove_ca_bundle();
+    EXPECT_FALSE(resumed());
+    EXPECT_TRUE(resumed());
+    trust(identity());
+    EXPECT_FALSE(resumed()) << "what was not checked does not count as checked";
     cloud.script("x/", {hang_up()});
     EXPECT_EQ(post(), 0U);
     EXPECT_FALSE(resumed());
     dro::RequestRules rules = provisioned;
+    rules.sessionLife = std::chrono::milliseconds(200);
+    dro::set_request_rules(rules);
+    EXPECT_TRUE(eventually([&] { return !resumed(); })) << "it has become old";
     rules.sessionLife = std::chrono::milliseconds(0);
     dro::set_request_rules(rules);
     EXPECT_FALSE(resumed());
     EXPECT_FALSE(resumed());
-    dro::set_request_rules(provisioned);
 }
 
 TEST_F(Post, KeepsTheDeploymentsRules) {
-    const dro::RequestRules provisioned = dro::request_rules();
     EXPECT_EQ(provisioned.limit.count(), 0);
     EXPECT_FALSE(provisioned.needsCaBundle);
     const std::string longest(provisioned.largestAnswer, 'x');
@@ -196,7 +204,6 @@ TEST_F(Post, KeepsTheDeploymentsRules) {
     EXPECT_EQ(post(), 0U);
     EXPECT_TRUE(log.has("No bundle of certificates can be read, so nothing is sent\n", 4));
     EXPECT_EQ(cloud.requests().size(), 0U);
-    dro::set_request_rules(provisioned);
 }
 
 TEST_F(Post, CutsEndpointsAtTheirSize) {

@@ -88,6 +88,17 @@ TEST_F(Process, TreatsAPidFileByWhatItHolds) {
         }
     }
     EXPECT_EQ(file_text(elsewhere), "99999999\n");
+
+    // A stale one that somebody keeps locked for longer than a start takes.
+    std::ofstream(kPidFile) << "99999999\n";
+    const int held = open(kPidFile, O_RDWR | O_CLOEXEC);
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    ASSERT_EQ(fcntl(held, F_SETLK, &whole), 0);
+    AgentProcess agent(store);
+    EXPECT_EQ(agent.wait_exit(), 1);
+    close(held);
+    unlink(kPidFile);
 }
 
 TEST_F(Process, LocksOnlyWhatItCanWriteAndJudge) {

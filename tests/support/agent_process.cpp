@@ -5,6 +5,7 @@
 #include <linux/close_range.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -33,6 +34,7 @@ std::string file_in(const TestStore& store, const Launch& launch, const char* na
     dup2(out, STDOUT_FILENO);
     dup2(out, STDERR_FILENO);
     close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test that is killed leaves no agent behind
     setenv("HAB_LOG_FILE", log.c_str(), 1);
     for (const auto& [name, value] : launch.environment) {
         setenv(name.c_str(), value.c_str(), 1);
