@@ -1,6 +1,7 @@
 // instructions OPERATION COUNT - does one thing of the agent's so many times, in this process and without a network:
 // for counting its instructions (bench/instructions). One thread but for the receiver of a message.
 #include <habdynlog.h>
+#include <identity.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <test_store.h>
@@ -42,14 +43,8 @@ class Agent {
         constexpr milliseconds kNone{0};
         dro::set_durations({kNone, kNone, kNone, kNone, kNone, kNone});
         setenv("HAB_LOG_FILE", (store.folder() + "/agent.log").c_str(), 1);
-        store.set_all({{"General.DeviceModel", "RX-1"},
-                       {"General.DeviceName", "Home router"},
-                       {"General.FwRevision", "7.8.9"},
-                       {"General.FSN", "FSN0123456789"},
-                       {"General.DefaultMAC", "02:00:00:00:00:0A"},
-                       {"JorvagentCfg.jorv_agent_id", "jorv-1"},
-                       {"Drocfg.DroBaseURL", "https://qa.dro.localhost/"},
-                       {"dalLogCfg.DroagentLogMask", "6"}});
+        dro_test::set_identity(store);
+        store.set_all({{"Drocfg.DroBaseURL", "https://qa.dro.localhost/"}, {"dalLogCfg.DroagentLogMask", "6"}});
         store.set_all(bench::population());
         dynlog_lib_init();
         set_log_level(0, "Droagent", "bench");

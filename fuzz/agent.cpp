@@ -14,6 +14,7 @@
 #include "dro_threads.h"
 #include "dro_url.h"
 #include "dro_utils.h"
+#include "identity.h"
 #include "input.h"
 
 namespace fuzz {
@@ -29,14 +30,8 @@ class Agent {
         constexpr milliseconds kNone{0};
         dro::set_durations({kNone, kNone, kNone, kNone, kNone, kNone});
         setenv("HAB_LOG_FILE", (store.folder() + "/agent.log").c_str(), 1);
-        store.set_all({{"General.DeviceModel", "RX-1"},
-                       {"General.DeviceName", "Home router"},
-                       {"General.FwRevision", "7.8.9"},
-                       {"General.FSN", "FSN0123456789"},
-                       {"General.DefaultMAC", "02:00:00:00:00:0A"},
-                       {"JorvagentCfg.jorv_agent_id", "jorv-1"},
-                       {"Drocfg.DroBaseURL", "https://qa.dro.localhost/"},
-                       {"dalLogCfg.DroagentLogMask", "7"}});
+        dro_test::set_identity(store);
+        store.set("Drocfg.DroBaseURL", "https://qa.dro.localhost/");
         dynlog_lib_init();
         set_log_level(0, "Droagent", "fuzz");
         require(dro::dal_init() == 0 && dro::get_hab_info() == 0 && dro::get_api_url() == 0);

@@ -6,6 +6,7 @@
 #include "agent_log.h"
 #include "cases.h"
 #include "dro_durations.h"
+#include "identity.h"
 #include "test_cloud.h"
 #include "test_store.h"
 
@@ -38,10 +39,6 @@ class AgentTest : public ::testing::Test {
     TestCloud cloud;
     AgentLog log;
 };
-
-// The router that AgentTest and AgentProcess start from; the cloud's address is still to be set.
-void set_identity(TestStore& store);
-inline constexpr const char* kSerial = "FSN0123456789";
 
 // The member `name` of the JSON object `body`, as text (a number or bool as JSON spells it); "" when it has none.
 std::string json_value(const std::string& body, const std::string& name);
