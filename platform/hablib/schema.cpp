@@ -61,10 +61,10 @@ void Schema::readFields(Connection& connection) {
         if (table == tablesByName_.end() || !initial) {
             throw SqliteError(SQLITE_CORRUPT, "its description of the fields makes no sense");
         }
-        const Field& field = fields_.emplace_back(
-            Field{read.number(0), table->second, std::string(read.bytes(2)), std::string(read.bytes(3)), *type,
-                  static_cast<std::size_t>(read.number(5)), *initial, std::string(read.bytes(7))});
         Table& owner = *table->second;
+        const Field& field = fields_.emplace_back(
+            Field{read.number(0), &owner, owner.fields.size(), std::string(read.bytes(2)), std::string(read.bytes(3)),
+                  *type, static_cast<std::size_t>(read.number(5)), *initial, std::string(read.bytes(7))});
         owner.fields.push_back(&field);
         owner.fieldsByName.emplace(field.name, &field);
         if (!field.alias.empty()) {

@@ -2,6 +2,7 @@
 // so any thread may use it. Names are compared byte for byte.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <optional>
@@ -20,6 +21,7 @@ struct Table;
 struct Field {
     std::int64_t id;
     const Table* table;
+    std::size_t place;  // in its table's fields
     std::string name;
     std::string alias;  // a second spelling, or empty
     Type type;

@@ -23,7 +23,7 @@ constexpr const char* kLayout =
     " alias TEXT NOT NULL, type TEXT NOT NULL, longest INTEGER NOT NULL, initial TEXT NOT NULL, about TEXT NOT NULL,"
     " place INTEGER NOT NULL, UNIQUE(table_id, name));"
     "CREATE TABLE hab_value(field INTEGER NOT NULL, row INTEGER NOT NULL, value NOT NULL, seq INTEGER NOT NULL,"
-    " PRIMARY KEY(field, row)) WITHOUT ROWID;"
+    " PRIMARY KEY(row, field)) WITHOUT ROWID;"
     "CREATE TABLE hab_journal(seq INTEGER PRIMARY KEY, field INTEGER NOT NULL, row INTEGER NOT NULL);";
 
 struct DeleteJson {

@@ -77,7 +77,7 @@ void Gate::leave() {
 Session::Session(std::shared_ptr<Store> store, std::unique_ptr<Connection> connection)
     : store_(std::move(store)),
       connection_(std::move(connection)),
-      readValue_(*connection_, "SELECT value FROM hab_value WHERE field = ?1 AND row = ?2"),
+      reader_(*connection_, store_->schema()),
       writeJournal_(*connection_, "INSERT INTO hab_journal(field, row) VALUES(?1, ?2)"),
       writeValue_(*connection_, "INSERT OR REPLACE INTO hab_value(field, row, value, seq) VALUES(?1, ?2, ?3, ?4)") {}
 
@@ -115,17 +115,12 @@ const Field* Session::field(std::string_view table, int row, std::string_view na
 
 int Session::read(const Field& field, int row, Value& value) {
     return whileThere([&] {
-        const Run run(readValue_);
-        if (!readValue_.bind(1, field.id).bind(2, row).next()) {
-            value = field.initial;
-            return HAB_OK;
-        }
-        std::optional<Value> found = valueIn(readValue_, 0, field);
+        const std::optional<Value>& found = reader_.read(field, row);
         if (!found) {
             store_->failed("damaged: it holds a value that does not fit its field; restore a copy");
             return HAB_ERROR;
         }
-        value = *std::move(found);
+        value = *found;
         return HAB_OK;
     });
 }

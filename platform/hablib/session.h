@@ -11,6 +11,7 @@
 
 #include "delivery.h"
 #include "hablib.h"
+#include "row_reader.h"
 #include "store.h"
 
 namespace hab {
@@ -74,7 +75,7 @@ class Session {
     const std::shared_ptr<Store> store_;
     const std::unique_ptr<Connection> connection_;
     Gate gate_;  // around the connection and its statements
-    Statement readValue_;
+    RowReader reader_;
     Statement writeJournal_;
     Statement writeValue_;
 

@@ -123,6 +123,7 @@ TEST_F(StoreFile, WithAValueThatDoesNotFitItsFieldFailsToReadIt) {
     for (const char* cell : {"zeroblob(64)", "zeroblob(3)", "7"}) {
         sql(std::string("UPDATE hab_value SET value = ") + cell);
         EXPECT_EQ(hab_get_mac(session.get(), "General", 0, "DefaultMAC", mac.data()), HAB_ERROR) << cell;
+        EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "");  // its neighbours are as good as ever
     }
     EXPECT_EQ(mac, (std::array<std::uint8_t, 6>{1, 2, 3, 4, 5, 6}));
 }
@@ -152,7 +153,11 @@ TEST_F(StoreFile, OfAnOlderSchemaIsBroughtUpToDateWithItsValues) {
     EXPECT_EQ(textAt(session.get(), "General", 0, "DeviceName"), "Home");
     EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "");
     EXPECT_EQ(textAt(session.get(), "BSTResults", 0, "Latency"), "0");
-    EXPECT_EQ(textAt(session.get(), "BSTResults", 0, "ISP"), "");
+    EXPECT_EQ(hab_set_ascii(session.get(), "BSTResults", 0, "ISP", "new"), HAB_OK);
+    EXPECT_EQ(textAt(session.get(), "BSTResults", 0, "ISP"), "new");
+    // Its number lies behind those of other tables by now: their values stay theirs.
+    EXPECT_EQ(hab_set_ascii(session.get(), "DeviceIdList", 0, "DeviceTypeCustom", "Printer"), HAB_OK);
+    EXPECT_EQ(textAt(session.get(), "BSTResults", 0, "bstRequestType"), "none");
     EXPECT_EQ(textAt(session.get(), "General", 0, "Gone"), "[3]");
     EXPECT_EQ(sql("SELECT id FROM hab_field WHERE name = 'DeviceName'"), id);
 }

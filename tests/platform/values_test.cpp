@@ -107,6 +107,28 @@ TEST_F(Values, AreReadFromTextStrictly) {
     EXPECT_EQ(mac[0], 0x0A);
 }
 
+TEST_F(Values, AreThoseOfTheLastCommitWhoeverMadeIt) {
+    const Session other = open();
+    const auto name = [this](int row) { return textAt(s_, "DeviceIdList", row, "DeviceDisplayName"); };
+    const std::string update = "UPDATE hab_value SET value = 'foreign' WHERE row = 7";
+    const Cases<std::function<void()>, const char*> commits{
+        {[&] { hab_set_string(s_, "DeviceIdList", 7, "DeviceDisplayName", "own"); }, "own"},
+        {[&] { hab_set_string(other.get(), "DeviceIdList", 7, "DeviceDisplayName", "other"); }, "other"},
+        {[&] { sql(update); }, "foreign"},
+        {[&] {
+             habctl({"set", "DeviceIdList.DeviceDisplayName@7", "another"});
+         },
+         "another"},
+        {[&] { sql("PRAGMA wal_checkpoint(TRUNCATE)"); }, "another"},
+        {[&] { sql(update + "; PRAGMA wal_checkpoint(TRUNCATE)"); }, "foreign"}};
+    for (const auto& [commit, value] : commits) {
+        EXPECT_EQ(name(8), "");
+        name(7);
+        commit();
+        EXPECT_EQ(name(7), value);
+    }
+}
+
 TEST_F(Values, AreServedToManyThreadsOnOneHandle) {
     std::atomic<int> failures = 0;
     const auto onEightThreads = [](const std::function<void(int)>& work) {

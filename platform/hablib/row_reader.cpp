@@ -1,0 +1,46 @@
+#include "row_reader.h"
+
+#include <algorithm>
+
+namespace hab {
+
+RowReader::RowReader(const Connection& connection, const Schema& schema)
+    : connection_(connection),
+      schema_(schema),
+      statement_(connection, "SELECT field, value FROM hab_value WHERE row = ?1 AND field BETWEEN ?2 AND ?3") {}
+
+const std::optional<Value>& RowReader::read(const Field& field, int row) {
+    // Looked at before the row is fetched: a commit in between makes the next read fetch again.
+    const std::optional<CommitMark> mark = connection_.commitMark();
+    if (!mark || mark != mark_) {
+        rows_.clear();
+        mark_ = mark;
+    }
+    Row& last = rows_[field.table];
+    if (last.number != row) {
+        last = fetch(*field.table, row);
+    }
+    return last.values[field.place];
+}
+
+RowReader::Row RowReader::fetch(const Table& table, int row) {
+    Row fetched{row, {}};
+    fetched.values.reserve(table.fields.size());
+    for (const Field* field : table.fields) {
+        fetched.values.emplace_back(field->initial);
+    }
+    // Fields of one table have neighbouring numbers, unless a later schema has added some: then others lie between
+    // them.
+    const auto [first, last] = std::ranges::minmax(table.fields, {}, [](const Field* field) { return field->id; });
+    const Run run(statement_);
+    statement_.bind(1, row).bind(2, first->id).bind(3, last->id);
+    while (statement_.next()) {
+        const Field* field = schema_.field(statement_.number(0));
+        if (field != nullptr && field->table == &table) {
+            fetched.values[field->place] = valueIn(statement_, 1, *field);
+        }
+    }
+    return fetched;
+}
+
+}  // namespace hab
