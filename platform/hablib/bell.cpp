@@ -37,23 +37,25 @@ void BellWatch::watchBell() {
     bellWatch_ = watchFile(watch_, bellPath(path_), IN_CLOSE_WRITE | kFileGone);
 }
 
-void BellWatch::drain() {
+bool BellWatch::drain() {
+    bool storeTouched = false;
     bool bellTouched = false;
     alignas(inotify_event) std::array<char, 4096> events{};
-    ssize_t size = 0;
-    while ((size = read(watch_.get(), events.data(), events.size())) > 0) {
-        for (std::size_t at = 0; at < static_cast<std::size_t>(size);) {
-            inotify_event event{};
-            std::memcpy(&event, &events[at], sizeof event);
-            at += sizeof event + event.len;
-            bellTouched = bellTouched || (event.wd == bellWatch_ && (event.mask & (kFileGone | IN_IGNORED)) != 0);
-        }
+    // Once: what found no room keeps the watch readable.
+    const ssize_t size = read(watch_.get(), events.data(), events.size());
+    for (ssize_t at = 0; at < size;) {
+        inotify_event event{};
+        std::memcpy(&event, &events[static_cast<std::size_t>(at)], sizeof event);
+        at += static_cast<ssize_t>(sizeof event + event.len);
+        storeTouched = storeTouched || event.wd != bellWatch_;
+        bellTouched = bellTouched || (event.wd == bellWatch_ && (event.mask & (kFileGone | IN_IGNORED)) != 0);
     }
     if (bellTouched) {
         // Somebody removed the bell: writers make a new one, which is another file to watch.
         inotify_rm_watch(watch_.get(), bellWatch_);
         watchBell();
     }
+    return storeTouched;
 }
 
 }  // namespace hab

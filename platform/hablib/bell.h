@@ -20,8 +20,9 @@ class BellWatch {
 
     // Readable when something happened.
     int get() const { return watch_.get(); }
-    // Takes note of what happened. Throws std::system_error when the bell is gone and cannot be made again.
-    void drain();
+    // Takes note of what happened; true when it may have befallen the store file. Throws std::system_error when the
+    // bell is gone and cannot be made again.
+    bool drain();
 
  private:
     void watchBell();

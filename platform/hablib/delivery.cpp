@@ -16,7 +16,7 @@ namespace hab {
 namespace {
 
 // Changes taken from the journal in one look; the read transaction is over before a handler runs.
-constexpr int kBatch = 256;
+constexpr std::size_t kBatch = 256;
 
 // How soon to look again when the store was locked, or failing. Only then is anything done without a call from outside.
 constexpr int kLockedPauseMs = 5;
@@ -92,6 +92,9 @@ void Delivery::stop() {
 void Delivery::run() {
     Look last = Look::kDone;
     try {
+        if (store_->lost(*connection_)) {
+            return;  // before there was a watch
+        }
         do {
             last = look();
         } while (last != Look::kEnd && wait(last));
@@ -102,10 +105,9 @@ void Delivery::run() {
 
 // Delivers everything that is committed by now. A store that is locked keeps its place and is looked at again.
 Delivery::Look Delivery::look() {
-    if (store_->lost(*connection_)) {
+    if (watch_.drain() && store_->lost(*connection_)) {
         return Look::kEnd;
     }
-    watch_.drain();
     std::vector<Notice> notices;
     do {
         if (const Look fetched = fetch(notices); fetched != Look::kDone) {
@@ -117,7 +119,7 @@ Delivery::Look Delivery::look() {
             }
             position_ = notice.place;
         }
-    } while (!notices.empty());
+    } while (notices.size() >= kBatch);  // whoever commits more rings again
     return Look::kDone;
 }
 
@@ -126,7 +128,7 @@ Delivery::Look Delivery::fetch(std::vector<Notice>& notices) {
     try {
         connection_->waitUntil(Clock::now());
         const Run run(readJournal_);
-        readJournal_.bind(1, position_).bind(2, kBatch);
+        readJournal_.bind(1, position_).bind(2, static_cast<std::int64_t>(kBatch));
         while (readJournal_.next()) {
             notices.push_back(
                 {readJournal_.number(0), readJournal_.number(1), static_cast<int>(readJournal_.number(2))});
