@@ -1,6 +1,7 @@
 // Start-up in its fixed order, the parked main thread, and shutdown.
 #include "dro_main.h"
 
+#include <malloc.h>
 #include <semaphore.h>
 
 #include <algorithm>
@@ -197,6 +198,10 @@ int droagent_main(int argc, char** argv) {
         std::fputs("Cannot parse args. Input valid data from cli\n", stderr);
         return -1;
     }
+#ifdef M_ARENA_MAX
+    // Threads come and go with each message and event: a heap for each would keep what its longest list once took.
+    mallopt(M_ARENA_MAX, 1);
+#endif
     start(argv);
     park();
     jorv::Jorv_Handler_deInit();
