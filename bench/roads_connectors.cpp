@@ -160,7 +160,7 @@ void measure_connectors(Report& report) {
     const RunningAgent agent(router);
     const dro_test::AgentProcess floor(router.store, command_floor(router));
     wait_for_port(kFloorPort);
-    for (const int connectors : {1, 10, 25, 45}) {
+    for (const int connectors : {1, 10, 25, 50}) {
         measure_crowd(report, router, connectors);
     }
     measure_crowded(report, router);
