@@ -1,35 +1,47 @@
-// bell.h - how a writer wakes the sessions of other processes: a file beside the store, opened before a commit and
-// closed after it. Watchers see the closing, which the kernel does for a killed process too. One thread at a time.
+// bell.h - how a writer wakes the sessions of other processes: files beside the store, opened before a commit and
+// closed after it. Watchers see the closing, which the kernel does for a killed process too. Each table has a bell of
+// its own, so that a change wakes nobody but those who asked for its table.
 #pragma once
 
+#include <cstdint>
+#include <mutex>
 #include <string>
+#include <unordered_map>
 
 #include "file_watch.h"
 
 namespace hab {
 
-// Takes hold of the bell of the store at `path`, making the file (mode 0600) when it is not there; it rings when the
-// result is closed. None when it cannot be opened.
-FileDescriptor holdBell(const std::string& path);
+// The bell that all sessions hear; tables count from 1.
+inline constexpr std::int64_t kBellForAll = 0;
 
-// Sees the bell, and what happens to the store file. Holds kernel watches only: it costs nothing while nothing happens.
+// Takes hold of a table's bell of the store at `path`, making the file (mode 0600, the store's owner) when it is not
+// there; it rings when the result is closed. None when it cannot be opened. Any thread.
+FileDescriptor holdBell(const std::string& path, std::int64_t table);
+
+// Hears some bells, and what happens to the store file. Holds kernel watches only: it costs nothing while nothing
+// happens. Any thread.
 class BellWatch {
  public:
-    // Throws std::system_error when the watches cannot be set.
+    // Hears the bell for all. Throws std::system_error when the watches cannot be set.
     explicit BellWatch(const std::string& path);
+
+    // Hears a table's bell from now on; it must not hear it yet. Throws std::system_error.
+    void add(std::int64_t table);
 
     // Readable when something happened.
     int get() const { return watch_.get(); }
-    // Takes note of what happened; true when it may have befallen the store file. Throws std::system_error when the
-    // bell is gone and cannot be made again.
+    // Takes note of what happened; true when it may have befallen the store file. Throws std::system_error when a bell
+    // is gone and cannot be made again.
     bool drain();
 
  private:
-    void watchBell();
+    void watchBell(std::int64_t table);
 
-    std::string path_;
-    FileDescriptor watch_;
-    int bellWatch_ = -1;
+    const std::string path_;
+    const FileDescriptor watch_;
+    std::mutex mutex_;
+    std::unordered_map<int, std::int64_t> tables_;  // by the numbers of their bells' watches
 };
 
 }  // namespace hab

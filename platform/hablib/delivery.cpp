@@ -72,7 +72,10 @@ Delivery::Delivery(std::shared_ptr<Store> store, std::unique_ptr<Connection> con
 
 void Delivery::listen(const Table& table, std::int64_t from) {
     const std::lock_guard lock(mutex_);
-    tables_.emplace(&table, from);
+    if (!tables_.contains(&table)) {
+        watch_.add(table.id);
+        tables_.emplace(&table, from);
+    }
 }
 
 void Delivery::setHandler(hab_notice_handler handler, void* context) {

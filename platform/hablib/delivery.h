@@ -23,6 +23,7 @@ class Delivery {
     Delivery(std::shared_ptr<Store> store, std::unique_ptr<Connection> connection);
 
     // Delivers the changes of `table` that are committed after journal place `from`. A second call changes nothing.
+    // Throws std::system_error.
     void listen(const Table& table, std::int64_t from);
     void setHandler(hab_notice_handler handler, void* context);
 

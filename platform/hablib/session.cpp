@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cstdint>
+#include <set>
 #include <shared_mutex>
 #include <string>
 #include <unordered_map>
@@ -12,7 +13,7 @@ namespace hab {
 namespace {
 
 // A session that is further behind than this gets one notice for each value written since. The journal is cut now and
-// then, not at each write.
+// then, not at each write; then all sessions are woken, so that none is behind for the changes of others' tables.
 constexpr std::int64_t kJournalLength = 100'000;
 constexpr std::int64_t kJournalCut = 500;
 
@@ -139,20 +140,27 @@ int Session::commit(std::span<const Change> changes) {
     if (store_->lost(*connection_)) {
         return HAB_ERROR;
     }
+    std::set<std::int64_t> tables;
     for (const Change& change : changes) {
-        record(change);
+        const std::int64_t place = record(change);
+        tables.insert(change.field->table->id);
+        if (place % kJournalCut == 0) {
+            tables.insert(kBellForAll);
+        }
     }
-    // Rings when it is closed at the end of this function, or by the kernel if we are killed before.
-    const FileDescriptor bell = holdBell(store_->path());
-    if (!bell) {
-        store_->failed("its bell file cannot be opened, so nobody would notice a write; nothing was written");
-        return HAB_ERROR;
+    // They ring when they are closed at the end of this function, or by the kernel if we are killed before.
+    std::vector<FileDescriptor> bells;
+    for (const std::int64_t table : tables) {
+        if (!bells.emplace_back(holdBell(store_->path(), table))) {
+            store_->failed("its bell file cannot be opened, so nobody would notice a write; nothing was written");
+            return HAB_ERROR;
+        }
     }
     transaction.commit();
     return HAB_OK;
 }
 
-void Session::record(const Change& change) {
+std::int64_t Session::record(const Change& change) {
     writeJournal_.bind(1, change.field->id).bind(2, change.row).finish();
     const std::int64_t place = connection_->lastRowid();
     writeValue_.bind(1, change.field->id).bind(2, change.row).bind(4, place);
@@ -162,6 +170,7 @@ void Session::record(const Change& change) {
         Statement cut(*connection_, "DELETE FROM hab_journal WHERE seq <= ?1");
         cut.bind(1, place - kJournalLength).finish();
     }
+    return place;
 }
 
 int Session::readAll(std::vector<Change>& values) {

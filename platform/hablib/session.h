@@ -3,6 +3,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -69,7 +70,8 @@ class Session {
     template <class Operation>
     int whileThere(Operation operation);
     int commit(std::span<const Change> changes);
-    void record(const Change& change);
+    // The change's place in the journal.
+    std::int64_t record(const Change& change);
     std::shared_ptr<Delivery> delivery();
 
     const std::shared_ptr<Store> store_;

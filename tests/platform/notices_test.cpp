@@ -153,7 +153,7 @@ TEST_F(NoticesTest, GoOnWhenTheBellIsRemoved) {
     Notices notices(s_, {"General"});
     hab_set_ascii(s_, "General", 0, "FSN", "1");
     ASSERT_EQ(notices.await(1).size(), 1U);
-    ASSERT_TRUE(std::filesystem::remove(path_ + ".bell"));
+    ASSERT_TRUE(std::filesystem::remove(path_ + ".bell.1"));
     hab_set_ascii(s_, "General", 0, "FSN", "2");
     hab_set_ascii(s_, "General", 0, "FSN", "3");
     EXPECT_EQ(notices.await(3).size(), 3U);
