@@ -87,7 +87,7 @@ void fill_and_drain(DrainTimes& times) {
     router.cloud.forget();
     const long before = memory_of(agent.pid()).rss;
     notices.forget();
-    router.cloud.script(kPath, {dro_test::stall()});
+    router.cloud.script(kPath, {dro_test::kStall});
     for (int row = 0; row < kSlots; ++row) {
         announce(router, notices, row, static_cast<std::size_t>(row) + 1);
         note_memory(row + 1, memory_of(agent.pid()).rss - before, times);

@@ -5,7 +5,7 @@
 namespace dro_test {
 namespace {
 
-class Command : public PipelineTest {
+class Command : public AgentTest {
  protected:
     // What a message comes to: the parser's result, a line of the log, and all its acknowledgements.
     void expect(const std::string& message, int result, const std::string& said, int level, const Texts& acks) {
@@ -15,18 +15,15 @@ class Command : public PipelineTest {
         EXPECT_TRUE(log.has(said, level)) << said;
         EXPECT_EQ(acknowledgements(0), acks);
     }
+
+    static std::string text_of(std::size_t length) { return std::string(length, 'x'); }
+    // A data object that ends with a text of this length; `before` are its other members.
+    static std::string data_with(const std::string& name, std::size_t length, const std::string& before = "") {
+        return "{" + before + "\"" + name + "\":\"" + text_of(length) + "\"}";
+    }
 };
 
 constexpr const char* kSchedule = "UPDATE_DTN_SCHEDULE";
-
-std::string text_of(std::size_t length) {
-    return std::string(length, 'x');
-}
-
-// A data object that ends with a text of this length; `before` are its other members.
-std::string data_with(const std::string& name, std::size_t length, const std::string& before = "") {
-    return "{" + before + "\"" + name + "\":\"" + text_of(length) + "\"}";
-}
 
 TEST_F(Command, RefusesAMissingMember) {
     constexpr const char* kNoMac = "CD MAC is not present!\n";
@@ -137,9 +134,8 @@ TEST_F(Command, WritesItsRequestAndTriggersLast) {
     const std::string time = text_of(19);
     const std::string times = data_with("endTime", 19, R"("timeZone":")" + time + R"(","startTime":")" + time + "\",");
     const std::string word = text_of(31);
-    const std::string longest = data_with("cdMac", 19,
-                                          R"("cdName":")" + text_of(127) + R"(","cdType":")" + word +
-                                              R"(","cdBrand":")" + word + R"(","cdModel":")" + word + "\",");
+    const std::string words = R"("cdType":")" + word + R"(","cdBrand":")" + word + R"(","cdModel":")" + word + "\",";
+    const std::string longest = data_with("cdMac", 19, R"("cdName":")" + text_of(127) + "\"," + words);
     const Cases<const char*, std::string, std::string, const char*> cases{
         // command, data, writes (to DALHConfig unless another table is named), acknowledgement (the list is one itself)
         {"DEVICE_CLAIMED", "", claim(""), nullptr},
@@ -198,9 +194,9 @@ TEST_F(Command, WritesItsRequestAndTriggersLast) {
     for (const std::string name : {"Name", "Type", "Brand", "Model"}) {
         EXPECT_TRUE(log.has("CD " + name + " is not present! Perhaps cd" + name + " is not customized!\n", 4)) << name;
     }
-    EXPECT_TRUE(log.has("Got info for DTNSchedule time change\nData: UUID = u, cmd = UPDATE_DTN_SCHEDULE, timeZone = " +
-                            time + ", startTime = " + time + ", endTime = " + time + "\n",
-                        1));
+    const std::string schedule = "timeZone = " + time + ", startTime = " + time + ", endTime = " + time + "\n";
+    EXPECT_TRUE(
+        log.has("Got info for DTNSchedule time change\nData: UUID = u, cmd = UPDATE_DTN_SCHEDULE, " + schedule, 1));
     const StoreSpy spy;
     EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", "FETCH_CD", R"({"status":0})").c_str()), 0);
     EXPECT_EQ(spy.writes().at(0), "RADebugLog.dbgArg1=FETCH_CD command recieved from cloud");
@@ -213,14 +209,14 @@ TEST_F(Command, AcknowledgesByteForByteAndRetriesOnlySilence) {
     EXPECT_EQ(dro::sendTransactionACK("t-1", 0, text_of(600).c_str()), 0);
     EXPECT_EQ(cloud.requests("transactionAck/").at(1).body.size(), 511U);
     cloud.forget();
-    cloud.script("transactionAck/", {refused()});
+    cloud.script("transactionAck/", {kRefused});
     store.set("CircleCfgInternal.activationStatusDROA", "activated");
     const StoreSpy spy;
     EXPECT_EQ(dro::sendTransactionACK("t-2", 1, "Success"), 0);
     EXPECT_EQ(cloud.requests().size(), 1U);
     EXPECT_TRUE(spy.writes().empty()) << "the Circle state was not heard";
     cloud.forget();
-    cloud.answer_all(empty_answer(503));
+    cloud.answer_all(text_answer("", 503));
     EXPECT_EQ(dro::sendTransactionACK("t-3", 1, "Success"), 1);
     expect_three_attempts(true);
     EXPECT_EQ(log.count("No response from DRO Cloud\n"), 3U);

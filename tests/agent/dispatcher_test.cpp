@@ -4,8 +4,7 @@
 
 #include <unistd.h>
 
-#include <atomic>
-#include <thread>
+#include <future>
 
 #include "dro_stop.h"
 #include "pipeline.h"
@@ -13,9 +12,9 @@
 namespace dro_test {
 namespace {
 
-using Queue = PipelineTest;
+using Queue = AgentTest;
 
-TEST_F(Queue, HandsEventsOverInTheirOrder) {
+TEST_F(Queue, HandsEventsOverInTheirOrderCutAtTheirSizes) {
     EXPECT_TRUE(dro::isQueueEmpty());
     EXPECT_EQ(dro::dequeue(), 0);
     for (const char* payload : {"1", "2", "3"}) {
@@ -30,6 +29,10 @@ TEST_F(Queue, HandsEventsOverInTheirOrder) {
     EXPECT_EQ(dro::dequeue(), 0);
     EXPECT_TRUE(log.has("Dequeue Queue Data at index : 2, at Queue position = 1\n"));
     EXPECT_EQ(log.count_starting("Dequeue Queue Data at index : "), 3U) << "the last one goes without a line";
+    constexpr std::size_t kMost = std::size_t{2} * 1024 * 1024 - 1;
+    EXPECT_EQ(dro::enqueue_buf({"UPDATE_CD", std::string(kMost + 10, 'x')}), 1);
+    EXPECT_EQ(dro::wait_for_event()->type, "UPDAT");
+    EXPECT_TRUE(take_payload() == std::string(kMost, 'x'));
 }
 
 TEST_F(Queue, IsFullAfter256UntilItHasBeenEmpty) {
@@ -48,28 +51,15 @@ TEST_F(Queue, IsFullAfter256UntilItHasBeenEmpty) {
     EXPECT_EQ(dro::enqueue_buf({"DTN", "{}"}), 1);
 }
 
-TEST_F(Queue, KeepsFiveCharactersOfTheTypeAndTwoMebibytesOfThePayload) {
-    constexpr std::size_t kMost = std::size_t{2} * 1024 * 1024 - 1;
-    EXPECT_EQ(dro::enqueue_buf({"UPDATE_CD", std::string(kMost + 10, 'x')}), 1);
-    EXPECT_EQ(dro::wait_for_event()->type, "UPDAT");
-    EXPECT_TRUE(take_payload() == std::string(kMost, 'x'));
-}
-
 TEST_F(Queue, ShowsAnEventOnlyOnceItsMarkIsWritten) {
     StoreSpy spy;
-    std::atomic<bool> seen{false};
-    bool seenBeforeMark = false;
-    std::thread consumer;
+    std::future<void> consumed;
     spy.before_write("RADebugLog.dbgArg1", [&] {
-        consumer = std::thread([&] {
-            dro::wait_for_event();
-            seen = true;
-        });
-        seenBeforeMark = eventually([&] { return seen.load(); }, std::chrono::milliseconds(50));
+        consumed = std::async(std::launch::async, [] { dro::wait_for_event(); });
+        EXPECT_EQ(consumed.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
     });
     EXPECT_EQ(dro::enqueue_buf({"NDNEV", "{}"}), 1);
-    consumer.join();
-    EXPECT_FALSE(seenBeforeMark);
+    consumed.get();
     EXPECT_EQ(spy.writes(), Texts{"RADebugLog.dbgArg1=CDIL payload enqueue successfull"});
     EXPECT_TRUE(log.in_order({"In func enqueue_buf\n", "After memset\n", "Returning from enqueue_buf\n"}));
 }
@@ -91,11 +81,10 @@ TEST_F(Queue, CostsLittleForSmallEvents) {
 
 // ---- The dispatcher ----
 
-class Dispatcher : public PipelineTest {
+class Dispatcher : public AgentTest {
  protected:
     void start() {
         store.set_all({{"DroStatus.dispatcherSupport", "true"}, {"DroCfg.claimState", "true"}});
-        dro::InitQueue();
         ASSERT_EQ(dro::init_dispatcher(), 0);
         ASSERT_TRUE(log.wait_for("gets the claimState\n"));
     }
@@ -155,17 +144,17 @@ TEST_F(Dispatcher, SendsEachEventByItsOwnWay) {
 TEST_F(Dispatcher, GoesOnAfterAnEventThatFailed) {
     start();
     store.set("BSTResults.bstRequestType", "scheduled");
-    cloud.answer_all(refused());
+    cloud.answer_all(kRefused);
     expect("DTN", "/syncCD/DTN", kNoDevice, "DTN Sync not successfull\n", 4);
     expect("UPDAT", "/syncCD/UPDATE_CD", "", "UPDATE_CD Sync not successfull\n", 4);
-    cloud.answer_all(hang_up());
+    cloud.answer_all(kHangUp);
     expect("DTN", "/syncCD/DTN", kNoDevice, "No response from DRO Cloud\n", 4);
     expect("UPDAT", "/syncCD/UPDATE_CD", "", "UPDATE_CD Sync successfull\n", 1);
     expect("B", "/pushStData/M", kUnknown, "Setting bststats as unknown\n", 1);
     expect("CDIL", "/syncCD/CDIL", kListSent, "CDIL Sync successfull\n", 1);
     store.set("DroStatus.cdilTransUuid", "t-1");
     expect("CDIL", "/transactionAck/", "", "CDIL Sync not successfull\n", 4);
-    cloud.answer_all(refused());
+    cloud.answer_all(kRefused);
     expect("CDIL", "/transactionAck/", kListSent, "CDIL Sync successfull\n", 1);
 }
 
@@ -175,7 +164,7 @@ TEST_F(Dispatcher, LooksAtAnUnknownEventAgainAndAgainWhileLaterOnesWait) {
     dro::enqueue_buf({"NDN", "{}"});  // two letters short
     dro::enqueue_buf({"NDNEV", "{}"});
     ASSERT_TRUE(log.wait_for("No Case Matched!\n", 4));
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, 3 * short_durations().unknownEvent);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 3 * durations.unknownEvent);
     EXPECT_TRUE(log.has("eventTypeNo is -1\n"));
     EXPECT_TRUE(log.has("Event on ArrQueue NDNEV\n")) << "the newest event's tag";
     EXPECT_TRUE(cloud.requests().empty());

@@ -111,7 +111,7 @@ TEST_F(Entry, OnlyATextUuidMakesACommand) {
 
 TEST_F(Entry, MessagesAreProcessedOneAfterTheOther) {
     const char* const locked = "=====LOCKed Process..=====\n";
-    cloud.script("transactionAck/", {stall()});
+    cloud.script("transactionAck/", {kStall});
     const auto deliver = [](const char* uuid) {
         dro::JorvAgentNotification_cbHandler(envelope(uuid, "BLOCK_CD", R"({"cdMac":""})").c_str());
     };

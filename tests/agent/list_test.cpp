@@ -72,7 +72,7 @@ TEST_F(Record, AnAddressThatCannotBeReadShowsTheBytesBeforeIt) {
 constexpr const char* kStatus = "DALHNotifyCDIL.CDILstatus";
 constexpr const char* kLooked = "CDIL Status on DALHNotify is ";
 
-class DeviceList : public PipelineTest {
+class DeviceList : public AgentTest {
  protected:
     // Subscribes to the device service's notices, without a dispatcher: what is queued stays there.
     void start_sync() {
@@ -124,7 +124,7 @@ TEST_F(DeviceList, AFetchIsWrittenInItsOrder) {
 
 // ---- Pushing ----
 
-TEST_F(DeviceList, GoesToTheTransactionThatWaitsForIt) {
+TEST_F(DeviceList, GoesToTheTransactionThatWaitsForItAndIsCutAtHalfAMebibyte) {
     const auto expect = [&](const char* uuid, const char* path, const char* rest, const char* logged,
                             const char* syncAtAfter) {
         forget();
@@ -146,16 +146,22 @@ TEST_F(DeviceList, GoesToTheTransactionThatWaitsForIt) {
            "SYNC_CD_ API call Successfull\n\n", "PERIODIC");
     expect("", "/syncCD/", kUnsolicited, "G-API call Successfull\n\n", "");
     expect("Noop", "/syncCD/", kUnsolicited, "\nTrans ACK API Status Success response\n", "");
+    cloud.forget();
+    EXPECT_EQ(dro::pushToCloud_cdil(("[" + std::string(600'000, 'x') + "]").c_str()), 0);
+    const std::string body = only_request().body;
+    EXPECT_EQ(body.size(), 524'287U);
+    EXPECT_TRUE(body.ends_with("xxx"));
 }
 
 TEST_F(DeviceList, ASilentCloudIsTriedThreeTimes) {
-    set_durations([](dro::Durations& durations) { durations.retryPause = std::chrono::milliseconds(500); });
+    durations.retryPause = std::chrono::milliseconds(500);
+    dro::set_durations(durations);
     store.set_all({{"DroStatus.cdilTransUuid", "t-1"}, {"DroStatus.cdilsyncAt", "PERIODIC"}});
-    cloud.answer_all(refused());
+    cloud.answer_all(kRefused);
     EXPECT_EQ(dro::pushToCloud_cdil("[]"), 0);
     EXPECT_EQ(cloud.requests().size(), 1U) << "one that answers, once";
     cloud.forget();
-    cloud.answer_all(empty_answer(503));
+    cloud.answer_all(text_answer("", 503));
     const StoreSpy spy;
     EXPECT_EQ(dro::pushToCloud_cdil("[]"), 1);
     expect_three_attempts(false);
@@ -169,13 +175,6 @@ TEST_F(DeviceList, ASilentCloudIsTriedThreeTimes) {
     expect_three_attempts(true);
     EXPECT_EQ(log.count("No response from DRO Cloud\n", 4), 3U);
     EXPECT_EQ(store.get("DroStatus.cdilsyncAt"), "");
-}
-
-TEST_F(DeviceList, ABodyIsCutAtHalfAMebibyte) {
-    EXPECT_EQ(dro::pushToCloud_cdil(("[" + std::string(600'000, 'x') + "]").c_str()), 0);
-    const std::string body = only_request().body;
-    EXPECT_EQ(body.size(), 524'287U);
-    EXPECT_TRUE(body.ends_with("xxx"));
 }
 
 // ---- Building ----

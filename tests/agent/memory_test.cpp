@@ -21,7 +21,7 @@ void* allocate(std::size_t size) {
     return g_left-- == 0 ? nullptr : std::malloc(size);
 }
 
-class ScarceMemory : public PipelineTest {
+class ScarceMemory : public AgentTest {
  protected:
     ScarceMemory() {
         cJSON_Hooks hooks{allocate, std::free};
@@ -29,56 +29,46 @@ class ScarceMemory : public PipelineTest {
     }
     ~ScarceMemory() override { cJSON_InitHooks(nullptr); }
 
-    // Runs `work` with its allocation number `failing` failing. True when there was such an allocation; `made` is what
-    // was queued and what was sent.
-    bool run(const std::function<void()>& work, int failing, Texts& made) {
-        g_left = failing;
-        work();
-        const bool failed = std::exchange(g_left, -1) < 0;
-        made = dro::isQueueEmpty() ? Texts{} : Texts{take_payload()};
+    // What was queued and what was sent.
+    Texts made() {
+        Texts texts = dro::isQueueEmpty() ? Texts{} : Texts{take_payload()};
         for (const Request& request : cloud.requests()) {
-            made.push_back(request.body);
+            texts.push_back(request.body);
         }
         cloud.forget();
-        return failed;
+        return texts;
     }
 };
 
 TEST_F(ScarceMemory, IsReportedAndNoHalfTextLeaves) {
     add_device(store, 0);
     dro::IndexList first{};
-    const Cases<const char*, std::function<void()>, Texts> cases{
-        {"new device",
-         [] { dro::t_Handler_ndnSync(0); },
+    const std::string command = envelope("u", "BLOCK_CD", R"({"cdMac":"02:00:00:00:00:01"})");
+    const Cases<std::function<void()>, Texts> cases{
+        {[] { dro::t_Handler_ndnSync(0); },
          {"[DROAGENT] - Failed to create cJSON root\n",
           "[DROAGENT] - Failed to render NDN JSON object to NDN JSON payload.\n"}},
-        {"device update",
-         [] { dro::t_Handler_cdUpdate(0); },
+        {[] { dro::t_Handler_cdUpdate(0); },
          {"[DROAGENT] - Failed to create cJSON array\n",
           "[DROAGENT] - Failed to render UPDATE_CD JSON array to UPDATE_CD JSON payload.\n"}},
-        {"list",
-         [&first] { dro::syncCdil_timerExit(1, first); },
+        {[&first] { dro::syncCdil_timerExit(1, first); },
          {"[DROAGENT] - Failed to create cJSON array\n", "[DROAGENT] - Failed to create cJSON root\n",
           "[DROAGENT] - Failed to render CDIL JSON array to CDIL JSON payload.\n"}},
-        {"health",
-         [] { dro::sendClientStatus("RCLIENT", "CONNECTED"); },
+        {[] { dro::sendClientStatus("RCLIENT", "CONNECTED"); },
          {"(DROAGENT) - Cannot create jobj object\n", "(DROAGENT) - Failure to allocate cjson message buffer\n"}},
-        {"command",
-         [] { dro::parseUUIDBaseBuffer(envelope("u", "BLOCK_CD", R"({"cdMac":"02:00:00:00:00:01"})").c_str()); },
-         {}}};
-    for (const auto& [name, work, said] : cases) {
-        SCOPED_TRACE(name);
+        {[&command] { dro::parseUUIDBaseBuffer(command.c_str()); }, {}}};
+    for (const auto& [work, said] : cases) {
+        SCOPED_TRACE(::testing::PrintToString(said));
         forget();
         int failing = 0;
-        Texts made;
-        while (run(work, failing, made)) {
-            for (const std::string& text : made) {
+        for (g_left = 0, work(); std::exchange(g_left, -1) < 0; g_left = ++failing, work()) {
+            for (const std::string& text : made()) {
                 EXPECT_TRUE(dro::Json(cJSON_ParseWithOpts(text.c_str(), nullptr, 1))) << text;
             }
-            ASSERT_LT(++failing, 1000);
+            ASSERT_LT(failing, 1000);
         }
         EXPECT_GT(failing, 5);
-        EXPECT_EQ(made.size(), 1U) << "what is whole";
+        EXPECT_EQ(made().size(), 1U) << "what is whole";
         for (const std::string& text : said) {
             EXPECT_TRUE(log.has(text, 4)) << text;
         }

@@ -13,7 +13,7 @@
 namespace dro_test {
 namespace {
 
-class Notifications : public PipelineTest {
+class Notifications : public AgentTest {
  protected:
     // Starts the pipeline of a claimed router that supports everything.
     void start_all() {

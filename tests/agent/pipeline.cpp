@@ -84,27 +84,4 @@ std::string after_signature(const std::string& body) {
                                                        : "UNSIGNED " + body.substr(0, 2 * kLength);
 }
 
-void PipelineTest::expect_three_attempts(bool pauseAfterLast) const {
-    const auto end = std::chrono::steady_clock::now();
-    const auto pause = dro::durations().retryPause;
-    const auto requests = cloud.requests();
-    ASSERT_EQ(requests.size(), 3U);
-    EXPECT_EQ(requests[0].body, requests[2].body) << "one token for all";
-    EXPECT_GE(requests[1].at - requests[0].at, pause);
-    EXPECT_GE(requests[2].at - requests[1].at, pause);
-    EXPECT_EQ(end - requests[2].at >= pause, pauseAfterLast);
-}
-
-std::string PipelineTest::take_payload() {
-    const auto head = dro::isQueueEmpty() ? std::nullopt : dro::wait_for_event();
-    dro::dequeue();
-    return head ? head->payload : "NO EVENT";
-}
-
-void PipelineTest::fill_queue() {
-    dro::InitQueue();
-    while (dro::enqueue_buf({"NDNEV", "{}"}) == 1) {
-    }
-}
-
 }  // namespace dro_test

@@ -1,8 +1,7 @@
-// pipeline.h - what the tests of device events, lists and the Circle service share.
+// pipeline.h - devices in the store, and how their records and other bodies look to the cloud.
 #pragma once
 
 #include "agent_test.h"
-#include "dro_fifo.h"
 #include "store_spy.h"
 
 namespace dro_test {
@@ -22,27 +21,5 @@ std::string device_record(int row, bool answering = false);
 // What follows token, time stamp and serial number in a request's body, the comma included; "UNSIGNED " and the body's
 // start when these three are not as they should be.
 std::string after_signature(const std::string& body);
-
-class PipelineTest : public AgentTest {
- protected:
-    PipelineTest() { dro::InitQueue(); }
-
-    // Puts other durations in force. While nothing of the agent waits.
-    template <typename Change>
-    static void set_durations(Change change) {
-        dro::Durations durations = short_durations();
-        change(durations);
-        dro::set_durations(durations);
-    }
-
-    // The cloud's requests are three attempts at one thing, a retry pause apart, and the last is a pause ago, or less.
-    void expect_three_attempts(bool pauseAfterLast) const;
-
-    // Takes the oldest event off the queue and hands back its payload.
-    static std::string take_payload();
-
-    // Takes every slot of the queue, so that the next event is dropped.
-    static void fill_queue();
-};
 
 }  // namespace dro_test

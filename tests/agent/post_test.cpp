@@ -29,33 +29,24 @@ class Post : public AgentTest {
     std::optional<std::string> answer;
 };
 
-std::string hex(const std::array<std::uint8_t, 32>& digest) {
-    std::string text;
-    for (const std::uint8_t byte : digest) {
-        text += {"0123456789abcdef"[byte / 16], "0123456789abcdef"[byte % 16]};
-    }
-    return text;
+using Digest = std::array<std::uint8_t, 32>;
+
+Digest openssl_sha256(const std::string& text) {
+    Digest digest{};
+    SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
+    return digest;
 }
 
-std::string our_sha256(const std::string& text) {
-    dro::Sha256Context context{};
-    std::array<std::uint8_t, 32> digest{};
-    dro::sha256_init(context);
-    dro::sha256_update(context, text.data(), text.size());
-    dro::sha256_final(context, digest);
-    return hex(digest);
-}
-
-// The examples of FIPS 180-4, and every length around the block's edges against another implementation.
+// Every length around the block's edges, with bytes of every value, against another implementation.
 TEST(Sha256, MatchesTheStandard) {
-    EXPECT_EQ(our_sha256("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-    EXPECT_EQ(our_sha256("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
-              "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
-    for (std::size_t length = 0; length < 200; ++length) {
-        const std::string text(length, 'a');
-        std::array<std::uint8_t, 32> expected{};
-        SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), expected.data());
-        EXPECT_EQ(our_sha256(text), hex(expected)) << length;
+    std::string text;
+    for (int length = 0; length < 300; ++length, text += static_cast<char>(length)) {
+        dro::Sha256Context context{};
+        Digest digest{};
+        dro::sha256_init(context);
+        dro::sha256_update(context, text.data(), text.size());
+        dro::sha256_final(context, digest);
+        EXPECT_EQ(digest, openssl_sha256(text)) << length;
     }
 }
 
@@ -84,7 +75,11 @@ TEST_F(Post, SignsWithSerialTimeAndSecret) {
         ASSERT_EQ(dro::get_token(serial.c_str(), timestamp.data(), token.data(), timestamp.size(), token.size()), 0);
         EXPECT_LE(std::stol(timestamp.data()) - before, 5);
         const std::string input = serial + ":" + timestamp.data() + ":6c61622d6f6e6c792d73656372657421";
-        EXPECT_EQ(token.data(), our_sha256(input.substr(0, 63)));
+        std::string hex;
+        for (const std::uint8_t byte : openssl_sha256(input.substr(0, 63))) {
+            hex += {"0123456789abcdef"[byte / 16], "0123456789abcdef"[byte % 16]};
+        }
+        EXPECT_EQ(token.data(), hex);
         EXPECT_TRUE(log.has(std::string("TimeStamp : ") + timestamp.data() + "\n"));
     }
     token.fill('#');  // a small buffer gets what fits
@@ -120,16 +115,13 @@ TEST_F(Post, SendsItsHeadersOnAConnectionOfItsOwn) {
 }
 
 TEST_F(Post, HandsOverWhateverBodyCame) {
-    cloud.script("x/", {text_answer(R"({"status":0})", 500), empty_answer(), hang_up(), reset()});
+    cloud.script("x/", {text_answer(R"({"status":0})", 500), kEmpty, kHangUp});
     EXPECT_EQ(post(), 12U);
     EXPECT_EQ(answer, R"({"status":0})");
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(post(), 0U);
-    }
+    EXPECT_EQ(post() + post(), 0U);
     EXPECT_EQ(answer, R"({"status":0})");
     EXPECT_TRUE(log.has("(DROagent) - res= 0x0, HTTP status code = 500\n"));
     EXPECT_EQ(log.count_starting("curl_easy_perform() failed: Transferred a partial file::0x"), 1U);
-    EXPECT_EQ(log.count_starting("curl_easy_perform() failed: Failure when receiving data from the peer::0x"), 1U);
     EXPECT_EQ(dro::curl_post("https://qa.dro.localhost:1/", "{}", answer), 0U);  // nobody listens
     EXPECT_EQ(log.count_starting("curl_easy_perform() failed: Couldn't connect to server::0x"), 1U);
 }
@@ -173,7 +165,7 @@ TEST_F(Post, ResumesATlsSessionOnlyOnTheSameTrust) {
     EXPECT_TRUE(resumed());
     trust(identity());
     EXPECT_FALSE(resumed()) << "what was not checked does not count as checked";
-    cloud.script("x/", {hang_up()});
+    cloud.script("x/", {kHangUp});
     EXPECT_EQ(post(), 0U);
     EXPECT_FALSE(resumed());
     dro::RequestRules rules = provisioned;
@@ -190,7 +182,7 @@ TEST_F(Post, KeepsTheDeploymentsRules) {
     EXPECT_EQ(provisioned.limit.count(), 0);
     EXPECT_FALSE(provisioned.needsCaBundle);
     const std::string longest(provisioned.largestAnswer, 'x');
-    cloud.script("x/", {text_answer(longest), text_answer(longest + "x"), stall()});
+    cloud.script("x/", {text_answer(longest), text_answer(longest + "x"), kStall});
     EXPECT_EQ(post(), longest.size());
     EXPECT_EQ(post(), 0U);
     EXPECT_TRUE(log.has("The answer is longer than 16777216 bytes\n", 4));
@@ -228,7 +220,7 @@ TEST_F(Post, CutsEndpointsAtTheirSize) {
 constexpr auto kGeneric = dro::pushToCloud_generic;
 constexpr auto kSpeedTest = dro::pushTocloud_bstdata;
 
-using Pushes = PipelineTest;
+using Pushes = AgentTest;
 
 TEST_F(Pushes, BodiesAreExact) {
     const auto expect = [&](auto push, const char* type, const std::string& payload, const std::string& path,
@@ -252,8 +244,8 @@ TEST_F(Pushes, BodiesAreExact) {
            1);
     expect(kSpeedTest, "B", R"({"ul":"1"})", "/pushStData/", R"(,"type":"B","data":{"ul":"1"}})", 0);
     expect(kSpeedTest, "M", "{}", "/pushStData/", R"(,"type":"M","data":{}})", 0);
-    expect(kSpeedTest, "B", longResult, "/pushStData/",
-           (R"(,"type":"B","data":)" + longResult).substr(0, 511 - kSignature), 0);
+    const std::string cut = (R"(,"type":"B","data":)" + longResult).substr(0, 511 - kSignature);
+    expect(kSpeedTest, "B", longResult, "/pushStData/", cut, 0);
 }
 
 TEST_F(Pushes, UnknownTypesAreNotSent) {
@@ -296,11 +288,9 @@ TEST_F(Pushes, AnAnswerIsJudgedByItsStatus) {
     }
 }
 
-TEST_F(Pushes, AnAnswerEndsTheAttempts) {
-    const Cases<const char*, int, bool> cases{{R"({"status":1})", 500, true},
-                                              {R"({"status":0})", 200, false},
-                                              {R"({"status":2})", 200, false},
-                                              {"<html>", 502, false}};
+TEST_F(Pushes, EndWithAnAnswerOrAfterThreeAttemptsWithAPauseAfterEach) {
+    const Cases<const char*, int, bool> cases{
+        {R"({"status":1})", 500, true}, {R"({"status":0})", 200, false}, {"<html>", 502, false}};
     for (const auto& [answer, httpStatus, accepted] : cases) {
         forget();
         cloud.answer_all(text_answer(answer, httpStatus));
@@ -311,10 +301,8 @@ TEST_F(Pushes, AnAnswerEndsTheAttempts) {
         EXPECT_EQ(log.has("PUSHDATA-API call Successfull\n\n"), accepted) << answer;
         EXPECT_EQ(cloud.requests().size(), 2U) << answer;
     }
-}
-
-TEST_F(Pushes, TryASilentCloudThreeTimesWithAPauseAfterEach) {
-    cloud.answer_all(empty_answer());
+    forget();
+    cloud.answer_all(kEmpty);
     store.set("DroStatus.cdilsyncAt", "PERIODIC");
     EXPECT_EQ(kGeneric("UPDATE_CD", "[]"), 1);
     expect_three_attempts(true);
@@ -324,7 +312,7 @@ TEST_F(Pushes, TryASilentCloudThreeTimesWithAPauseAfterEach) {
     expect_three_attempts(true);
     EXPECT_EQ(log.count("No response from DRO Cloud\n", 4), 6U);
     cloud.forget();
-    cloud.script("syncCD/", {hang_up(), refused()});
+    cloud.script("syncCD/", {kHangUp, kRefused});
     EXPECT_EQ(kGeneric("NDN", "{}"), 0);
     EXPECT_EQ(cloud.requests().size(), 2U);
 }

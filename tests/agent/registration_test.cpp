@@ -14,11 +14,13 @@ namespace {
 
 constexpr const char* kRegistered = R"({"status":1,"reset":false,"claimState":true,"syncTime":null})";
 
-class Registration : public PipelineTest {
+class Registration : public AgentTest {
  protected:
     ~Registration() override { alarm(0); }
 
     std::vector<Request> sent() const { return cloud.requests("addJorvDeviceId/"); }
+    // A time of day.
+    static constexpr int at(int h, int min = 0, int sec = 0) { return h * 3600 + min * 60 + sec; }
     bool done() const { return store.get("DROStatus.addJorvdeviceIdDone") == "true"; }
 
     // Registers against an accepting cloud and hands back the body.
@@ -49,30 +51,28 @@ TEST_F(Registration, SaysExactlyWhoTheRouterIsAndOnce) {
     dro::registerDroCloud();
     EXPECT_EQ(sent().size(), 1U);
     EXPECT_TRUE(log.has("AddjorvDeviceId API already done\n", 2));
-}
-
-TEST_F(Registration, NamesEachFeatureAndTakesAnUnreadableOneForThere) {
-    const Cases<std::string, const char*> cases{{"CDIL", R"("CDIL":false, )"},
-                                                {"NDN", R"("NewDeviceNoti":false,)"},
-                                                {"DTN", R"("DeviceTagging":false,)"},
-                                                {"BST", R"("BackgroudSpeedtest":false}})"}};
-    for (const auto& [flag, text] : cases) {
-        store.set("droFeature." + flag, "false");
-        EXPECT_NE(registered_body().find(text), std::string::npos) << text;
-    }
-    StoreSpy spy;
-    spy.fail("droFeature.BST", HAB_TIMEOUT);
-    EXPECT_NE(registered_body().find(R"("BackgroudSpeedtest":true}})"), std::string::npos);
-    EXPECT_TRUE(log.has(std::string(hab_error_string(HAB_TIMEOUT)) + "\n", 4));
-}
-
-TEST_F(Registration, CutsABodyThatIsTooLong) {
+    // A body that is too long is cut.
     store.set_all({{"General.DeviceName", std::string(63, 'n')},
                    {"General.DeviceModel", std::string(63, 'm')},
                    {"General.FwRevision", std::string(63, 'f')},
                    {"JorvagentCfg.jorv_agent_id", std::string(47, 'j')}});
     start_agent();
     EXPECT_EQ(registered_body().size(), 511U);
+}
+
+TEST_F(Registration, NamesEachFeatureAndTakesAnUnreadableOneForThere) {
+    const Cases<const char*, const char*> cases{{"droFeature.CDIL", R"("CDIL":false, )"},
+                                                {"droFeature.NDN", R"("NewDeviceNoti":false,)"},
+                                                {"droFeature.DTN", R"("DeviceTagging":false,)"},
+                                                {"droFeature.BST", R"("BackgroudSpeedtest":false}})"}};
+    for (const auto& [feature, text] : cases) {
+        store.set(feature, "false");
+        EXPECT_NE(registered_body().find(text), std::string::npos) << text;
+    }
+    StoreSpy spy;
+    spy.fail("droFeature.BST", HAB_TIMEOUT);
+    EXPECT_NE(registered_body().find(R"("BackgroudSpeedtest":true}})"), std::string::npos);
+    EXPECT_TRUE(log.has(std::string(hab_error_string(HAB_TIMEOUT)) + "\n", 4));
 }
 
 TEST_F(Registration, ReadsAnIncompleteIdentityAgain) {
@@ -105,16 +105,16 @@ TEST_F(Registration, JudgesTheAnswer) {
     expect(start + R"("02:00:00"})", 0, "false", "true", "Time_stamp = \"02:00:00\"\n", 1);
     expect(start + "7}", 0, "false", "true", "Time_stamp = 7\n", 1);
     expect(start + "[1,2]}", 0, "false", "true", "Time_stamp = [1, 2]\n", 1);
-    expect(start + "\"" + std::string(40, '9') + "\"}", 0, "false", "true",
-           "Time_stamp = \"" + std::string(30, '9') + "\n", 1);
+    const std::string cut = "\"" + std::string(30, '9');
+    expect(start + cut + "9999999999\"}", 0, "false", "true", "Time_stamp = " + cut + "\n", 1);
     expect(start + "null}", 0, "false", "true", "null", 1);
     expect(R"({"status":true,"reset":null,"claimState":1,"syncTime":null})", 0, "true", "false", kSuccess, 1);
     expect(start + R"(null,"message":"late"})", 0, "false", "true", " message: late\n ", 4);
     expect(R"({"status":1,"claimState":true,"syncTime":null})", -1, "false", "false", kSuccess, 1);
     expect(R"({"status":1,"reset":true,"syncTime":null})", -1, "true", "true", "\nreset config called\n", 1);
     expect(R"({"status":1,"reset":false,"claimState":true})", -1, "false", "true", kSuccess, 1);
-    expect(R"({"status":0,"message":"no"})", -1, "true", "true",
-           "addJorvDeviceId not peformed successfully returned error status..\n", 4);
+    constexpr const char* kRefused = "addJorvDeviceId not peformed successfully returned error status..\n";
+    expect(R"({"status":0,"message":"no"})", -1, "true", "true", kRefused, 4);
     expect(R"({"status":0,"errorCode":"E1","claimState":false})", -1, "true", "true", " errorCode: E1\n ", 4);
     expect(R"({"status":false,"reset":true})", -1, "true", "true", "\nreset config called\n", 1);
     expect(R"({"status":2})", 0, "true", "true", "No Status code received...\n", 4);
@@ -124,7 +124,7 @@ TEST_F(Registration, JudgesTheAnswer) {
 }
 
 TEST_F(Registration, TriesARefusedOrSilentCloudAgain) {
-    cloud.script("addJorvDeviceId/", {refused(), hang_up(), text_answer(kRegistered)});
+    cloud.script("addJorvDeviceId/", {kRefused, kHangUp, text_answer(kRegistered)});
     dro::registerDroCloud();
     EXPECT_EQ(sent().size(), 3U);
     EXPECT_TRUE(log.has("Response from DROCloud: {\"status\":0}\n"));
@@ -132,7 +132,7 @@ TEST_F(Registration, TriesARefusedOrSilentCloudAgain) {
     EXPECT_TRUE(done());
 
     cloud.forget();
-    cloud.answer_all(refused());
+    cloud.answer_all(kRefused);
     store.set("DROStatus.addJorvdeviceIdDone", "false");
     dro::registerDroCloud();
     expect_three_attempts(true);
@@ -149,10 +149,6 @@ TEST_F(Registration, TriesARefusedOrSilentCloudAgain) {
 }
 
 // ---- Daily sync ----
-
-constexpr int at(int hours, int minutes = 0, int seconds = 0) {
-    return hours * 3600 + minutes * 60 + seconds;
-}
 
 TEST_F(Registration, SyncsAtTheTimeOfDayAsTheFleetKnowsIt) {
     const auto expect = [](const char* what, const std::string& text, int utc, int local, int seconds) {

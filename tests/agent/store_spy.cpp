@@ -106,14 +106,6 @@ std::vector<std::string> StoreSpy::writes(std::string_view start) const {
     return matching;
 }
 
-}  // namespace dro_test
-
-using dro_test::as_text;
-using dro_test::behind;
-using dro_test::failure_of;
-using dro_test::name_of;
-using dro_test::note_write;
-
 // Defined in the test program, these stand before the library's functions of the same names.
 extern "C" {
 
@@ -149,3 +141,5 @@ int hab_get_ascii(hab_session* session, const char* table, int row, const char* 
 }
 
 }  // extern "C"
+
+}  // namespace dro_test

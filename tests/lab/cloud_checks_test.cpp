@@ -58,13 +58,10 @@ TEST(CloudChecks, OneThingWrongIsSeenAndNamed) {
         spoil(received);
         EXPECT_EQ(faultOf(received), fault);
     }
-}
-
-TEST(CloudChecks, ASpoiledMemberIsSeenAndNamed) {
     const Received ack = acknowledgement();
     const Received sync = request("/syncCD/", R"(,"type":"CDIL","syncAt":"","cdl":[)" + kSynced + "]");
     // The request, a piece of it, what stands there instead, and the fault.
-    const dro_test::Cases<Received, std::string, std::string, const char*> cases{
+    const dro_test::Cases<Received, std::string, std::string, const char*> members{
         {ack, R"("token":"a)", R"("token":"b)", "401 the token does not belong to this serial number and time stamp"},
         {ack, R"("token")", R"("Token")", "400 token is missing or no string"},
         {ack, kSerial, "LAB000000000002", "401 unknown serial number \"LAB000000000002\""},
@@ -77,7 +74,7 @@ TEST(CloudChecks, ASpoiledMemberIsSeenAndNamed) {
         {sync, R"("CDIL")", R"("CD")", "400 type is \"CD\""},
         {sync, R"("mac")", R"("cdMac")", "400 mac is missing or no string"},
         {sync, R"("cdStatus":"1",)", "", "400 device: cdStatus is missing or no string"}};
-    for (const auto& [right, piece, other, fault] : cases) {
+    for (const auto& [right, piece, other, fault] : members) {
         Received spoiled = right;
         spoiled.body.replace(right.body.find(piece), piece.size(), other);
         EXPECT_EQ(faultOf(right), "");

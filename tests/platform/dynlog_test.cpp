@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -23,6 +22,7 @@ class Dynlog : public StoreTest {
     ~Dynlog() override { dynlog_lib_uninit(); }
 
     std::string log() const { return file_text(folder_ + "/agent.log"); }
+    void empty_log() const { std::filesystem::resize_file(folder_ + "/agent.log", 0); }
 };
 
 TEST_F(Dynlog, WritesOneLineForEachCall) {
@@ -39,7 +39,7 @@ TEST_F(Dynlog, WritesOneLineForEachCall) {
         {"\xC3\xBC \xFF", "\xC3\xBC \xFF"},
         {"", "dynlog_test.cpp:1 \n"}};
     for (const auto& [message, shown] : cases) {
-        std::filesystem::resize_file(folder_ + "/agent.log", 0);
+        empty_log();
         log_printf(4, "dynlog_test.cpp", 1, "%s", message);
         EXPECT_THAT(log(), HasSubstr(shown));
         EXPECT_EQ(log().find('\n'), log().size() - 1) << message;
@@ -50,7 +50,7 @@ TEST_F(Dynlog, WritesTheLevelsThatTheStoreSelects) {
     ASSERT_EQ(dynlog_lib_init(), 0);
     // The levels that are logged now.
     const auto logged = [&] {
-        std::filesystem::resize_file(folder_ + "/agent.log", 0);
+        empty_log();
         std::string levels;
         for (const int level : {1, 2, 4}) {
             log_printf(level, "f", level, "m");
@@ -108,11 +108,10 @@ TEST_F(Dynlog, SaysWhenItsFileCannotBeOpened) {
 }
 
 TEST_F(Dynlog, StandsOpeningAndClosingWhileOthersLog) {
-    std::atomic<bool> done = false;
-    std::vector<std::jthread> loggers;
-    for (int i = 0; i < 4; ++i) {
-        loggers.emplace_back([&done] {
-            while (!done) {
+    std::vector<std::jthread> loggers(4);
+    for (std::jthread& logger : loggers) {
+        logger = std::jthread([](const std::stop_token& done) {
+            while (!done.stop_requested()) {
                 log_printf(4, "f", 1, "%s\n", "line");
             }
         });
@@ -122,7 +121,6 @@ TEST_F(Dynlog, StandsOpeningAndClosingWhileOthersLog) {
         set_log_level(1, "Droagent", "droagent");
         dynlog_lib_uninit();
     }
-    done = true;
     loggers.clear();
     const std::string before = log();
     log_printf(4, "f", 1, "dropped");

@@ -66,7 +66,7 @@ TEST_F(NoticesTest, AreNotLostWhenTheWriterIsKilled) {
     std::mt19937 random(std::random_device{}());
     std::uint32_t committed = 0;
     for (int i = 0; i < kills; ++i) {
-        Child writer({STORE_CLIENT, "write", std::to_string(committed + 1)});
+        Child writer({STORE_CLIENT, std::to_string(committed + 1)});
         std::string last = writer.line();
         std::this_thread::sleep_for(
             std::chrono::microseconds(random() % 4000));  // the instant, not a wait for anything

@@ -62,18 +62,16 @@ TEST_F(StoreFile, ThatCannotBeUsedIsRefusedWithAReason) {
 }
 
 TEST_F(StoreFile, ThatIsDeletedOrReplacedFailsItsSessions) {
-    const std::function<void()> losses[] = {
-        [&] { fs::remove(path_); }, [&] { fs::rename(path_, path_ + ".old"); },
-        [&] {
-            habctl({"init", "--force"});
-        },
-        [&] {
-            ASSERT_EQ(hab_host_create((path_ + ".new").c_str(), true), HAB_OK);
-            fs::rename(path_ + ".new", path_);
-            fs::remove(path_ + "-wal");  // the old one's: whoever moves stores by hand has to
-            fs::remove(path_ + "-shm");
-        }};
-    for (const auto& lose : losses) {
+    const auto replace = [&] {
+        ASSERT_EQ(hab_host_create((path_ + ".new").c_str(), true), HAB_OK);
+        fs::rename(path_ + ".new", path_);
+        fs::remove(path_ + "-wal");  // the old one's: whoever moves stores by hand has to
+        fs::remove(path_ + "-shm");
+    };
+    const auto remove = [&] { fs::remove(path_); };
+    const auto rename = [&] { fs::rename(path_, path_ + ".old"); };
+    const auto force = [] { EXPECT_EQ(habctl({"init", "--force"}).status, 0); };
+    for (const std::function<void()>& lose : std::vector<std::function<void()>>{remove, rename, force, replace}) {
         ASSERT_EQ(hab_host_create(path_.c_str(), true), HAB_OK);
         const Session session = open();
         Notices notices(session.get(), {"General"});

@@ -10,8 +10,56 @@ namespace {
 
 using Values = SessionTest;
 
-TEST_F(Values, APlainCClientCanUseEveryKindOfCall) {
-    EXPECT_EQ(Child({STORE_CLIENT}).end(0), 0);
+TEST_F(Values, ComeBackAsTheyWereWritten) {
+    const auto expect_value = [this](auto set, auto get, const char* table, const char* field, auto value) {
+        decltype(value) read{};
+        EXPECT_EQ(set(s_, table, 0, field, value), HAB_OK) << field;
+        EXPECT_EQ(get(s_, table, 0, field, &read), HAB_OK) << field;
+        EXPECT_EQ(read, value) << field;
+    };
+    expect_value(hab_set_bool, hab_get_bool, "DroCfg", "claimState", true);
+    expect_value(hab_set_int, hab_get_int, "JorvagentCfg", "jorv_force_connection", INT32_MIN);
+    expect_value(hab_set_uint, hab_get_uint, "DALHNotifyCDIL", "IndexBitMask7", UINT32_MAX);
+    const auto expect_text = [this](auto set, auto get, const char* table, const char* field, const char* value) {
+        std::array<char, 128> read{};
+        EXPECT_EQ(set(s_, table, 0, field, value), HAB_OK) << field;
+        EXPECT_EQ(get(s_, table, 0, field, read.data(), read.size()), HAB_OK) << field;
+        EXPECT_STREQ(read.data(), value);
+    };
+    expect_text(hab_set_ascii, hab_get_ascii, "Drocfg", "DroBaseURL", "https://qa/");
+    expect_text(hab_set_string, hab_get_string, "General", "DeviceName", "\xC3\xBC \xFF");
+    expect_text(hab_set_enum, hab_get_enum, "DALHNotifyCDIL", "CDILstatus", "complete");
+    const std::array<std::uint8_t, 6> mac{0x00, 0x1B, 0xFF, 0x80, 0x0A, 0x01};
+    std::array<std::uint8_t, 6> macRead{};
+    EXPECT_EQ(hab_set_mac(s_, "DeviceIdList", 255, "DeviceMac", mac.data()), HAB_OK);
+    EXPECT_EQ(hab_get_mac(s_, "DeviceIdList", 255, "DeviceMac", macRead.data()), HAB_OK);
+    EXPECT_EQ(macRead, mac);
+    std::array<std::uint8_t, 4> address{};
+    EXPECT_EQ(hab_host_set_text(s_, "Dilsignature", 0, "DeviceIP", "192.168.1.255"), HAB_OK);
+    EXPECT_EQ(hab_get_ipv4(s_, "Dilsignature", 0, "DeviceIP", address.data()), HAB_OK);
+    EXPECT_EQ(address, (std::array<std::uint8_t, 4>{192, 168, 1, 255}));
+}
+
+TEST(SortedSet, FindsAndRemovesWhatWasAdded) {
+    std::array<int, 3> numbers{2, 1, 3};
+    const int other = 4;
+    sortedSet* set = sortedSet_init(1, [](const void* left, const void* right) {
+        return *static_cast<const int*>(left) - *static_cast<const int*>(right);
+    });
+    for (int& number : numbers) {
+        EXPECT_EQ(sortedSet_add(set, &number), 0);
+        EXPECT_EQ(sortedSet_add(set, &number), 1);
+        EXPECT_EQ(sortedSet_find(set, &number), &number);
+    }
+    EXPECT_EQ(sortedSet_find(set, &other), nullptr);
+    EXPECT_EQ(sortedSet_rem(set, &other), 1);
+    for (const int least : {1, 2, 3}) {
+        EXPECT_EQ(sortedSet_len(set), static_cast<std::size_t>(4 - least));
+        EXPECT_EQ(*static_cast<int*>(sortedSet_first(set)), least);
+        EXPECT_EQ(sortedSet_rem(set, &least), 0);
+    }
+    EXPECT_EQ(sortedSet_first(set), nullptr);
+    sortedSet_destroy(set);
 }
 
 TEST_F(Values, AreTheirDefaultsUntilTheyAreWrittenUnderTheirExactName) {
@@ -116,7 +164,7 @@ TEST_F(Values, AreThoseOfTheLastCommitWhoeverMadeIt) {
         {[&] { hab_set_string(other.get(), "DeviceIdList", 7, "DeviceDisplayName", "other"); }, "other"},
         {[&] { sql(update); }, "foreign"},
         {[&] {
-             habctl({"set", "DeviceIdList.DeviceDisplayName@7", "another"});
+             return habctl({"set", "DeviceIdList.DeviceDisplayName@7", "another"});
          },
          "another"},
         {[&] { sql("PRAGMA wal_checkpoint(TRUNCATE)"); }, "another"},
@@ -155,10 +203,9 @@ TEST_F(Values, AreServedToManyThreadsOnOneHandle) {
     std::latch reading(8);
     auto users = onEightThreads([&](int) {
         bool claimed = false;
-        int status = hab_get_bool(shared, "DroCfg", 0, "claimState", &claimed);
-        reading.count_down();
-        while (status == HAB_OK) {
-            status = hab_get_bool(shared, "DroCfg", 0, "claimState", &claimed);
+        const auto read = [&] { return hab_get_bool(shared, "DroCfg", 0, "claimState", &claimed); };
+        int status = read();
+        for (reading.count_down(); status == HAB_OK; status = read()) {
         }
         failures += status != HAB_SHUTDOWN;
     });

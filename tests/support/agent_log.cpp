@@ -6,17 +6,6 @@
 namespace dro_test {
 namespace {
 
-// "TIME MODULE LEVEL FILE:LINE MESSAGE"
-LogLine parse(const std::string& text) {
-    LogLine line;
-    std::istringstream stream(text);
-    std::string word;
-    stream >> word >> word >> line.level >> word;
-    stream.get();
-    std::getline(stream, line.message);
-    return line;
-}
-
 // `text` as a log line shows it.
 std::string as_logged(std::string_view text) {
     if (text.ends_with('\n')) {
@@ -32,44 +21,40 @@ std::string as_logged(std::string_view text) {
 
 }  // namespace
 
-std::vector<LogLine> AgentLog::lines() const {
+std::vector<std::string> AgentLog::texts(int level) const {
     const std::string whole = file_text(path_);
-    std::vector<LogLine> lines;
-    std::size_t at = std::min(start_, whole.size());
-    for (auto end = whole.find('\n', at); end != std::string::npos; end = whole.find('\n', at)) {
-        lines.push_back(parse(whole.substr(at, end - at)));
-        at = end + 1;
+    std::istringstream lines(whole.substr(std::min(start_, whole.size())));
+    std::vector<std::string> texts;
+    for (std::string line; std::getline(lines, line) && !lines.eof();) {
+        std::istringstream words(line);  // "TIME MODULE LEVEL FILE:LINE MESSAGE"
+        std::string word;
+        int lineLevel = 0;
+        words >> word >> word >> lineLevel >> word;
+        std::getline(words.ignore(), line);
+        if (level == 0 || level == lineLevel) {
+            texts.push_back(line);
+        }
     }
-    return lines;
+    return texts;
 }
 
 std::size_t AgentLog::count(std::string_view text, int level) const {
-    const auto all = lines();
-    const std::string shown = as_logged(text);
-    return static_cast<std::size_t>(std::count_if(all.begin(), all.end(), [&](const LogLine& line) {
-        return line.message == shown && (level == 0 || line.level == level);
-    }));
+    const auto all = texts(level);
+    return static_cast<std::size_t>(std::count(all.begin(), all.end(), as_logged(text)));
 }
 
 std::size_t AgentLog::count_starting(std::string_view start, int level) const {
-    const auto all = lines();
-    return static_cast<std::size_t>(std::count_if(all.begin(), all.end(), [&](const LogLine& line) {
-        return line.message.starts_with(start) && (level == 0 || line.level == level);
-    }));
+    const auto all = texts(level);
+    return static_cast<std::size_t>(
+        std::count_if(all.begin(), all.end(), [start](const std::string& text) { return text.starts_with(start); }));
 }
 
-bool AgentLog::wait_for(std::string_view text, std::size_t times) const {
-    return eventually([&] { return count(text) >= times; });
-}
-
-bool AgentLog::in_order(const std::vector<std::string>& texts) const {
-    auto wanted = texts.begin();
-    for (const LogLine& line : lines()) {
-        if (wanted != texts.end() && line.message == as_logged(*wanted)) {
-            ++wanted;
-        }
+bool AgentLog::in_order(const std::vector<std::string>& wanted) const {
+    auto next = wanted.begin();
+    for (const std::string& text : texts()) {
+        next += next != wanted.end() && text == as_logged(*next) ? 1 : 0;
     }
-    return wanted == texts.end();
+    return next == wanted.end();
 }
 
 }  // namespace dro_test

@@ -7,31 +7,29 @@
 
 namespace dro_test {
 
-struct LogLine {
-    int level = 0;        // 1 trace, 2 notice, 4 error
-    std::string message;  // as it stands in the log: without its last newline, other control bytes escaped
-};
-
 // Texts are given as the agent's code spells them, newline and all, and compared to the letter; the log keeps neither a
-// last newline nor unescaped control bytes, so both sides are compared in the log's form.
+// last newline nor unescaped control bytes, so both sides are compared in the log's form. Levels: 1 trace, 2 notice,
+// 4 error, 0 any.
 class AgentLog {
  public:
     explicit AgentLog(std::string path) : path_(std::move(path)) {}
 
-    // Lines since the last forget(). An unfinished last line is left out.
-    std::vector<LogLine> lines() const;
+    // The texts of this level since the last forget(), in the log's form. An unfinished last line is left out.
+    std::vector<std::string> texts(int level = 0) const;
     // Lets later calls see only lines that come from now on.
     void forget() { start_ = file_text(path_).size(); }
 
-    // How often a line with this text came; of this level only, unless it is 0.
+    // How often a line with this text came.
     std::size_t count(std::string_view text, int level = 0) const;
     bool has(std::string_view text, int level = 0) const { return count(text, level) > 0; }
     // Lines whose text starts so; for texts that end in something that changes.
     std::size_t count_starting(std::string_view start, int level = 0) const;
     // Waits until the text has come `times` times; false when it did not.
-    bool wait_for(std::string_view text, std::size_t times = 1) const;
+    bool wait_for(std::string_view text, std::size_t times = 1) const {
+        return eventually([&] { return count(text) >= times; });
+    }
     // True when these texts came in this order, others in between allowed.
-    bool in_order(const std::vector<std::string>& texts) const;
+    bool in_order(const std::vector<std::string>& wanted) const;
 
     const std::string& path() const { return path_; }
 

@@ -4,7 +4,6 @@
 
 #include "dro_dal.h"
 #include "dro_dispatcher.h"
-#include "dro_fifo.h"
 #include "dro_get_dalfld.h"
 #include "dro_json.h"
 #include "dro_log.h"
@@ -24,15 +23,6 @@ std::string json_value(const std::string& body, const std::string& name) {
     return printed ? printed.get() : "";
 }
 
-dro::Durations short_durations() {
-    using std::chrono::milliseconds;
-    dro::Durations durations;
-    durations.retryPause = milliseconds(30);
-    durations.unknownEvent = milliseconds(30);
-    durations.queuePause = milliseconds(0);
-    return durations;
-}
-
 AgentTest::AgentTest() : log(store.folder() + "/agent.log") {
     unsetenv("https_proxy");
     setenv("HAB_LOG_FILE", log.path().c_str(), 1);
@@ -40,7 +30,10 @@ AgentTest::AgentTest() : log(store.folder() + "/agent.log") {
     store.set("Drocfg.DroBaseURL", cloud.base_url());
     dynlog_lib_init();
     set_log_level(0, "Droagent", "test");
-    dro::set_durations(short_durations());
+    durations.retryPause = durations.unknownEvent = std::chrono::milliseconds(30);
+    durations.queuePause = std::chrono::milliseconds(0);
+    dro::set_durations(durations);
+    dro::InitQueue();
     start_agent();
 }
 
@@ -91,6 +84,29 @@ std::vector<std::string> AgentTest::acknowledgements(std::size_t count) const {
                       " " + json_value(request.body, "failureReason"));
     }
     return all;
+}
+
+void AgentTest::expect_three_attempts(bool pauseAfterLast) const {
+    const auto end = std::chrono::steady_clock::now();
+    const auto pause = durations.retryPause;
+    const auto requests = cloud.requests();
+    ASSERT_EQ(requests.size(), 3U);
+    EXPECT_EQ(requests[0].body, requests[2].body) << "one token for all";
+    EXPECT_GE(requests[1].at - requests[0].at, pause);
+    EXPECT_GE(requests[2].at - requests[1].at, pause);
+    EXPECT_EQ(end - requests[2].at >= pause, pauseAfterLast);
+}
+
+std::string AgentTest::take_payload() {
+    const auto head = dro::isQueueEmpty() ? std::nullopt : dro::wait_for_event();
+    dro::dequeue();
+    return head ? head->payload : "NO EVENT";
+}
+
+void AgentTest::fill_queue() {
+    dro::InitQueue();
+    while (dro::enqueue_buf({"NDNEV", "{}"}) == 1) {
+    }
 }
 
 }  // namespace dro_test

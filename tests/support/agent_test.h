@@ -6,6 +6,7 @@
 #include "agent_log.h"
 #include "cases.h"
 #include "dro_durations.h"
+#include "dro_fifo.h"
 #include "identity.h"
 #include "test_cloud.h"
 #include "test_store.h"
@@ -35,15 +36,22 @@ class AgentTest : public ::testing::Test {
     // What was acknowledged, waiting for `count` of them: "UUID STATUS REASON" each, in order of arrival.
     std::vector<std::string> acknowledgements(std::size_t count) const;
 
+    // The cloud's requests are three attempts at one thing, a retry pause apart, and the last is a pause ago, or less.
+    void expect_three_attempts(bool pauseAfterLast) const;
+
+    // Takes the oldest event off the queue and hands back its payload.
+    static std::string take_payload();
+    // Takes every slot of the queue, so that the next event is dropped.
+    static void fill_queue();
+
     TestStore store;
     TestCloud cloud;
     AgentLog log;
+    // Those in force: fast enough for tests, slow enough to tell a pause from none.
+    dro::Durations durations;
 };
 
 // The member `name` of the JSON object `body`, as text (a number or bool as JSON spells it); "" when it has none.
 std::string json_value(const std::string& body, const std::string& name);
-
-// Fast enough for tests, slow enough to tell a pause from none.
-dro::Durations short_durations();
 
 }  // namespace dro_test

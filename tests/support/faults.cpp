@@ -54,11 +54,6 @@ int FailCalls::failed() const {
     return with_rule(call_, [](const Rule& rule) { return rule.failed; });
 }
 
-}  // namespace dro_test
-
-using dro_test::Call;
-using dro_test::error_for;
-
 // The names are the linker's: it sends calls of NAME to __wrap_NAME, and __real_NAME to NAME.
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,bugprone-macro-parentheses)
 extern "C" {
@@ -91,3 +86,5 @@ WRAP(-1, int, sigaction, (Call::sigaction), (int signal, const struct sigaction*
 
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,bugprone-macro-parentheses)
+
+}  // namespace dro_test

@@ -1,8 +1,8 @@
 // rounds.h - how often an attack is repeated whose outcome hangs on the instant, and what it found. Any thread.
 #pragma once
 
-#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <string>
 
 namespace dro_test {
@@ -14,8 +14,9 @@ inline int rounds(int few, int campaign) {
 }
 
 // Figures for the campaign's line on this attack.
-inline void tell(const std::string& figures) {
-    std::printf("figures: %s\n", figures.c_str());
+template <typename... Parts>
+void tell(const Parts&... parts) {
+    (std::cout << "figures: " << ... << parts) << std::endl;
 }
 
 }  // namespace dro_test

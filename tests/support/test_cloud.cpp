@@ -4,8 +4,6 @@
 #include "test_cloud.h"
 
 #include <httplib.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -31,29 +29,12 @@ Request copy_of(const httplib::Request& request) {
     return copy;
 }
 
-// Ends the connection from `port` with a reset: the library would always close it.
-void reset_connection_from(int port) {
-    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
-        sockaddr_in peer{};
-        socklen_t size = sizeof peer;
-        if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) == 0 && peer.sin_family == AF_INET &&
-            ntohs(peer.sin_port) == port) {
-            const sockaddr nobody{AF_UNSPEC, {}};
-            connect(descriptor, &nobody, sizeof nobody);
-        }
-    }
-}
-
-void send_answer(const Answer& answer, const httplib::Request& request, httplib::Response& response) {
+void send_answer(const Answer& answer, httplib::Response& response) {
     constexpr const char* kJson = "application/json";
     response.status = answer.status;
-    if (answer.kind == Answer::Kind::hangUp || answer.kind == Answer::Kind::reset) {
-        const int toReset = answer.kind == Answer::Kind::reset ? request.remote_port : -1;
+    if (answer.kind == Answer::Kind::hangUp) {
         response.set_content_provider(std::size_t{64}, kJson,
-                                      [toReset](std::size_t, std::size_t, httplib::DataSink& /*sink*/) {
-                                          reset_connection_from(toReset);
-                                          return false;
-                                      });
+                                      [](std::size_t, std::size_t, httplib::DataSink& /*sink*/) { return false; });
     } else {
         response.set_content(answer.body, kJson);
     }
@@ -119,7 +100,7 @@ struct TestCloud::Server {
             changed.wait(lock, [this] { return released; });
         }
         lock.unlock();
-        send_answer(answer, request, response);
+        send_answer(answer, response);
     }
 
     std::vector<Request> to(const std::string& path) const {

@@ -27,7 +27,6 @@ struct Answer {
     enum class Kind {
         text,    // `status` and `body`; the body may be empty
         hangUp,  // closes the connection in the middle of the answer
-        reset,   // the same, with a reset
         stall,   // no answer until release(); then as `text`
     };
     Kind kind = Kind::text;
@@ -37,24 +36,11 @@ struct Answer {
 inline Answer text_answer(std::string body, int status = 200) {
     return {Answer::Kind::text, std::move(body), status};
 }
-inline Answer accepted() {
-    return {};
-}
-inline Answer refused() {
-    return text_answer(R"({"status":0})");
-}
-inline Answer empty_answer(int status = 200) {  // to the agent: no answer
-    return text_answer("", status);
-}
-inline Answer hang_up() {
-    return {Answer::Kind::hangUp, "", 200};
-}
-inline Answer reset() {
-    return {Answer::Kind::reset, "", 200};
-}
-inline Answer stall() {
-    return {Answer::Kind::stall};
-}
+inline const Answer kAccepted;
+inline const Answer kRefused = text_answer(R"({"status":0})");
+inline const Answer kEmpty = text_answer("");  // to the agent: no answer
+inline const Answer kHangUp{Answer::Kind::hangUp};
+inline const Answer kStall{Answer::Kind::stall};
 
 struct Request {
     std::string path;  // as "/transactionAck/"
@@ -79,7 +65,7 @@ class TestCloud {
     // "https://HOST:PORT/".
     std::string base_url(const std::string& host = "qa.dro.localhost") const;
 
-    // What every request without a script gets; at first accepted().
+    // What every request without a script gets; at first kAccepted.
     void answer_all(Answer answer);
     // Answers for the next requests to `path` (as "transactionAck/"), in this order; then as answer_all says.
     void script(const std::string& path, std::vector<Answer> answers);
