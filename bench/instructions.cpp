@@ -1,7 +1,6 @@
 // instructions OPERATION COUNT - does one thing of the agent's so many times, in this process and without a network:
 // for counting its instructions (bench/instructions). One thread but for the receiver of a message.
 #include <habdynlog.h>
-#include <identity.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <test_store.h>

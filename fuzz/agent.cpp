@@ -14,8 +14,8 @@
 #include "dro_threads.h"
 #include "dro_url.h"
 #include "dro_utils.h"
-#include "identity.h"
 #include "input.h"
+#include "test_store.h"
 
 namespace fuzz {
 namespace {

@@ -272,9 +272,7 @@ struct SmallDisk {
     SmallDisk() { setenv("TMPDIR", there ? "/tmp/small" : "/tmp", 1); }
     ~SmallDisk() {
         unsetenv("TMPDIR");
-        if (there) {
-            run("umount --lazy /tmp/small");
-        }
+        run("umount --quiet --lazy /tmp/small");
     }
 };
 

@@ -98,11 +98,8 @@ class Dispatcher : public AgentTest {
         EXPECT_EQ(dro::enqueue_buf({tag, "{}"}), 1);
         EXPECT_TRUE(log.wait_for("Free'd memory\n"));
         EXPECT_TRUE(dro::isQueueEmpty());
-        std::string all;
-        for (const Request& request : cloud.requests()) {
-            all = request.path + json_value(request.body, "type");
-        }
-        EXPECT_EQ(all, sent);
+        const auto all = cloud.requests();
+        EXPECT_EQ(all.empty() ? "" : all.back().path + json_value(all.back().body, "type"), sent);
         std::string marks;
         for (const char* field : {"DALHNotifyDTN.", "RADebugLog.cdilDebugStatus", "BSTCfg."}) {
             for (const std::string& write : spy.writes(field)) {

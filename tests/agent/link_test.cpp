@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -179,9 +180,7 @@ TEST_F(Link, LetsACrowdOfReceiversThinOut) {
     ASSERT_TRUE(send_message(kNotificationPort, "late"));
     EXPECT_EQ(jorv::Jorv_Handler_receivers(), 51);
     EXPECT_TRUE(seen(g_messages).empty());
-    for (const int connection : connections) {
-        close(connection);
-    }
+    std::for_each(connections.begin(), connections.end(), close);
     EXPECT_TRUE(eventually([] { return seen(g_messages) == Texts{"late"}; }));
 }
 
@@ -193,9 +192,7 @@ TEST_F(Link, ClosesAtOnceInACrowd) {
     const auto before = std::chrono::steady_clock::now();
     EXPECT_EQ(jorv::Jorv_Handler_deInit(), 1);
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
-    for (const int connection : connections) {
-        close(connection);
-    }
+    std::for_each(connections.begin(), connections.end(), close);
 }
 
 TEST_F(Link, KeepsOneOldLogOfItsOwn) {

@@ -47,7 +47,7 @@ TEST_F(Record, StateWordsHaveOneDigit) {
     EXPECT_EQ(json_value(built(3, dro::kRecordNewDevice), "cdTaggedStatus"), "");
 }
 
-TEST_F(Record, IsCompleteWhereTheStoreHasNoRow) {
+TEST_F(Record, IsCompleteWhereTheStoreHasNoRowOrFails) {
     EXPECT_EQ(built(257, dro::kRecordNewDevice),
               R"({"mac":"00:00:00:00:00:00","cdIP":"0.0.0.0","connApMac":"00:00:00:00:00:00","cdName":"","cdModel":"",)"
               R"("cdType":"","cdBrand":"","cdNetworkInfo":"Home router","cddisplayType":"","cdConnectionInterface":"",)"
@@ -55,9 +55,7 @@ TEST_F(Record, IsCompleteWhereTheStoreHasNoRow) {
               R"("cdStatus":"","cdTaggedStatus":"","cdBlockedStatus":""})");
     // The line of code that stands in between is its own business.
     EXPECT_EQ(log.count_starting(std::string("Error : ") + hab_error_string(HAB_NOSUCH_ITEM) + " || line : ", 4), 17U);
-}
-
-TEST_F(Record, AnAddressThatCannotBeReadShowsTheBytesBeforeIt) {
+    // An address that cannot be read shows the bytes before it.
     add_device(store, 4);
     StoreSpy spy;
     spy.fail("Dilsignature.DeviceIP", HAB_TIMEOUT);
@@ -98,16 +96,15 @@ class DeviceList : public AgentTest {
 // ---- Asking ----
 
 TEST_F(DeviceList, AFetchIsWrittenInItsOrder) {
-    const Cases<unsigned, Texts> cases{{0, {"DALHConfig.CDILRequest=occupied"}},
-                                       {1, {"DALHConfig.CDILRequest=online"}},
-                                       {2, {"DALHConfig.CDILRequest=offline"}},
-                                       {7, {}}};
-    for (const auto& [status, request] : cases) {
+    const std::string request = "DALHConfig.CDILRequest=";
+    const Cases<unsigned, Texts> cases{
+        {0, {request + "occupied"}}, {1, {request + "online"}}, {2, {request + "offline"}}, {7, {}}};
+    for (const auto& [status, asked] : cases) {
         const StoreSpy spy;
         EXPECT_EQ(dro::init_fetch_cd("t-1", status, "app"), 0);
         Texts expected{"DroStatus.cdilTimeout=true", "DroStatus.cdilTransUuid=t-1", "DroStatus.cdilfetchFor=app",
                        "DILGeneral.CDILTrigger=true", "DALHConfig.FeatureID=8"};
-        expected.insert(expected.end(), request.begin(), request.end());
+        expected.insert(expected.end(), asked.begin(), asked.end());
         expected.insert(expected.end(),
                         {"RADebugLog.dbgArg1=Update DALH for CDIL processing", "DALHConfig.ProcessID=1"});
         EXPECT_EQ(spy.writes(), expected);

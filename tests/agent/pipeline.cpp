@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <regex>
 #include <string_view>
 
 namespace dro_test {
@@ -75,13 +76,10 @@ std::string device_record(int row, bool answering) {
 }
 
 std::string after_signature(const std::string& body) {
-    constexpr std::size_t kLength = 136;  // with all 64 digits of the token and all 10 of the time stamp
-    int length = 0;
-    std::sscanf(body.c_str(),
-                "{\"token\":\"%*64[0-9a-f]\",\"ePOCHTimeStamp\":\"%*10[0-9]\",\"serialNumber\":\"FSN0123456789\"%n",
-                &length);
-    return static_cast<std::size_t>(length) == kLength ? body.substr(kLength)
-                                                       : "UNSIGNED " + body.substr(0, 2 * kLength);
+    static const std::regex signature(
+        R"(\{"token":"[0-9a-f]{64}","ePOCHTimeStamp":"[0-9]{10}","serialNumber":"FSN0123456789")");
+    const std::string start = body.substr(0, 136);
+    return std::regex_match(start, signature) ? body.substr(start.size()) : "UNSIGNED " + start;
 }
 
 }  // namespace dro_test

@@ -101,16 +101,14 @@ TEST_F(Process, TreatsAPidFileByWhatItHolds) {
 }
 
 TEST_F(Process, LocksOnlyWhatItCanWriteAndJudge) {
+    const auto lock_failing = [](Call call, int error) {
+        const FailCalls fault(call, error);
+        return dro::lock_process(kPidFile);
+    };
     std::ofstream(kPidFile) << "1\n";
-    {
-        const FailCalls fault(Call::kill, EPERM);  // somebody else's process
-        EXPECT_EQ(dro::lock_process(kPidFile), -1);
-    }
+    EXPECT_EQ(lock_failing(Call::kill, EPERM), -1) << "somebody else's process";
     unlink(kPidFile);
-    {
-        const FailCalls fault(Call::write, ENOSPC);
-        EXPECT_EQ(dro::lock_process(kPidFile), -1);
-    }
+    EXPECT_EQ(lock_failing(Call::write, ENOSPC), -1);
     EXPECT_FALSE(std::filesystem::exists(kPidFile));
     const int descriptor = dro::lock_process(kPidFile);
     ASSERT_GE(descriptor, 0);

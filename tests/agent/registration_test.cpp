@@ -3,7 +3,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <ctime>
 
 #include "dro_reg.h"
 #include "faults.h"

@@ -41,16 +41,12 @@ int failure_of(const std::string& name) {
 // Notes a write and returns the status it is to fail with.
 int note_write(const char* table, const char* field, const std::string& value) {
     const std::string name = name_of(table, field);
-    std::function<void()> action;
-    {
-        const std::lock_guard lock(g_mutex);
-        if (seen().active) {
-            seen().writes.push_back(name + "=" + value);
-        }
-        if (seen().actions.contains(name)) {
-            action = seen().actions.at(name);
-        }
+    std::unique_lock lock(g_mutex);
+    if (seen().active) {
+        seen().writes.push_back(name + "=" + value);
     }
+    const std::function<void()> action = seen().actions[name];
+    lock.unlock();
     if (action) {
         action();
     }

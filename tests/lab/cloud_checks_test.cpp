@@ -22,13 +22,9 @@ const std::string kSynced =
 
 // A request that is right, but for the endpoint's own members.
 Received request(const std::string& path, const std::string& members) {
-    return {"POST",
-            path,
-            "qa.dro.localhost",
-            "application/json",
-            provisioning::kNonProductionKey,
-            R"({"token":")" + expectedToken(kSerial, kStamp) + R"(","ePOCHTimeStamp":")" + kStamp +
-                R"(","serialNumber":")" + kSerial + "\"" + members + "}"};
+    const std::string body = R"({"token":")" + expectedToken(kSerial, kStamp) + R"(","ePOCHTimeStamp":")" + kStamp +
+                             R"(","serialNumber":")" + kSerial + "\"" + members + "}";
+    return {"POST", path, "qa.dro.localhost", "application/json", provisioning::kNonProductionKey, body};
 }
 
 Received acknowledgement() {

@@ -56,8 +56,7 @@ TEST_F(CloudServerTest, StallsUntilTheMoodChangesOrItGoesDown) {
         cloud_.behave(Mood::Stall);
         const std::size_t from = record_.mark();
         auto answer = std::async(std::launch::async, [this] { return post(rightRequest()); });
-        const auto good = [](const CloudRequest& request) { return request.good(); };
-        ASSERT_NE(record_.await(from, good, milliseconds(5000)), nullptr);
+        ASSERT_NE(record_.await(from, &CloudRequest::good, milliseconds(5000)), nullptr);
         EXPECT_EQ(answer.wait_for(milliseconds(50)), std::future_status::timeout);
         down ? cloud_.down() : cloud_.behave(Mood::Accept);
         EXPECT_EQ(answer.get(), down ? "nothing" : R"(200 {"status":1})");
@@ -76,9 +75,8 @@ TEST(CloudRecord, ForgetsTheOldestAndKeepsItsPlaces) {
     EXPECT_EQ(record.mark(), 10003U);
     EXPECT_EQ(record.since(0).size(), 10000U);
     EXPECT_EQ(record.since(10002).size(), 1U);
-    EXPECT_EQ(record.await(
-                  record.mark(), [](const CloudRequest&) { return true; }, milliseconds(1)),
-              nullptr);
+    const auto any = [](const CloudRequest&) { return true; };
+    EXPECT_EQ(record.await(record.mark(), any, milliseconds(1)), nullptr);
 }
 
 }  // namespace

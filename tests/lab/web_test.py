@@ -68,9 +68,6 @@ class Page:
     def element(self, selector):
         return self.browser.find_element(By.CSS_SELECTOR, selector)
 
-    def complaints(self):
-        return self.browser.get_log("browser")
-
 
 def check(page, lab):
     page.await_that("document.querySelector('#connection')?.textContent === 'live'")
@@ -95,7 +92,8 @@ def check(page, lab):
 
     assert lab.end() == 0
     page.await_that("document.querySelector('#connection').textContent === 'the lab has ended'")
-    assert not page.complaints(), page.complaints()
+    complaints = page.browser.get_log("browser")
+    assert not complaints, complaints
 
 
 def main():

@@ -63,11 +63,10 @@ TEST_F(Habctl, AnswersEachOrderWithItsStatus) {
 }
 
 TEST_F(Habctl, LoadsWhatItDumpsAllOrNothing) {
-    ASSERT_EQ(habctl({"load", file(R"({"General": {"DeviceName": "Küche \"1\"", "DefaultMAC": "00:1B:2C:3D:4E:5F"},
+    const std::string values = file(R"({"General": {"DeviceName": "Küche \"1\"", "DefaultMAC": "00:1B:2C:3D:4E:5F"},
         "DroCfg": {"claimState": true}, "JorvagentCfg": {"jorv_force_connection": -7},
-        "DALHNotifyCDIL": {"IndexBitMask0": 4294967295}, "Dilsignature": {"2": {"DeviceIP": "1.2.3.4"}}})")})
-                  .status,
-              0);
+        "DALHNotifyCDIL": {"IndexBitMask0": 4294967295}, "Dilsignature": {"2": {"DeviceIP": "1.2.3.4"}}})");
+    ASSERT_EQ(habctl({"load", values}).status, 0);
     const std::string before = habctl({"dump"}).output;
     EXPECT_THAT(before, HasSubstr("General.DeviceName@0=Küche \"1\"\n"));
     EXPECT_THAT(before, HasSubstr("DALHNotifyCDIL.IndexBitMask0@0=4294967295\n"));

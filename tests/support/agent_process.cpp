@@ -45,9 +45,8 @@ std::string file_in(const TestStore& store, const Launch& launch, const char* na
     // As it would be called from a shell, so that the name it keeps starts behind "./".
     std::string name = launch.quick ? "./droagent-quick" : "./droagent";
     std::vector<char*> arguments{name.data()};
-    std::vector<std::string> copies = launch.arguments;
-    for (std::string& argument : copies) {
-        arguments.push_back(argument.data());
+    for (const std::string& argument : launch.arguments) {
+        arguments.push_back(const_cast<char*>(argument.c_str()));
     }
     arguments.push_back(nullptr);
     execv(launch.quick ? DRO_TEST_QUICK_AGENT : DRO_TEST_AGENT, arguments.data());

@@ -12,7 +12,6 @@
 
 #include "agent_log.h"
 #include "test_cloud.h"
-#include "test_store.h"
 
 namespace dro_test {
 

@@ -7,9 +7,7 @@
 #include "cases.h"
 #include "dro_durations.h"
 #include "dro_fifo.h"
-#include "identity.h"
 #include "test_cloud.h"
-#include "test_store.h"
 
 namespace dro_test {
 

@@ -1,8 +1,6 @@
 #include "faults.h"
 
 #include <pthread.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -14,7 +12,6 @@ namespace {
 struct Rule {
     int error = 0;
     const void* object = nullptr;
-    int left = 0;
     int failed = 0;
 };
 
@@ -33,8 +30,7 @@ auto with_rule(Call call, Action action) {
 // The error this call is to fail with, or 0.
 int error_for(Call call, const void* object = nullptr) {
     return with_rule(call, [object](Rule& rule) {
-        const bool fails = rule.left > 0 && (rule.object == nullptr || rule.object == object);
-        rule.left -= fails ? 1 : 0;
+        const bool fails = rule.error != 0 && rule.failed == 0 && (rule.object == nullptr || rule.object == object);
         rule.failed += fails ? 1 : 0;
         return fails ? rule.error : 0;
     });
@@ -42,8 +38,8 @@ int error_for(Call call, const void* object = nullptr) {
 
 }  // namespace
 
-FailCalls::FailCalls(Call call, int error, const void* object, int count) : call_(call) {
-    with_rule(call, [&](Rule& rule) { return rule = {error, object, count, 0}, 0; });
+FailCalls::FailCalls(Call call, int error, const void* object) : call_(call) {
+    with_rule(call, [&](Rule& rule) { return rule = {error, object, 0}, 0; });
 }
 
 FailCalls::~FailCalls() {

@@ -17,11 +17,11 @@ enum class Call {
     sigaction,
 };
 
-// While it lives, up to `count` calls fail with `error`: those on `object`, or on any when it is null. One at a time
-// for each Call.
+// While it lives, the next call fails with `error`: one on `object`, or on any when it is null. One at a time for each
+// Call.
 class FailCalls {
  public:
-    FailCalls(Call call, int error, const void* object = nullptr, int count = 1);
+    FailCalls(Call call, int error, const void* object = nullptr);
     FailCalls(const FailCalls&) = delete;
     FailCalls& operator=(const FailCalls&) = delete;
     ~FailCalls();

@@ -3,7 +3,6 @@
 #define _GNU_SOURCE
 #include <stdatomic.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -24,13 +23,4 @@ time_t time(time_t* also) {
         *also = now.tv_sec;
     }
     return now.tv_sec;
-}
-
-int gettimeofday(struct timeval* now, void* zone) {
-    struct timespec precise;
-    (void)zone;
-    clock_gettime(CLOCK_REALTIME, &precise);
-    now->tv_sec = precise.tv_sec;
-    now->tv_usec = precise.tv_nsec / 1000;
-    return 0;
 }

@@ -18,17 +18,6 @@
 namespace dro_test {
 namespace {
 
-Request copy_of(const httplib::Request& request) {
-    Request copy{request.path,
-                 {},
-                 request.body,
-                 request.remote_port,
-                 SSL_session_reused(request.ssl) == 1,
-                 std::chrono::steady_clock::now()};
-    copy.headers.insert(request.headers.begin(), request.headers.end());
-    return copy;
-}
-
 void send_answer(const Answer& answer, httplib::Response& response) {
     constexpr const char* kJson = "application/json";
     response.status = answer.status;
@@ -69,11 +58,7 @@ struct TestCloud::Server {
         https->set_payload_max_length(std::size_t{4} * 1024 * 1024);
         https->Post(".*",
                     [this](const httplib::Request& request, httplib::Response& response) { serve(request, response); });
-        if (port == 0) {
-            port = https->bind_to_any_port("127.0.0.1");
-        } else if (!https->bind_to_port("127.0.0.1", port)) {
-            port = -1;
-        }
+        port = port == 0 ? https->bind_to_any_port("127.0.0.1") : https->bind_to_port("127.0.0.1", port) ? port : -1;
         if (port <= 0) {
             throw std::runtime_error("the cloud found no port");
         }
@@ -89,7 +74,12 @@ struct TestCloud::Server {
 
     void serve(const httplib::Request& request, httplib::Response& response) {
         std::unique_lock lock(mutex);
-        received.push_back(copy_of(request));
+        received.push_back({request.path,
+                            {request.headers.begin(), request.headers.end()},
+                            request.body,
+                            request.remote_port,
+                            SSL_session_reused(request.ssl) == 1,
+                            std::chrono::steady_clock::now()});
         changed.notify_all();
         Answer answer = otherwise;
         if (auto& script = scripts[request.path]; !script.empty()) {

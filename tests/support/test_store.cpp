@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
@@ -20,12 +21,9 @@ struct Address {
 
 Address parse(const std::string& text) {
     const auto dot = text.find('.');
-    const auto at = text.find('@');
-    Address address{text.substr(0, dot), text.substr(dot + 1, at == std::string::npos ? at : at - dot - 1)};
-    if (at != std::string::npos) {
-        address.row = std::stoi(text.substr(at + 1));
-    }
-    return address;
+    const auto at = std::min(text.find('@'), text.size());
+    const int row = at < text.size() ? std::stoi(text.substr(at + 1)) : 0;
+    return {text.substr(0, dot), text.substr(dot + 1, at - dot - 1), row};
 }
 
 void require(int status, const std::string& what) {
@@ -87,6 +85,17 @@ void TestStore::set_all(const std::vector<std::pair<std::string, std::string>>& 
     std::size_t failed = 0;
     require(hab_host_set_all(session_.get(), rows.data(), rows.size(), &failed),
             failed < values.size() ? values[failed].first : "the store");
+}
+
+void set_identity(TestStore& store) {
+    store.set_all({{"General.DeviceModel", "RX-1"},
+                   {"General.DeviceName", "Home router"},
+                   {"General.FwRevision", "7.8.9"},
+                   {"General.FSN", "FSN0123456789"},
+                   {"General.DefaultMAC", "02:00:00:00:00:0A"},
+                   {"JorvagentCfg.jorv_agent_id", "jorv-1"},
+                   {"JorvagentCfg.jorv_agent_claim_code", "claim-1"},
+                   {"dalLogCfg.DroagentLogMask", "7"}});
 }
 
 std::string file_text(const std::string& path) {

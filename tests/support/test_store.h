@@ -53,6 +53,10 @@ class TestStore : public StoreFolder {
     Session session_{hab_init()};
 };
 
+// Makes it the store of the router that tests, fuzz programs and benchmarks start from, with every log level on; the
+// cloud's address is still to be set.
+void set_identity(TestStore& store);
+
 // What is in a file; nothing when there is none.
 std::string file_text(const std::string& path);
 
