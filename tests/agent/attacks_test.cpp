@@ -247,13 +247,21 @@ Launch quick(int pauseMs, int watchMs = 75'000) {
 }
 
 TEST_F(Attacks, ACloudThatIsDownIsTriedAgain) {
+    constexpr const char* kSilence = "No response from DRO Cloud\n";
+    store.set("JorvagentCfg.jorv_agent_registered", "1");
+    cloud.answer_all(text_answer(R"({"status":1,"reset":false,"claimState":true,"syncTime":null})"));
+    cloud.down();
     AgentProcess agent(store, quick(300));
-    ASSERT_TRUE(agent.wait_for_link());
-    const std::size_t times = static_cast<std::size_t>(rounds(1, 20));
-    for (std::size_t i = 1; i <= times; ++i) {
+    ASSERT_TRUE(agent.log().wait_for(kSilence));
+    cloud.up();
+    EXPECT_TRUE(store.wait_for("DROStatus.addJorvdeviceIdDone", "true"));
+    ASSERT_TRUE(eventually([] { return send_message(kNotificationPort, ""); }));
+    const int times = rounds(1, 20);
+    for (int i = 0; i < times; ++i) {
+        const std::size_t before = agent.log().count(kSilence);
         cloud.down();
         ASSERT_TRUE(send_message(kNotificationPort, block_command(++number_)));
-        ASSERT_TRUE(agent.log().wait_for("No response from DRO Cloud\n", i));
+        ASSERT_TRUE(agent.log().wait_for(kSilence, before + 1));
         cloud.up();
         ASSERT_TRUE(eventually([this] { return acknowledged(number_); }));
     }
@@ -350,9 +358,11 @@ TEST_F(Attacks, NoWaitLooksAtTheCalendar) {
     expect_wait(attempts[2].at - attempts[1].at, kPause);
     const std::string stamp = json_value(attempts[0].body, "ePOCHTimeStamp");
     EXPECT_GT(std::abs(std::stol(stamp) - std::time(nullptr)), 3000) << "the clock was right";
-    ASSERT_TRUE(agent.log().wait_for("Initing DROAgent Dispatcher!\n"));
+    // The link tells the connector's state once more: a registration that the order would have to wait for.
+    ASSERT_TRUE(agent.log().wait_for("Returning from JorvAgentStatus_cbHandler\n", 2));
+    const std::string order = R"({"UUID":"u","cmd":"FETCH_CD","data":{"status":0,"fetchFor":"app"}})";
     const auto ordered = Clock::now();
-    send_message(kNotificationPort, R"({"UUID":"u","cmd":"FETCH_CD","data":{"status":0,"fetchFor":"app"}})");
+    ASSERT_TRUE(eventually([&] { return send_message(kNotificationPort, order); }));
     const auto reports = cloud.wait_for(1, "transactionAck/");
     ASSERT_EQ(reports.size(), 1U);
     expect_wait(reports[0].at - ordered, kWatch);

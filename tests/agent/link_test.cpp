@@ -142,6 +142,7 @@ TEST_F(Link, FailsCleanlyAndMayBeTriedAgain) {
     EXPECT_EQ(jorv::Jorv_Handler_deInit(), 1);
     EXPECT_FALSE(listens(kNotificationPort));
     for (const int port : {70'000, -1}) {
+        errno = 0;
         EXPECT_EQ(jorv::Jorv_Handler_InitNetwrksock(port), -4);
         EXPECT_EQ(errno, ERANGE);
     }
