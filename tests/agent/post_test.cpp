@@ -115,13 +115,14 @@ TEST_F(Post, SendsItsHeadersOnAConnectionOfItsOwn) {
 }
 
 TEST_F(Post, HandsOverWhateverBodyCame) {
-    cloud.script("x/", {text_answer(R"({"status":0})", 500), kEmpty, kHangUp});
+    cloud.script("x/", {text_answer(R"({"status":0})", 500), kEmpty, kHangUp, kReset});
     EXPECT_EQ(post(), 12U);
     EXPECT_EQ(answer, R"({"status":0})");
-    EXPECT_EQ(post() + post(), 0U);
+    EXPECT_EQ(post() + post() + post(), 0U);
     EXPECT_EQ(answer, R"({"status":0})");
     EXPECT_TRUE(log.has("(DROagent) - res= 0x0, HTTP status code = 500\n"));
     EXPECT_EQ(log.count_starting("curl_easy_perform() failed: Transferred a partial file::0x"), 1U);
+    EXPECT_EQ(log.count_starting("curl_easy_perform() failed: Failure when receiving data from the peer::0x"), 1U);
     EXPECT_EQ(dro::curl_post("https://qa.dro.localhost:1/", "{}", answer), 0U);  // nobody listens
     EXPECT_EQ(log.count_starting("curl_easy_perform() failed: Couldn't connect to server::0x"), 1U);
 }

@@ -4,6 +4,7 @@
 #include "test_cloud.h"
 
 #include <httplib.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -18,12 +19,17 @@
 namespace dro_test {
 namespace {
 
-void send_answer(const Answer& answer, httplib::Response& response) {
+void send_answer(const Answer& answer, const httplib::Request& request, httplib::Response& response) {
     constexpr const char* kJson = "application/json";
     response.status = answer.status;
-    if (answer.kind == Answer::Kind::hangUp) {
+    if (answer.kind == Answer::Kind::hangUp || answer.kind == Answer::Kind::reset) {
+        const int toReset = answer.kind == Answer::Kind::reset ? SSL_get_fd(request.ssl) : -1;
         response.set_content_provider(std::size_t{64}, kJson,
-                                      [](std::size_t, std::size_t, httplib::DataSink& /*sink*/) { return false; });
+                                      [toReset](std::size_t, std::size_t, httplib::DataSink& /*sink*/) {
+                                          const sockaddr nobody{AF_UNSPEC, {}};
+                                          connect(toReset, &nobody, sizeof nobody);
+                                          return false;
+                                      });
     } else {
         response.set_content(answer.body, kJson);
     }
@@ -90,7 +96,7 @@ struct TestCloud::Server {
             changed.wait(lock, [this] { return released; });
         }
         lock.unlock();
-        send_answer(answer, response);
+        send_answer(answer, request, response);
     }
 
     std::vector<Request> to(const std::string& path) const {

@@ -27,6 +27,7 @@ struct Answer {
     enum class Kind {
         text,    // `status` and `body`; the body may be empty
         hangUp,  // closes the connection in the middle of the answer
+        reset,   // the same, with a reset
         stall,   // no answer until release(); then as `text`
     };
     Kind kind = Kind::text;
@@ -40,6 +41,7 @@ inline const Answer kAccepted;
 inline const Answer kRefused = text_answer(R"({"status":0})");
 inline const Answer kEmpty = text_answer("");  // to the agent: no answer
 inline const Answer kHangUp{Answer::Kind::hangUp};
+inline const Answer kReset{Answer::Kind::reset};
 inline const Answer kStall{Answer::Kind::stall};
 
 struct Request {
