@@ -16,7 +16,8 @@ inline int rounds(int few, int campaign) {
 // Figures for the campaign's line on this attack.
 template <typename... Parts>
 void tell(const Parts&... parts) {
-    (std::cout << "figures: " << ... << parts) << std::endl;
+    std::cout << "figures: ";
+    (std::cout << ... << parts) << std::endl;
 }
 
 }  // namespace dro_test
