@@ -1,4 +1,4 @@
-// What the store's work costs without the store's library: the same statements, journal and bell, in a bare program.
+// What the store's work costs without its library: a statement for each value, journal and bell, in a bare program.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sqlite3.h>

@@ -8,9 +8,10 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <system_error>
-#include <vector>
+#include <utility>
 
 namespace hab {
 
@@ -20,6 +21,23 @@ std::string bellPath(const std::string& path, std::int64_t table) {
     return path + ".bell" + (table == kBellForAll ? "" : "." + std::to_string(table));
 }
 
+// Under another name at first, so that nobody meets it while it belongs to root, who would shut the store's owner out.
+void makeBell(const std::string& path, const std::string& name) {
+    std::string draft = name + ".XXXXXX";
+    const FileDescriptor file(mkostemp(draft.data(), O_CLOEXEC));
+    if (!file) {
+        return;
+    }
+    // What fails shows when the bell is opened; one that somebody else has made by now is as good as ours.
+    [[maybe_unused]] int ignored = 0;
+    struct stat store {};
+    if (geteuid() == 0 && stat(path.c_str(), &store) == 0) {
+        ignored = fchown(file.get(), store.st_uid, store.st_gid);
+    }
+    ignored = link(draft.c_str(), name.c_str());
+    unlink(draft.c_str());
+}
+
 }  // namespace
 
 FileDescriptor holdBell(const std::string& path, std::int64_t table) {
@@ -27,18 +45,14 @@ FileDescriptor holdBell(const std::string& path, std::int64_t table) {
     const std::string name = bellPath(path, table);
     FileDescriptor bell(open(name.c_str(), kHow));
     if (!bell && errno == ENOENT) {
-        bell = FileDescriptor(open(name.c_str(), kHow | O_CREAT, 0600));
-        // Root's would shut the store's owner out.
-        struct stat store {};
-        if (geteuid() == 0 && stat(path.c_str(), &store) == 0) {
-            [[maybe_unused]] const int ignored = fchown(bell.get(), store.st_uid, store.st_gid);
-        }
+        makeBell(path, name);
+        bell = FileDescriptor(open(name.c_str(), kHow));
     }
     return bell;
 }
 
 BellWatch::BellWatch(const std::string& path) : path_(path), watch_(newWatches()) {
-    watchFile(watch_, path_, kFileGone);
+    watchPlace(watch_, path_);
     watchBell(kBellForAll);
 }
 
@@ -48,15 +62,15 @@ void BellWatch::add(std::int64_t table) {
 }
 
 void BellWatch::watchBell(std::int64_t table) {
-    if (const FileDescriptor bell = holdBell(path_, table); !bell) {
+    // Held until the watch stands: then it rings, for what was committed before the watch stood.
+    const FileDescriptor bell = holdBell(path_, table);
+    if (!bell) {
         throw std::system_error(errno, std::generic_category(), "cannot make " + bellPath(path_, table));
     }
     tables_.emplace(watchFile(watch_, bellPath(path_, table), IN_CLOSE_WRITE | kFileGone), table);
 }
 
 bool BellWatch::drain() {
-    bool storeTouched = false;
-    std::vector<int> gone;
     alignas(inotify_event) std::array<char, 4096> events{};
     const std::lock_guard lock(mutex_);
     // Once: what found no room keeps the watch readable.
@@ -65,20 +79,29 @@ bool BellWatch::drain() {
         inotify_event event{};
         std::memcpy(&event, &events[static_cast<std::size_t>(at)], sizeof event);
         at += static_cast<ssize_t>(sizeof event + event.len);
-        if (!tables_.contains(event.wd)) {
-            storeTouched = true;
-        } else if ((event.mask & (kFileGone | IN_IGNORED)) != 0) {
-            gone.push_back(event.wd);
+        const auto bell = tables_.find(event.wd);
+        if (bell == tables_.end()) {
+            storeTouched_ = true;
+        } else if ((event.mask & IN_IGNORED) != 0) {
+            tables_.erase(bell);
+        } else if ((event.mask & kFileGone) != 0) {
+            gone_.insert(bell->second);
+        }
+        if ((event.mask & IN_Q_OVERFLOW) != 0) {
+            for (const auto& [watch, table] : tables_) {
+                gone_.insert(table);
+            }
         }
     }
-    for (const int watch : gone) {
-        // Somebody removed the bell: writers make a new one, which is another file to watch.
-        if (const auto bell = tables_.extract(watch)) {
-            inotify_rm_watch(watch_.get(), watch);
-            watchBell(bell.mapped());
-        }
+    return storeTouched_;
+}
+
+void BellWatch::renew() {
+    const std::lock_guard lock(mutex_);
+    // A removed bell's old watch stays until its last holder has rung it.
+    for (const std::int64_t table : std::exchange(gone_, {})) {
+        watchBell(table);
     }
-    return storeTouched;
 }
 
 }  // namespace hab

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <set>
 #include <string>
 #include <unordered_map>
 
@@ -31,9 +32,10 @@ class BellWatch {
 
     // Readable when something happened.
     int get() const { return watch_.get(); }
-    // Takes note of what happened; true when it may have befallen the store file. Throws std::system_error when a bell
-    // is gone and cannot be made again.
+    // Takes note of what happened; true from the first time on that something may have befallen the store file.
     bool drain();
+    // Hears the bells that were removed, once they are made anew. Throws std::system_error when one cannot be made.
+    void renew();
 
  private:
     void watchBell(std::int64_t table);
@@ -42,6 +44,8 @@ class BellWatch {
     const FileDescriptor watch_;
     std::mutex mutex_;
     std::unordered_map<int, std::int64_t> tables_;  // by the numbers of their bells' watches
+    std::set<std::int64_t> gone_;                   // tables whose bells were removed
+    bool storeTouched_ = false;
 };
 
 }  // namespace hab

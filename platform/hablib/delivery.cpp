@@ -96,7 +96,7 @@ void Delivery::run() {
     Look last = Look::kDone;
     try {
         if (store_->lost(*connection_)) {
-            return;  // before there was a watch
+            return;  // replaced before there was a watch
         }
         do {
             last = look();
@@ -111,6 +111,7 @@ Delivery::Look Delivery::look() {
     if (watch_.drain() && store_->lost(*connection_)) {
         return Look::kEnd;
     }
+    watch_.renew();
     std::vector<Notice> notices;
     do {
         if (const Look fetched = fetch(notices); fetched != Look::kDone) {

@@ -42,11 +42,15 @@ int watchFile(const FileDescriptor& watches, const std::string& path, std::uint3
     return watch;
 }
 
+void watchPlace(const FileDescriptor& watches, const std::string& path) {
+    watchFile(watches, path, kFileGone);
+    watchFile(watches, path.substr(0, path.find_last_of('/') + 1), IN_DELETE_SELF | IN_MOVE_SELF);
+}
+
 FileWatch::FileWatch(const std::string& path) {
     try {
         watches_ = newWatches();
-        watchFile(watches_, path, kFileGone);
-        watchFile(watches_, path.substr(0, path.find_last_of('/') + 1), IN_DELETE_SELF | IN_MOVE_SELF);
+        watchPlace(watches_, path);
     } catch (const std::system_error&) {
         touched_ = true;
     }

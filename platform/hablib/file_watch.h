@@ -32,6 +32,9 @@ FileDescriptor newWatches();
 // Watches `path` for `events` (inotify's); the watch's number. Throws std::system_error.
 int watchFile(const FileDescriptor& watches, const std::string& path, std::uint32_t events);
 
+// Watches a file and its folder for what may put another in its place. Throws std::system_error.
+void watchPlace(const FileDescriptor& watches, const std::string& path);
+
 // What ends a path's leading to its file: removed, replaced or moved.
 extern const std::uint32_t kFileGone;
 

@@ -20,7 +20,7 @@ const std::optional<Value>& RowReader::read(const Field& field, int row) {
     if (last.number != row) {
         last = fetch(*field.table, row);
     }
-    return last.values[field.place];
+    return last.values[field.index];
 }
 
 RowReader::Row RowReader::fetch(const Table& table, int row) {
@@ -37,7 +37,7 @@ RowReader::Row RowReader::fetch(const Table& table, int row) {
     while (statement_.next()) {
         const Field* field = schema_.field(statement_.number(0));
         if (field != nullptr && field->table == &table) {
-            fetched.values[field->place] = valueIn(statement_, 1, *field);
+            fetched.values[field->index] = valueIn(statement_, 1, *field);
         }
     }
     return fetched;

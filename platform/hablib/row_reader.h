@@ -23,7 +23,7 @@ class RowReader {
  private:
     struct Row {
         int number = -1;
-        std::vector<std::optional<Value>> values;  // by the fields' places
+        std::vector<std::optional<Value>> values;  // by the fields' indices
     };
 
     Row fetch(const Table& table, int row);

@@ -21,7 +21,7 @@ struct Table;
 struct Field {
     std::int64_t id;
     const Table* table;
-    std::size_t place;  // in its table's fields
+    std::size_t index;  // in its table's fields
     std::string name;
     std::string alias;  // a second spelling, or empty
     Type type;

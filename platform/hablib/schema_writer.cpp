@@ -22,9 +22,12 @@ constexpr const char* kLayout =
     "CREATE TABLE hab_field(id INTEGER PRIMARY KEY AUTOINCREMENT, table_id INTEGER NOT NULL, name TEXT NOT NULL,"
     " alias TEXT NOT NULL, type TEXT NOT NULL, longest INTEGER NOT NULL, initial TEXT NOT NULL, about TEXT NOT NULL,"
     " place INTEGER NOT NULL, UNIQUE(table_id, name));"
-    "CREATE TABLE hab_value(field INTEGER NOT NULL, row INTEGER NOT NULL, value NOT NULL, seq INTEGER NOT NULL,"
-    " PRIMARY KEY(row, field)) WITHOUT ROWID;"
     "CREATE TABLE hab_journal(seq INTEGER PRIMARY KEY, field INTEGER NOT NULL, row INTEGER NOT NULL);";
+
+// By row first, because a row's values are read together.
+constexpr const char* kValues =
+    "CREATE TABLE hab_value(field INTEGER NOT NULL, row INTEGER NOT NULL, value NOT NULL, seq INTEGER NOT NULL,"
+    " PRIMARY KEY(row, field)) WITHOUT ROWID";
 
 struct DeleteJson {
     void operator()(cJSON* json) const { cJSON_Delete(json); }
@@ -87,6 +90,18 @@ std::int64_t writeTable(Connection& connection, std::int64_t place, const cJSON*
 
 void writeLayout(Connection& connection) {
     connection.run(kLayout);
+    connection.run(kValues);
+}
+
+void orderValues(Connection& connection) {
+    if (connection.number("SELECT pk FROM pragma_table_info('hab_value') WHERE name = 'row'") == 1) {
+        return;
+    }
+    connection.run("ALTER TABLE hab_value RENAME TO hab_former");
+    connection.run(kValues);
+    connection.run(
+        "INSERT INTO hab_value(field, row, value, seq) SELECT field, row, value, seq FROM hab_former;"
+        " DROP TABLE hab_former");
 }
 
 void writeSchema(Connection& connection) {

@@ -14,6 +14,10 @@ extern const std::uint32_t kSchemaId;
 // Makes the tables of an empty file. Throws SqliteError.
 void writeLayout(Connection& connection);
 
+// Orders the values of a store that was made when they were kept by field first, inside the caller's transaction; its
+// reads would be slow. Throws SqliteError.
+void orderValues(Connection& connection);
+
 // Writes the schema into the file, inside the caller's transaction. Tables and fields that are there keep their
 // numbers, and with them their values. Throws SqliteError.
 void writeSchema(Connection& connection);

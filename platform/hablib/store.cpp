@@ -152,6 +152,7 @@ std::unique_ptr<Connection> connectChecked(const std::string& path, bool anySche
             complain(path, "read-only; its owner must be able to write the file and its folder");
             return nullptr;
         }
+        connection->run("PRAGMA journal_mode = WAL");  // a copy may have another
         return connection;
     } catch (const SqliteError& error) {
         complain(path, explain(error));

@@ -104,6 +104,7 @@ int upgradeStore(const std::string& path) {
     }
     try {
         Transaction transaction(*connection);
+        orderValues(*connection);
         writeSchema(*connection);
         const std::int64_t dropped = dropMisfits(*connection);
         transaction.commit();

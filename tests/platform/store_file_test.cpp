@@ -96,6 +96,16 @@ TEST_F(StoreFile, ThatIsDeletedOrReplacedFailsItsSessions) {
     EXPECT_EQ(sql("SELECT value FROM hab_value"), "new");
 }
 
+TEST_F(StoreFile, ThatIsACopyWithoutALogGetsOne) {
+    hab_set_ascii(open().get(), "General", 0, "FSN", "1");
+    const std::string copy = path_ + ".copy";
+    sql("VACUUM INTO '" + copy + "'");
+    fs::remove(path_);
+    fs::rename(copy, path_);
+    EXPECT_EQ(textAt(open().get(), "General", 0, "FSN"), "1");
+    EXPECT_EQ(sql("PRAGMA journal_mode"), "wal");
+}
+
 TEST_F(StoreFile, ThatIsLockedMakesWritersGiveUpAfterTwoSeconds) {
     const Session session = open();
     sqlite3* db = nullptr;
@@ -143,11 +153,15 @@ TEST_F(StoreFile, OfAnOlderSchemaIsBroughtUpToDateWithItsValues) {
         "INSERT INTO hab_field SELECT 9000, table_id, 'Gone', '', type, longest, initial, '', 9000 FROM hab_field"
         " WHERE name = 'FSN';"
         "INSERT INTO hab_value VALUES(9000, 0, 'x', 9000);"
-        "DELETE FROM hab_field WHERE name = 'ISP'");
+        "DELETE FROM hab_field WHERE name = 'ISP';"
+        "CREATE TABLE other(field INTEGER, row INTEGER, value NOT NULL, seq INTEGER, PRIMARY KEY(field, row)) WITHOUT"
+        " ROWID; INSERT INTO other SELECT * FROM hab_value; DROP TABLE hab_value; ALTER TABLE other RENAME TO "
+        "hab_value");
     const std::string id = sql("SELECT id FROM hab_field WHERE name = 'DeviceName'");
     const Outcome upgrade = habctl({"init", "--upgrade"});
     EXPECT_EQ(upgrade.status, 0);
     EXPECT_THAT(upgrade.errors, HasSubstr("3 values"));
+    EXPECT_EQ(sql("SELECT pk FROM pragma_table_info('hab_value') WHERE name = 'row'"), "1");
     const Session session = open();
     EXPECT_EQ(textAt(session.get(), "General", 0, "DeviceName"), "Home");
     EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "");
