@@ -8,7 +8,6 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 #include <system_error>
 #include <utility>
@@ -23,19 +22,17 @@ std::string bellPath(const std::string& path, std::int64_t table) {
 
 // Under another name at first, so that nobody meets it while it belongs to root, who would shut the store's owner out.
 void makeBell(const std::string& path, const std::string& name) {
-    std::string draft = name + ".XXXXXX";
-    const FileDescriptor file(mkostemp(draft.data(), O_CLOEXEC));
-    if (!file) {
+    const Draft draft(name);
+    if (!draft) {
         return;
     }
     // What fails shows when the bell is opened; one that somebody else has made by now is as good as ours.
     [[maybe_unused]] int ignored = 0;
     struct stat store {};
     if (geteuid() == 0 && stat(path.c_str(), &store) == 0) {
-        ignored = fchown(file.get(), store.st_uid, store.st_gid);
+        ignored = fchown(draft.get(), store.st_uid, store.st_gid);
     }
-    ignored = link(draft.c_str(), name.c_str());
-    unlink(draft.c_str());
+    ignored = link(draft.name().c_str(), name.c_str());
 }
 
 }  // namespace

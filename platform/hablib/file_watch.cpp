@@ -1,5 +1,6 @@
 #include "file_watch.h"
 
+#include <fcntl.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -7,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
+#include <cstdlib>
 #include <system_error>
 
 namespace hab {
@@ -23,6 +25,18 @@ const std::uint32_t kFileGone = IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
 FileDescriptor::~FileDescriptor() {
     if (number_ >= 0) {
         close(number_);
+    }
+}
+
+Draft::Draft(const std::string& path) : name_(path + ".XXXXXX"), file_(mkostemp(name_.data(), O_CLOEXEC)) {
+    if (!file_) {
+        name_.clear();
+    }
+}
+
+Draft::~Draft() {
+    if (!name_.empty()) {
+        unlink(name_.c_str());
     }
 }
 

@@ -1,4 +1,5 @@
-// file_watch.h - kernel watches on files by their paths; they cost nothing while nothing happens.
+// file_watch.h - files: their descriptors, how they come to a name, and kernel watches on them by their paths, which
+// cost nothing while nothing happens.
 #pragma once
 
 #include <atomic>
@@ -25,6 +26,27 @@ class FileDescriptor {
 
  private:
     int number_ = -1;
+};
+
+// An empty file under a name of its own beside `path`, readable by its owner only; gone at the end unless it was linked
+// to another name.
+class Draft {
+ public:
+    explicit Draft(const std::string& path);
+    ~Draft();
+    Draft(const Draft&) = delete;
+    Draft& operator=(const Draft&) = delete;
+
+    // False, with errno set by the making, when it could not be made.
+    explicit operator bool() const { return !name_.empty(); }
+    const std::string& name() const { return name_; }
+    int get() const { return file_.get(); }
+    // Lets go of the descriptor; the file stays.
+    void close() { file_ = FileDescriptor(); }
+
+ private:
+    std::string name_;
+    FileDescriptor file_;
 };
 
 // A set of watches. Throws std::system_error when the kernel has no more.

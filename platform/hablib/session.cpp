@@ -142,9 +142,8 @@ int Session::commit(std::span<const Change> changes) {
     }
     std::set<std::int64_t> tables;
     for (const Change& change : changes) {
-        const std::int64_t place = record(change);
         tables.insert(change.field->table->id);
-        if (place % kJournalCut == 0) {
+        if (record(change)) {
             tables.insert(kBellForAll);
         }
     }
@@ -160,17 +159,18 @@ int Session::commit(std::span<const Change> changes) {
     return HAB_OK;
 }
 
-std::int64_t Session::record(const Change& change) {
+bool Session::record(const Change& change) {
     writeJournal_.bind(1, change.field->id).bind(2, change.row).finish();
     const std::int64_t place = connection_->lastRowid();
     writeValue_.bind(1, change.field->id).bind(2, change.row).bind(4, place);
     bindValue(writeValue_, 3, change.field->type, change.value);
     writeValue_.finish();
-    if (place % kJournalCut == 0) {
-        Statement cut(*connection_, "DELETE FROM hab_journal WHERE seq <= ?1");
-        cut.bind(1, place - kJournalLength).finish();
+    if (place % kJournalCut != 0) {
+        return false;
     }
-    return place;
+    Statement cut(*connection_, "DELETE FROM hab_journal WHERE seq <= ?1");
+    cut.bind(1, place - kJournalLength).finish();
+    return true;
 }
 
 int Session::readAll(std::vector<Change>& values) {

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <condition_variable>
-#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -70,8 +69,8 @@ class Session {
     template <class Operation>
     int whileThere(Operation operation);
     int commit(std::span<const Change> changes);
-    // The change's place in the journal.
-    std::int64_t record(const Change& change);
+    // True when the journal was cut.
+    bool record(const Change& change);
     std::shared_ptr<Delivery> delivery();
 
     const std::shared_ptr<Store> store_;

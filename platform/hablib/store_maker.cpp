@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "bell.h"
+#include "file_watch.h"
 #include "hablib.h"
 #include "schema_writer.h"
 #include "store.h"
@@ -22,25 +22,6 @@ namespace {
 [[noreturn]] void fail(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
-
-// A file under a name of its own, readable by its owner only; gone at the end unless it got another name.
-class Draft {
- public:
-    explicit Draft(const std::string& path) : name_(path + ".XXXXXX") {
-        const FileDescriptor file(mkstemp(name_.data()));
-        if (!file) {
-            fail("cannot make a file there");
-        }
-    }
-    ~Draft() { unlink(name_.c_str()); }
-    Draft(const Draft&) = delete;
-    Draft& operator=(const Draft&) = delete;
-
-    const std::string& name() const { return name_; }
-
- private:
-    std::string name_;
-};
 
 void fillStore(const std::string& path) {
     Connection connection(path);
@@ -84,7 +65,11 @@ int makeStore(const std::string& path, bool replace) {
         if (!folder.empty() && mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) {
             fail("its folder cannot be made");
         }
-        const Draft draft(path);
+        Draft draft(path);
+        if (!draft) {
+            fail("cannot make a file there");
+        }
+        draft.close();  // closed later, it would take the locks of whoever in this process has opened the store by then
         fillStore(draft.name());
         publish(draft.name(), path, replace);
         return HAB_OK;
