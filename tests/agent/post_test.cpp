@@ -188,9 +188,15 @@ TEST_F(Post, KeepsTheDeploymentsRules) {
     EXPECT_EQ(post(), 0U);
     EXPECT_TRUE(log.has("The answer is longer than 16777216 bytes\n", 4));
 
-    dro::set_request_rules({std::chrono::milliseconds(100), true, provisioned.largestAnswer, provisioned.sessionLife});
+    dro::RequestRules rules = provisioned;
+    rules.limit = std::chrono::milliseconds(100);
+    dro::set_request_rules(rules);
     EXPECT_EQ(post(), 0U) << "the cloud stalls";
     cloud.release();
+
+    rules = provisioned;
+    rules.needsCaBundle = true;
+    dro::set_request_rules(rules);
     EXPECT_NE(post(), 0U);
     cloud.forget();
     remove_ca_bundle();

@@ -13,6 +13,7 @@ namespace lab {
 namespace {
 
 using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
 
 class WebTest : public testing::Test {
  protected:
@@ -87,11 +88,13 @@ TEST_F(WebTest, AReaderThatDoesNotReadHoldsUpNobody) {
         });
     });
     stuck.get_future().wait();
-    const auto begin = std::chrono::steady_clock::now();
+    Clock::duration longest{};
     for (int i = 0; i < 400; ++i) {
+        const auto begin = Clock::now();
         timeline_.tell(Actor::Lab, Actor::Agent, "number " + std::to_string(i), std::string(65536, 'x'));
+        longest = std::max(longest, Clock::now() - begin);
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(1500));
+    EXPECT_LT(longest, milliseconds(1500)) << "such a reader is given up after two seconds";
     end.set_value();
 }
 
