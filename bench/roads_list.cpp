@@ -24,7 +24,9 @@ constexpr int kWrites = 15;
 constexpr int kReadsOnce = 14;
 constexpr int kTransactionReads = 2;
 
-void gather_bare(Router& router, int devices) {
+using ReadRecord = void (*)(BareStore& bare, int row);
+
+void gather_bare(Router& router, int devices, ReadRecord read_record) {
     constexpr int kField = 25;
     for (int write = 0; write < kWrites; ++write) {
         router.bare.write(kField, 0, "CDIL payload creation start");
@@ -33,7 +35,7 @@ void gather_bare(Router& router, int devices) {
         router.bare.read(kField, 0);
     }
     for (int row = 0; row < devices; ++row) {
-        read_record_bare(router.bare, row);
+        read_record(router.bare, row);
         for (int read = 0; read < kTransactionReads; ++read) {
             router.bare.read(kField, 0);
         }
@@ -47,6 +49,7 @@ struct Part {
 
 struct ListTimes {
     Pair whole;
+    Pair rowsAtOnce;  // the same beside a floor that reads each row of a table with one statement
     std::array<Part, 5> parts{{{"command to the store", {}},
                                {"handed over to masks read", {}},
                                {"records read and rendered", {}},
@@ -78,9 +81,10 @@ dro_test::Request fetch(Router& router, Notices& notices, int number, ListTimes&
     return list;
 }
 
-Clock::duration fetch_bare(Router& router, const BarePost& post, int devices, const std::string& body) {
+Clock::duration fetch_bare(Router& router, const BarePost& post, int devices, const std::string& body,
+                           ReadRecord read_record) {
     const auto start = Clock::now();
-    gather_bare(router, devices);
+    gather_bare(router, devices, read_record);
     std::this_thread::sleep_for(dro::durations().queuePause);
     post.send(body);
     const auto received = arrived(router.cloud, 1, kAnswerPath).front().at;
@@ -106,14 +110,18 @@ void measure_list(Report& report, int devices) {
         }
         const std::string body = fetch(router, notices, round, times, round >= 0).body;
         bodySize = body.size();
-        const auto least = fetch_bare(router, post, devices, body);
+        const auto least = fetch_bare(router, post, devices, body, read_record_bare);
+        const auto rowsAtOnce = fetch_bare(router, post, devices, body, read_record_whole);
         if (round >= 0) {
             times.whole.floor.add(least);
+            times.rowsAtOnce.floor.add(rowsAtOnce);
         }
     }
     const std::string name = "list of " + std::to_string(devices);
     const Work work{"list", static_cast<double>(devices)};
     report.compare(name, times.whole, work);
+    times.rowsAtOnce.ours = times.whole.ours;
+    report.compare(name + ", rows at once", times.rowsAtOnce);
     report.fact(name + ", request", "bytes", static_cast<double>(bodySize));
     for (const Part& part : times.parts) {
         report.part(name + ", " + part.name, part.samples);
@@ -157,7 +165,7 @@ void measure_lists_at_once(Report& report) {
     const auto floor = [&] {
         const auto start = Clock::now();
         for (int list = 0; list < kLists; ++list) {
-            gather_bare(router, kDevices);
+            gather_bare(router, kDevices, read_record_bare);
             post.send(body);
         }
         const auto duration = arrived(router.cloud, kLists, kUnaskedPath).back().at - start;

@@ -250,6 +250,14 @@ void read_record_bare(BareStore& bare, int row) {
     }
 }
 
+void read_record_whole(BareStore& bare, int row) {
+    constexpr int kTables = 3;
+    constexpr int kFields = kRecordMembers / kTables;
+    for (int field = 0; field < kRecordMembers; field += kFields) {
+        bare.read_row(row, field, field + kFields - 1);
+    }
+}
+
 const char* ca_bundle() {
     return provisioning::kCaBundles.back();
 }

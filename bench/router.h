@@ -114,6 +114,8 @@ Clock::time_point wait_for_port(int port);
 
 // One device's record, and what the agent reads besides to make it an event or a list, with bare statements.
 void read_record_bare(BareStore& bare, int row);
+// The same with a statement for each of the tables that it stands in.
+void read_record_whole(BareStore& bare, int row);
 
 // The file of certificates that the agent trusts here.
 const char* ca_bundle();

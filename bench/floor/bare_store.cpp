@@ -11,21 +11,23 @@ BareStore::BareStore(const std::string& path) : bell_(path + ".bell") {
     if (sqlite3_open(path.c_str(), &db_) != SQLITE_OK ||
         sqlite3_exec(db_,
                      "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL;"
-                     "CREATE TABLE value(field INTEGER, row INTEGER, value, seq INTEGER, PRIMARY KEY(field, row))"
-                     " WITHOUT ROWID;"
-                     "CREATE TABLE journal(seq INTEGER PRIMARY KEY, field INTEGER, row INTEGER)",
+                     "CREATE TABLE IF NOT EXISTS value(row INTEGER, field INTEGER, value, seq INTEGER,"
+                     " PRIMARY KEY(row, field)) WITHOUT ROWID;"
+                     "CREATE TABLE IF NOT EXISTS journal(seq INTEGER PRIMARY KEY, field INTEGER, row INTEGER)",
                      nullptr, nullptr, nullptr) != SQLITE_OK) {
         throw std::runtime_error("no bare store");
     }
-    read_ = prepare("SELECT value FROM value WHERE field = ?1 AND row = ?2");
+    read_ = prepare("SELECT value FROM value WHERE row = ?1 AND field = ?2");
+    readRow_ = prepare("SELECT value FROM value WHERE row = ?1 AND field BETWEEN ?2 AND ?3");
+    news_ = prepare("SELECT seq, field, row FROM journal WHERE seq > ?1 ORDER BY seq");
     journal_ = prepare("INSERT INTO journal(field, row) VALUES(?1, ?2)");
-    write_ = prepare("INSERT OR REPLACE INTO value VALUES(?1, ?2, ?3, ?4)");
+    write_ = prepare("INSERT OR REPLACE INTO value(field, row, value, seq) VALUES(?1, ?2, ?3, ?4)");
     begin_ = prepare("BEGIN IMMEDIATE");
     commit_ = prepare("COMMIT");
 }
 
 BareStore::~BareStore() {
-    for (Statement* statement : {&read_, &journal_, &write_, &begin_, &commit_}) {
+    for (Statement* statement : {&read_, &readRow_, &news_, &journal_, &write_, &begin_, &commit_}) {
         statement->reset();
     }
     sqlite3_close(db_);
@@ -47,21 +49,43 @@ void BareStore::write(int field, int row, const std::string& value) {
 }
 
 std::size_t BareStore::read(int field, int row) {
-    sqlite3_bind_int(read_.get(), 1, field);
-    sqlite3_bind_int(read_.get(), 2, row);
-    value_.clear();
-    if (sqlite3_step(read_.get()) == SQLITE_ROW) {
-        value_.assign(reinterpret_cast<const char*>(sqlite3_column_text(read_.get(), 0)),
-                      static_cast<std::size_t>(sqlite3_column_bytes(read_.get(), 0)));
+    sqlite3_bind_int(read_.get(), 1, row);
+    sqlite3_bind_int(read_.get(), 2, field);
+    return take(read_);
+}
+
+std::size_t BareStore::read_row(int row, int first, int last) {
+    sqlite3_bind_int(readRow_.get(), 1, row);
+    sqlite3_bind_int(readRow_.get(), 2, first);
+    sqlite3_bind_int(readRow_.get(), 3, last);
+    return take(readRow_);
+}
+
+bool BareStore::hear() {
+    const std::int64_t before = heard_;
+    sqlite3_bind_int64(news_.get(), 1, heard_);
+    while (sqlite3_step(news_.get()) == SQLITE_ROW) {
+        heard_ = sqlite3_column_int64(news_.get(), 0);
     }
-    sqlite3_reset(read_.get());
-    return value_.size();
+    sqlite3_reset(news_.get());
+    return heard_ != before;
 }
 
 BareStore::Statement BareStore::prepare(const char* sql) {
     sqlite3_stmt* statement = nullptr;
     sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr);
     return Statement(statement);
+}
+
+std::size_t BareStore::take(const Statement& statement) {
+    std::size_t size = 0;
+    while (sqlite3_step(statement.get()) == SQLITE_ROW) {
+        value_.assign(reinterpret_cast<const char*>(sqlite3_column_text(statement.get(), 0)),
+                      static_cast<std::size_t>(sqlite3_column_bytes(statement.get(), 0)));
+        size += value_.size();
+    }
+    sqlite3_reset(statement.get());
+    return size;
 }
 
 void BareStore::finish(const Statement& statement) {

@@ -3,12 +3,13 @@
 
 #include <sqlite3.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
 namespace bench {
 
-// Fields are numbers. A fresh file, removed with its folder by whoever made that.
+// Fields are numbers. The file is made by the first that opens it, and removed with its folder by whoever made that.
 class BareStore {
  public:
     explicit BareStore(const std::string& path);
@@ -21,6 +22,14 @@ class BareStore {
 
     // The value's length; the value itself is copied to where the last one was.
     std::size_t read(int field, int row);
+    // The same for the fields from `first` to `last` of a row, with one statement; the lengths' sum.
+    std::size_t read_row(int row, int first, int last);
+
+    // Reads the journal from where it was read last; true when there was something new.
+    bool hear();
+
+    // What is closed after each write.
+    const std::string& bell() const { return bell_; }
 
  private:
     struct Finalize {
@@ -30,11 +39,15 @@ class BareStore {
 
     Statement prepare(const char* sql);
     static void finish(const Statement& statement);
+    std::size_t take(const Statement& statement);
 
     std::string bell_;
     sqlite3* db_ = nullptr;
     std::string value_;
+    std::int64_t heard_ = 0;
     Statement read_;
+    Statement readRow_;
+    Statement news_;
     Statement journal_;
     Statement write_;
     Statement begin_;
