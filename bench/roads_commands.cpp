@@ -15,8 +15,11 @@ struct BlockTimes {
     Pair acknowledged;
 };
 
+// Noticed by another process that reads the journal, in the agent's store as in the bare program's.
 BlockTimes take_blocks(Router& router, int rounds) {
     Notices notices({"DALHConfig"});
+    BareStore bareNotices(command_floor_store(router));
+    bareNotices.listen();
     const BarePost post = router.bare_post(kAckPath);
     BlockTimes times;
     std::string body;
@@ -30,16 +33,22 @@ BlockTimes take_blocks(Router& router, int rounds) {
         router.cloud.forget();
         std::this_thread::sleep_for(kSettle);
 
+        start = deliver(block_command(round), kFloorPort);
+        bareNotices.wait_for(kBlockWrites);
+        const auto bareTriggered = Clock::now() - start;
+        arrived(router.cloud, 1, kAckPath);
+        router.cloud.forget();
+        std::this_thread::sleep_for(kSettle);
+
         start = Clock::now();
         write_block(router.bare);
-        const auto written = Clock::now() - start;
         post.send(body);
         const auto received = arrived(router.cloud, 1, kAckPath).front().at - start;
         router.cloud.forget();
         std::this_thread::sleep_for(kSettle);
         if (round >= 0) {
             times.triggered.ours.add(triggered);
-            times.triggered.floor.add(written);
+            times.triggered.floor.add(bareTriggered);
             times.acknowledged.ours.add(acknowledged);
             times.acknowledged.floor.add(received);
         }
@@ -63,6 +72,8 @@ void measure_block(Report& report) {
     constexpr int kRounds = 100;
     Router router;
     const RunningAgent agent(router);
+    const dro_test::AgentProcess floor(router.store, command_floor(router));
+    wait_for_port(kFloorPort);
     const BlockTimes times = take_blocks(router, kRounds);
     report.compare("block, store triggered", times.triggered);
     report.compare("block, acknowledged", times.acknowledged);

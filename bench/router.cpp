@@ -95,13 +95,16 @@ struct Notices::State {
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<std::pair<std::string, Clock::time_point>> seen;
+    std::string awaited;  // whoever waits is woken for this one only: the agent needs the processor
 
     static void on_notice(const char* table, int /*row*/, const char* field, void* self) {
         const auto now = Clock::now();
         auto& state = *static_cast<State*>(self);
         const std::lock_guard lock(state.mutex);
-        state.seen.emplace_back(std::string(table) + "." + field, now);
-        state.changed.notify_all();
+        const auto& [name, at] = state.seen.emplace_back(std::string(table) + "." + field, now);
+        if (name == state.awaited) {
+            state.changed.notify_all();
+        }
     }
 };
 
@@ -132,6 +135,7 @@ Clock::time_point Notices::wait_for(const std::string& field, std::size_t count)
         return false;
     };
     std::unique_lock lock(state_->mutex);
+    state_->awaited = field;
     if (!state_->changed.wait_for(lock, dro_test::kPatience, there)) {
         throw std::runtime_error(field + " was not written");
     }
@@ -216,10 +220,13 @@ dro_test::Launch program_launch(const std::string& program, const std::vector<st
 }
 
 dro_test::Launch command_floor(const Router& router) {
-    static int stores = 0;
     return program_launch(DRO_BENCH_COMMAND_FLOOR,
                           {std::to_string(kFloorPort), router.cloud.base_url() + "transactionAck/", ca_bundle(),
-                           router.store.folder() + "/floor" + std::to_string(++stores) + ".db"});
+                           command_floor_store(router)});
+}
+
+std::string command_floor_store(const Router& router) {
+    return router.store.folder() + "/floor.db";
 }
 
 void write_uint(const Router& router, const char* table, const char* field, std::uint32_t value) {

@@ -24,15 +24,14 @@ int listen_on(std::uint16_t port, int waiting) {
     return descriptor;
 }
 
-std::string take_message(int listening) {
-    const int descriptor = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
+std::string take_message(int connection) {
     std::string message;
     std::array<char, 65536> step;
     for (ssize_t count = 1; count > 0;) {
-        count = read(descriptor, step.data(), step.size());
+        count = read(connection, step.data(), step.size());
         message.append(step.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
     }
-    close(descriptor);
+    close(connection);
     return message;
 }
 

@@ -10,7 +10,7 @@ namespace bench {
 // process when there is none.
 int listen_on(std::uint16_t port, int waiting = 1);
 
-// The next message: all that its sender wrote before it closed.
-std::string take_message(int listening);
+// All that the sender wrote before it closed. Closes the connection.
+std::string take_message(int connection);
 
 }  // namespace bench

@@ -1,8 +1,10 @@
 #include "floor/bare_store.h"
 
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
+#include <array>
 #include <stdexcept>
 
 namespace bench {
@@ -31,6 +33,9 @@ BareStore::~BareStore() {
         statement->reset();
     }
     sqlite3_close(db_);
+    if (watch_ >= 0) {
+        close(watch_);
+    }
 }
 
 void BareStore::write(int field, int row, const std::string& value) {
@@ -61,14 +66,33 @@ std::size_t BareStore::read_row(int row, int first, int last) {
     return take(readRow_);
 }
 
-bool BareStore::hear() {
-    const std::int64_t before = heard_;
+void BareStore::listen() {
+    watch_ = inotify_init1(IN_CLOEXEC);
+    close(open(bell_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));  // nobody may have written yet
+    if (inotify_add_watch(watch_, bell_.c_str(), IN_CLOSE_WRITE) < 0) {
+        throw std::runtime_error("no watch on the bare store");
+    }
+    hear();
+}
+
+void BareStore::wait_for(std::size_t changes) {
+    std::array<char, 4096> events;
+    for (std::size_t heard = 0; heard < changes; heard += hear()) {
+        if (::read(watch_, events.data(), events.size()) < 0) {
+            throw std::runtime_error("no notice of the bare store");
+        }
+    }
+}
+
+std::size_t BareStore::hear() {
+    std::size_t changes = 0;
     sqlite3_bind_int64(news_.get(), 1, heard_);
     while (sqlite3_step(news_.get()) == SQLITE_ROW) {
         heard_ = sqlite3_column_int64(news_.get(), 0);
+        ++changes;
     }
     sqlite3_reset(news_.get());
-    return heard_ != before;
+    return changes;
 }
 
 BareStore::Statement BareStore::prepare(const char* sql) {

@@ -25,11 +25,10 @@ class BareStore {
     // The same for the fields from `first` to `last` of a row, with one statement; the lengths' sum.
     std::size_t read_row(int row, int first, int last);
 
-    // Reads the journal from where it was read last; true when there was something new.
-    bool hear();
-
-    // What is closed after each write.
-    const std::string& bell() const { return bell_; }
+    // From now on it hears of what is written, in this process or another.
+    void listen();
+    // Waits until `changes` more have been written.
+    void wait_for(std::size_t changes);
 
  private:
     struct Finalize {
@@ -40,11 +39,14 @@ class BareStore {
     Statement prepare(const char* sql);
     static void finish(const Statement& statement);
     std::size_t take(const Statement& statement);
+    // Reads the journal from where it was read last; how much was new.
+    std::size_t hear();
 
     std::string bell_;
     sqlite3* db_ = nullptr;
     std::string value_;
     std::int64_t heard_ = 0;
+    int watch_ = -1;
     Statement read_;
     Statement readRow_;
     Statement news_;
@@ -54,7 +56,8 @@ class BareStore {
     Statement commit_;
 };
 
-// The three values that a block writes.
+// The values that a block writes.
+inline constexpr std::size_t kBlockWrites = 3;
 void write_block(BareStore& store);
 
 }  // namespace bench

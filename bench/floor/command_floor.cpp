@@ -1,6 +1,6 @@
-// command_floor PORT URL BUNDLE STORE - the least that a program does for a command: it takes a message, parses it,
-// writes the three values of a block to a fresh bare store and posts the acknowledgement. One after the other, until
-// SIGUSR1.
+// command_floor PORT URL BUNDLE STORE - the least that a program does for a command: it takes a message on a thread of
+// its own, parses it, writes the three values of a block to a bare store and posts the acknowledgement. One after the
+// other, until SIGUSR1.
 #include <cJSON.h>
 #include <curl/curl.h>
 #include <sys/socket.h>
@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <exception>
+#include <thread>
 
 #include "floor/bare_link.h"
 #include "floor/bare_post.h"
@@ -26,13 +27,16 @@ int run(int argc, char** argv) {
     const bench::BarePost post(argv[2], argv[3]);
     const int listening = bench::listen_on(static_cast<std::uint16_t>(std::atoi(argv[1])), SOMAXCONN);
     for (;;) {
-        const std::string message = bench::take_message(listening);
-        cJSON* parsed = cJSON_Parse(message.c_str());
-        if (const char* uuid = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(parsed, "UUID"))) {
-            bench::write_block(store);
-            post.send(bench::ack_body(uuid));
-        }
-        cJSON_Delete(parsed);
+        const int connection = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
+        std::thread([&] {
+            const std::string message = bench::take_message(connection);
+            cJSON* parsed = cJSON_Parse(message.c_str());
+            if (const char* uuid = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(parsed, "UUID"))) {
+                bench::write_block(store);
+                post.send(bench::ack_body(uuid));
+            }
+            cJSON_Delete(parsed);
+        }).join();
     }
 }
 

@@ -1,10 +1,8 @@
 // What the store's work costs without its library: a statement for each value, journal and bell, in a bare program.
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
-#include <sys/inotify.h>
 #include <unistd.h>
 
-#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -87,20 +85,12 @@ void storeNotice(benchmark::State& state) {
     });
     bench::BareStore bare(folder.store());
     fill(bare);
-    bare.hear();
-    const int watch = inotify_init1(IN_CLOEXEC);
-    inotify_add_watch(watch, bare.bell().c_str(), IN_CLOSE_WRITE);
+    bare.listen();
     while (state.KeepRunning()) {
         const auto begin = writer.order();
-        std::array<char, 4096> events;
-        do {
-            if (read(watch, events.data(), events.size()) < 0) {
-                std::abort();
-            }
-        } while (!bare.hear());
+        bare.wait_for(1);
         state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
     }
-    close(watch);
 }
 BENCHMARK(storeNotice)->UseManualTime()->Iterations(5'000);
 
