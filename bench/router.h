@@ -103,7 +103,8 @@ std::string block_command(int number, std::size_t size = 0);
 // A program in the agent's place: started, watched and ended like it.
 dro_test::Launch program_launch(const std::string& program, const std::vector<std::string>& arguments);
 
-// The bare program that takes commands at kFloorPort, in the agent's place on that router, with a bare store of its own.
+// The bare program that takes commands at kFloorPort, in the agent's place on that router, with a bare store of its
+// own.
 inline constexpr int kFloorPort = 4467;
 dro_test::Launch command_floor(const Router& router);
 std::string command_floor_store(const Router& router);

@@ -50,6 +50,8 @@ Connection::Connection(const std::string& path) : deadline_(Clock::now() + kPati
     sqlite3_wal_hook(db, onCommit, this);
 }
 
+Connection::~Connection() = default;
+
 void Connection::run(const char* sql) {
     check(db_.get(), sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr));
 }
@@ -151,11 +153,15 @@ std::string_view Statement::bytes(int column) const {
 }
 
 Transaction::Transaction(Connection& connection) : connection_(connection) {
-    connection.run("BEGIN IMMEDIATE");
+    if (!connection.commit_) {
+        connection.begin_ = std::make_unique<Statement>(connection, "BEGIN IMMEDIATE");
+        connection.commit_ = std::make_unique<Statement>(connection, "COMMIT");
+    }
+    connection.begin_->finish();
 }
 
 void Transaction::commit() {
-    connection_.run("COMMIT");
+    connection_.commit_->finish();
     open_ = false;
 }
 

@@ -36,12 +36,15 @@ int statusOf(int code);
 // Names the last commit that a store has seen: no two commits have the same.
 using CommitMark = std::array<std::uint32_t, 12>;
 
+class Statement;
+
 class Connection {
  public:
     // Opens an existing file for reading and writing. Throws SqliteError.
     explicit Connection(const std::string& path);
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
+    ~Connection();
 
     // Until when statements wait for locks that others hold; kPatience from now at first.
     void waitUntil(Clock::time_point deadline) { deadline_ = deadline; }
@@ -67,6 +70,8 @@ class Connection {
     sqlite3* get() const { return db_.get(); }
 
  private:
+    friend class Transaction;
+
     static int onBusy(void* self, int tries);
     static int onCommit(void* self, sqlite3* db, const char* name, int pages);
 
@@ -74,6 +79,8 @@ class Connection {
         void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
     };
     std::unique_ptr<sqlite3, Close> db_;
+    std::unique_ptr<Statement> begin_;  // these two are prepared for the first transaction
+    std::unique_ptr<Statement> commit_;
     Clock::time_point deadline_;
     int logPages_ = 0;
 };

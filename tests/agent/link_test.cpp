@@ -53,7 +53,7 @@ std::vector<int> crowd(int size) {
 class Link : public ::testing::Test {
  protected:
     Link() : log_path_(store.folder() + "/link.log") {
-        jorv::set_timings({std::chrono::milliseconds(100), std::chrono::milliseconds(100)});
+        jorv::set_timings({std::chrono::milliseconds(500), std::chrono::milliseconds(100)});
         jorv::log_file = log_path_.c_str();
         g_messages.clear();
         g_statuses.clear();
