@@ -49,7 +49,7 @@ struct Part {
 
 struct ListTimes {
     Pair whole;
-    Pair rowsAtOnce;  // the same beside a floor that reads each row of a table with one statement
+    Samples rowsAtOnce;  // the floor with each row of a table read by one statement
     std::array<Part, 5> parts{{{"command to the store", {}},
                                {"handed over to masks read", {}},
                                {"records read and rendered", {}},
@@ -114,14 +114,13 @@ void measure_list(Report& report, int devices) {
         const auto rowsAtOnce = fetch_bare(router, post, devices, body, read_record_whole);
         if (round >= 0) {
             times.whole.floor.add(least);
-            times.rowsAtOnce.floor.add(rowsAtOnce);
+            times.rowsAtOnce.add(rowsAtOnce);
         }
     }
     const std::string name = "list of " + std::to_string(devices);
     const Work work{"list", static_cast<double>(devices)};
     report.compare(name, times.whole, work);
-    times.rowsAtOnce.ours = times.whole.ours;
-    report.compare(name + ", rows at once", times.rowsAtOnce);
+    report.compare(name + ", rows at once", {times.whole.ours, times.rowsAtOnce});
     report.fact(name + ", request", "bytes", static_cast<double>(bodySize));
     for (const Part& part : times.parts) {
         report.part(name + ", " + part.name, part.samples);
