@@ -6,6 +6,8 @@
 #include <array>
 #include <cstdint>
 
+#include "dro_monitor.h"
+
 namespace dro {
 
 // Device rows of one list, ascending. Eight masks of 32 bits name at most 256.
@@ -25,6 +27,13 @@ void processConnectedDeviceList(cJSON* array, std::uint32_t index, int variant);
 // Builds the list of the first `count` entries of `list` and queues it. Returns 0, also when the queue was full; 1 when
 // the list could not be built.
 int syncCdil_timerExit(int count, const IndexList& list);
+
+// Fetches that the list watch follows.
+Orders& list_orders();
+
+// Records that the dispatcher has pushed a list that answers `transaction` (empty: none), and ends the watches over
+// that transaction.
+void report_list_pushed(const char* transaction);
 
 // Change handlers, on the store's delivery thread.
 void cdilStatus_cbHandler(void* context);

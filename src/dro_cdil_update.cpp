@@ -1,6 +1,7 @@
 // One device's record changed: it goes to the queue as a list of one.
 #include "dro_cdil.h"
 
+#include "dro_device_index.h"
 #include "dro_fields.h"
 #include "dro_json.h"
 #include "dro_log.h"
@@ -14,19 +15,25 @@ namespace {
 constexpr Field kIndex{"DALHNotifyCDUPDATE", "IndexCd"};
 constexpr std::size_t kLongestPayload = 1024;
 
-}  // namespace
+DeviceIndex g_notifier(kIndex);
 
-void cdUpdate_cbHandler(void* /*context*/) {
-    const std::uint32_t index = read_uint(kIndex, fields::kNoDevice);
-    if (index == fields::kNoDevice) {
-        LOG_TRACE("Reset for the UPDATE_CD Index\n");
-        return;
-    }
+void start_update(std::uint32_t index) {
     if (start_detached([index] { t_Handler_cdUpdate(index); }) != 0) {
         LOG_ERROR("Failed to initialize UPDATE_CD Sync thread to enqueue fifo\n");
         end_process(1);
     }
     LOG_TRACE("Successful to spawn UPDATE_CD thread for Device on Index %d\n", static_cast<int>(index));
+}
+
+}  // namespace
+
+void cdUpdate_cbHandler(void* /*context*/) {
+    const std::uint32_t index = g_notifier.read();
+    if (index == fields::kNoDevice) {
+        LOG_TRACE("Reset for the UPDATE_CD Index\n");
+        return;
+    }
+    start_update(index);
 }
 
 void t_Handler_cdUpdate(std::uint32_t index) {
@@ -50,7 +57,10 @@ void t_Handler_cdUpdate(std::uint32_t index) {
     } else {
         LOG_ERROR("UPDATE_CD Publishing Failed! Exiting thread!\n");
     }
-    write_uint(kIndex, fields::kNoDevice);
+    const std::uint32_t missed = g_notifier.reset();
+    if (missed != fields::kNoDevice) {
+        start_update(missed);
+    }
 }
 
 }  // namespace dro

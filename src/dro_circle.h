@@ -6,6 +6,7 @@
 #pragma once
 
 #include "dro_json.h"
+#include "dro_monitor.h"
 
 namespace dro {
 
@@ -25,8 +26,8 @@ inline constexpr int kCircleFailure = 0;
 inline constexpr int kCircleSuccess = 1;
 
 // Reports an outcome: a successful activation to the cloud's Circle endpoint, all else as the transaction's
-// acknowledgement; then resets the fields of the order. Returns 0, or 1 when the Circle endpoint never answered. May
-// take the senders' pauses.
+// acknowledgement; then resets the fields of the order, unless the process's stop cut the report short. Returns 0, or 1
+// when the Circle endpoint never answered. May take the senders' pauses.
 int sync_circle_status(int stage, int result, const char* transUuid, const char* message);
 
 // Judges an answer of the Circle endpoint: 0 accepted, -1 refused or unknown, 1 no JSON or no status.
@@ -44,6 +45,11 @@ void circle_provision(const char* transUuid, const char* command, JsonText data)
 void toggle_circle(const char* transUuid, JsonText data);
 
 // ---- Watching the Circle agent ----
+
+// Orders that wait for their monitors.
+Orders& activation_orders();
+Orders& provision_orders();
+Orders& toggle_orders();
 
 // Registers the callbacks below. Returns 0. Start-up only.
 int circle_cb_subscription();

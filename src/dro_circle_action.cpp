@@ -7,6 +7,7 @@
 #include "dro_get_set_config.h"
 #include "dro_log.h"
 #include "dro_post.h"
+#include "dro_stop.h"
 #include "dro_url.h"
 #include "dro_utils.h"
 
@@ -107,7 +108,9 @@ void report_provision(const Outcome& outcome) {
     } else {
         sendTransactionACK(outcome.transUuid, kAckFailure, failure_text("Provision-Failed", outcome).c_str());
     }
-    write_bool(fields::CircleAct, false);
+    if (!stop_requested()) {
+        write_bool(fields::CircleAct, false);
+    }
 }
 
 void reset_order(const char* message) {
@@ -131,6 +134,9 @@ void circle_action(const char* transUuid, const char* command, bool overRide) {
         sendTransactionACK(transUuid, kAckSuccess, "Already Activated");
         if (sync_circle_status(kStageActivation, kCircleSuccess, transUuid, "Success-Already Activated") != 0) {
             LOG_ERROR("Call Circle Status API failed!\n");
+        }
+        if (stop_requested()) {
+            return;
         }
     } else {
         write_bool(fields::CircleAct, false);
@@ -156,7 +162,7 @@ void setCircleActionDROA(const char* transUuid, const char* action) {
         return;
     }
     write_ascii(kCircleUuid, transUuid);
-    write_bool(fields::CircleAct, true);
+    activation_orders().give({.uuid = FixedText<128>(transUuid)});
 }
 
 int sync_circle_status(int stage, int result, const char* transUuid, const char* message) {
@@ -175,7 +181,9 @@ int sync_circle_status(int stage, int result, const char* transUuid, const char*
             LOG_NOTICE("No Case Matched! for circle Sync\n");
             break;
     }
-    reset_order(message);
+    if (!stop_requested()) {
+        reset_order(message);
+    }
     return unanswered;
 }
 

@@ -2,6 +2,7 @@
 #include <array>
 
 #include "dro_circle.h"
+#include "dro_durations.h"
 #include "dro_fields.h"
 #include "dro_log.h"
 #include "dro_monitor.h"
@@ -9,6 +10,7 @@
 namespace dro {
 namespace {
 
+constexpr const char* kUuidFormat = "LastCircleTransUUID is %s\n";
 constexpr const char* kReportFailed = "Call Circle Status API failed!\n";
 
 void report_outcome(const Order& order, int stage, int result, const char* message) {
@@ -17,8 +19,8 @@ void report_outcome(const Order& order, int stage, int result, const char* messa
     }
 }
 
-Order circle_order() {
-    return {read_ascii<128>(fields::circle_uuid), {}};
+Order stored_order() {
+    return {.uuid = read_ascii<128>(fields::circle_uuid)};
 }
 
 void report_activation_answer(const Order& order) {
@@ -46,15 +48,31 @@ void report_activation(Waited outcome, const Order& order) {
     }
 }
 
-void reset_activation(bool reported) {
-    if (!reported) {
-        write_bool(fields::CircleAct, false);
+void t_Handler_circleActivation(const Order& order) {
+    LOG_TRACE("Circle Activation Monitoring Thread Started!\n");
+    LOG_TRACE(kUuidFormat, order.uuid.c_str());
+    if (!lock_monitor(mutex_act_lock, "Unable to Lock Activation Mutex\n")) {
+        return;
     }
-    if (!(read_enum<16>(fields::actionDROA) == "none")) {
+    const AdoptedLock held(mutex_act_lock);
+    if (wait_and_report(mutex_act_lock, activationResponse, order, durations().circleWatch,
+                        [&order](Waited outcome) { report_activation(outcome, order); }) &&
+        !(read_enum<16>(fields::actionDROA) == "none")) {
         write_enum(fields::actionDROA, "none");
         LOG_TRACE("actionDROA field cleaned up and reset to none ....\n");
     }
 }
+
+constexpr OrderKind kActivation{
+    .flag = fields::CircleAct,
+    .callbackText = "Circle Activation callback\n",
+    .threadStartedText = "Successful to spawn thread for CircleAct\n",
+    .threadFailedText = "Failed to initialize Thread for CircleAct\n",
+    .threadRequired = true,
+    .flagResetText = "actState Reset to false\n",
+    .monitor = t_Handler_circleActivation,
+    .storedOrder = stored_order,
+};
 
 void report_provision_answer(const Order& order) {
     if (read_enum<16>(fields::activationStatusDROA).starts_with("provisioned")) {
@@ -78,64 +96,28 @@ void report_provision(Waited outcome, const Order& order) {
     }
 }
 
-void t_Handler_circleActivation(const Order& order);
-
-// The report has put back all there is.
-void reset_provision(bool reported) {
-    if (!reported) {
-        write_bool(fields::CircleProvision, false);
-    }
-}
-
-const Monitor kActivationMonitor{
-    fields::CircleAct,
-    "Circle Activation callback\n",
-    "Failed to initialize Thread for CircleAct\n",
-    true,
-    "Successful to spawn thread for CircleAct\n",
-    "actState Reset to false\n",
-    t_Handler_circleActivation,
-    "Circle Activation Monitoring Thread Started!\n",
-    "LastCircleTransUUID is %s\n",
-    circle_order,
-    mutex_act_lock,
-    "Unable to Lock Activation Mutex\n",
-    kError,
-    activationResponse,
-    &Durations::circleWatch,
-    report_activation,
-    reset_activation,
-};
-
-void t_Handler_circleActivation(const Order& order) {
-    run_monitor(kActivationMonitor, order);
-}
-
-void t_Handler_circleProvision(const Order& order);
-
-const Monitor kProvisionMonitor{
-    fields::CircleProvision,
-    "Provision callback\n",
-    "Failed to initialize Thread for CircleProvision\n",
-    true,
-    "Successful to spawn thread for CircleProvision\n",
-    "provisionState Reset to false\n",
-    t_Handler_circleProvision,
-    "Circle Provision Monitoring Thread Started!\n",
-    "LastCircleTransUUID is %s\n",
-    circle_order,
-    mutex_prov_lock,
-    nullptr,
-    kError,
-    provisionResponse,
-    &Durations::circleWatch,
-    report_provision,
-    reset_provision,
-};
-
+// The report resets all fields of the order.
 void t_Handler_circleProvision(const Order& order) {
-    run_monitor(kProvisionMonitor, order);
+    LOG_TRACE("Circle Provision Monitoring Thread Started!\n");
+    LOG_TRACE(kUuidFormat, order.uuid.c_str());
+    if (!lock_monitor(mutex_prov_lock, nullptr)) {
+        return;
+    }
+    const AdoptedLock held(mutex_prov_lock);
+    wait_and_report(mutex_prov_lock, provisionResponse, order, durations().circleWatch,
+                    [&order](Waited outcome) { report_provision(outcome, order); });
 }
+
+constexpr OrderKind kProvision{
+    .flag = fields::CircleProvision,
+    .callbackText = "Provision callback\n",
+    .threadStartedText = "Successful to spawn thread for CircleProvision\n",
+    .threadFailedText = "Failed to initialize Thread for CircleProvision\n",
+    .threadRequired = true,
+    .flagResetText = "provisionState Reset to false\n",
+    .monitor = t_Handler_circleProvision,
+    .storedOrder = stored_order,
+};
 
 // What an answer of the Circle agent does. The texts name the thread that they have always named.
 struct Answer {
@@ -161,11 +143,21 @@ void wake_monitor(const Answer& answer, const char* uuid) {
 
 }  // namespace
 
+Orders& activation_orders() {
+    static Immortal<Orders> orders(kActivation);
+    return *orders;
+}
+
+Orders& provision_orders() {
+    static Immortal<Orders> orders(kProvision);
+    return *orders;
+}
+
 void circleAct_cbHandler(void* /*context*/) {
-    on_flag_change(kActivationMonitor);
+    activation_orders().on_flag_change();
 }
 void circleProvision_cbHandler(void* /*context*/) {
-    on_flag_change(kProvisionMonitor);
+    provision_orders().on_flag_change();
 }
 
 void activationStatus_cbHandler(void* /*context*/) {

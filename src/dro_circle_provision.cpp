@@ -62,7 +62,8 @@ bool take_members(const cJSON* data, const char* transUuid, Values& values) {
     return true;
 }
 
-void order_provisioning(const char* transUuid, const Values& values) {
+// The outcome is reported for the activation.
+void order_provisioning(const char* transUuid, const FixedText<128>& activationUuid, const Values& values) {
     for (const std::size_t i : kStoreOrder) {
         if (write_ascii({"CircleCfg", kMembers[i].storeField}, values[i]) != HAB_OK) {
             refuse(transUuid, kMembers[i].storeFailure);
@@ -70,7 +71,7 @@ void order_provisioning(const char* transUuid, const Values& values) {
         }
     }
     write_enum(fields::actionDROA, "provision");
-    const int status = write_bool(fields::CircleProvision, true);
+    const int status = provision_orders().give({.uuid = activationUuid});
     LOG_TRACE("Write Action as Provision on circlecfg\n");
     if (status != HAB_OK) {
         refuse(transUuid, "Failed to Set DAL Attr action");
@@ -117,7 +118,7 @@ void circle_provision(const char* transUuid, const char* command, JsonText data)
     } else if (std::strcmp(command, "PROVISION_CIRCLE") != 0) {
         refuse(transUuid, "Invalid Command for Provision");
     } else {
-        order_provisioning(transUuid, values);
+        order_provisioning(transUuid, activationUuid, values);
     }
     write_bool(fields::CircleAct, false);
 }

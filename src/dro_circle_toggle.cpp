@@ -3,10 +3,12 @@
 #include <cstring>
 
 #include "dro_circle.h"
+#include "dro_durations.h"
 #include "dro_fields.h"
 #include "dro_get_set_config.h"
 #include "dro_log.h"
 #include "dro_monitor.h"
+#include "dro_stop.h"
 
 namespace dro {
 namespace {
@@ -52,19 +54,21 @@ void order_toggle(const char* transUuid, bool enable) {
     }
     first_check = true;
     write_ascii(fields::circle_toggle_uuid, transUuid);
-    write_bool(fields::CircleToggle, true);
+    toggle_orders().give({.uuid = FixedText<128>(transUuid)});
 }
 
 void acknowledge(const char* transUuid, unsigned status, const char* reason) {
     if (sendTransactionACK(transUuid, status, reason) != 0) {
-        write_bool(fields::CircleToggle, false);
+        if (!stop_requested()) {
+            write_bool(fields::CircleToggle, false);
+        }
     } else {
         LOG_TRACE("TransAck API successfull\n");
     }
 }
 
-Order toggle_order() {
-    return {read_ascii<128>(fields::circle_toggle_uuid), {}};
+Order stored_toggle() {
+    return {.uuid = read_ascii<128>(fields::circle_toggle_uuid)};
 }
 
 void report_answer(const char* uuid) {
@@ -96,39 +100,38 @@ void report(Waited outcome, const Order& order) {
     }
 }
 
-void reset(bool /*reported*/) {
-    first_check = false;
-    write_bool(fields::CircleToggle, false);
-    write_enum(fields::sorbEnableStatusDROA, "none");
+void t_Handler_circleToggle(const Order& order) {
+    LOG_TRACE("Circle running state toggle Monitoring Thread Started!\n");
+    LOG_TRACE("LastCircleTransUUID is %s\n", order.uuid.c_str());
+    if (!lock_monitor(mutex_toggle_lock, "Unable to Lock Circle State toggle Mutex\n")) {
+        return;
+    }
+    const AdoptedLock held(mutex_toggle_lock);
+    if (wait_and_report(mutex_toggle_lock, circleToggleResponse, order, durations().circleWatch,
+                        [&order](Waited outcome) { report(outcome, order); })) {
+        first_check = false;
+        write_bool(fields::CircleToggle, false);
+        write_enum(fields::sorbEnableStatusDROA, "none");
+    }
 }
 
-void t_Handler_circleToggle(const Order& order);
-
-const Monitor kToggleMonitor{
-    fields::CircleToggle,
-    "Circle Toggle callback\n",
-    "Failed to initialize Thread for CircleAct\n",  // the activation's text, as platform tools know it
-    true,
-    "Successful to spawn thread for CircleToggle\n",
-    "CircleToggle Reset to false\n",
-    t_Handler_circleToggle,
-    "Circle running state toggle Monitoring Thread Started!\n",
-    "LastCircleTransUUID is %s\n",
-    toggle_order,
-    mutex_toggle_lock,
-    "Unable to Lock Circle State toggle Mutex\n",
-    kError,
-    circleToggleResponse,
-    &Durations::circleWatch,
-    report,
-    reset,
+constexpr OrderKind kToggle{
+    .flag = fields::CircleToggle,
+    .callbackText = "Circle Toggle callback\n",
+    .threadStartedText = "Successful to spawn thread for CircleToggle\n",
+    .threadFailedText = "Failed to initialize Thread for CircleAct\n",  // the activation's text
+    .threadRequired = true,
+    .flagResetText = "CircleToggle Reset to false\n",
+    .monitor = t_Handler_circleToggle,
+    .storedOrder = stored_toggle,
 };
 
-void t_Handler_circleToggle(const Order& order) {
-    run_monitor(kToggleMonitor, order);
-}
-
 }  // namespace
+
+Orders& toggle_orders() {
+    static Immortal<Orders> orders(kToggle);
+    return *orders;
+}
 
 void toggle_circle(const char* transUuid, JsonText data) {
     LOG_TRACE("Toggle circle running state request\n");
@@ -164,7 +167,7 @@ void toggle_circle(const char* transUuid, JsonText data) {
 }
 
 void circleToggle_cbHandler(void* /*context*/) {
-    on_flag_change(kToggleMonitor);
+    toggle_orders().on_flag_change();
 }
 
 void sorbEnableStatus_cbHandler(void* /*context*/) {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <new>
 
+#include "dro_stop.h"
 #include "dro_sync.h"
 #include "dro_text.h"
 
@@ -33,28 +34,32 @@ int compare_keys(const void* left, const void* right) {
                        static_cast<const CallbackEntry*>(right)->key.c_str());
 }
 
-void on_notice(const char* table, int /*row*/, const char* field, void* /*context*/) {
-    CallbackEntry probe;
-    probe.key.format("%s.%s", table, field);
+struct Callback {
     ChangeHandler handler = nullptr;
     void* context = nullptr;
-    {
-        const MutexLock lock(g_entriesLock);
-        if (g_entries == nullptr) {
-            return;
-        }
-        if (const auto* entry = static_cast<const CallbackEntry*>(sortedSet_find(g_entries, &probe))) {
-            handler = entry->handler;
-            context = entry->context;
-        }
+};
+
+// The callback of table.field; without a handler when it has none.
+Callback find_callback(const char* table, const char* field) {
+    CallbackEntry probe;
+    probe.key.format("%s.%s", table, field);
+    const MutexLock lock(g_entriesLock);
+    if (g_entries == nullptr) {
+        return {};
     }
-    if (handler == nullptr) {
+    const auto* entry = static_cast<const CallbackEntry*>(sortedSet_find(g_entries, &probe));
+    return entry != nullptr ? Callback{entry->handler, entry->context} : Callback{};
+}
+
+void on_notice(const char* table, int /*row*/, const char* field, void* /*context*/) {
+    const Callback callback = find_callback(table, field);
+    if (callback.handler == nullptr || stop_requested()) {
         return;
     }
     try {
-        handler(context);
+        callback.handler(callback.context);
     } catch (const std::exception& failure) {
-        LOG_ERROR("A change of %s was not handled: %s\n", probe.key.c_str(), failure.what());
+        LOG_ERROR("A change of %s.%s was not handled: %s\n", table, field, failure.what());
     }
 }
 
@@ -113,6 +118,10 @@ int dal_call_on_change(const char* table, const char* field, ChangeHandler handl
     }
     log_store_error(hab_subscribe(dal_get_handle(), table, 1));
     return 0;
+}
+
+bool dal_has_handler(const char* table, const char* field) {
+    return find_callback(table, field).handler != nullptr;
 }
 
 void dal_destroy() {

@@ -8,6 +8,8 @@
 #include <exception>
 #include <string_view>
 
+#include "dro_cdil.h"
+#include "dro_dtn.h"
 #include "dro_durations.h"
 #include "dro_fields.h"
 #include "dro_fifo.h"
@@ -82,7 +84,7 @@ void push_tagged(const char* payload, bool claimed) {
         if (finished == 0) {
             LOG_ERROR("DTN Sync not successfull\n");
         }
-        write_uint(fields::dtnIndex, fields::kNoDevice);
+        reset_tagged_device();
     } else {
         LOG_ERROR("device not claimed yet! Dropping PN event \n");
     }
@@ -91,13 +93,14 @@ void push_tagged(const char* payload, bool claimed) {
 
 void push_list(const char* payload, bool /*claimed*/) {
     LOG_TRACE("CDIL Event Matched!\n");
-    const int failed = pushToCloud_cdil(payload);
+    FixedText<128> transaction;
+    const int failed = pushToCloud_cdil(payload, &transaction);
     if (interrupted()) {
         return;
     }
     if (failed == 0) {
         LOG_TRACE("CDIL Sync successfull\n");
-        write_enum(fields::cdilDebugStatus, "success");
+        report_list_pushed(transaction.c_str());
     } else {
         LOG_ERROR("CDIL Sync not successfull\n");
     }

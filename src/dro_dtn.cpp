@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "dro_device_index.h"
 #include "dro_fields.h"
 #include "dro_fifo.h"
 #include "dro_log.h"
@@ -76,6 +77,17 @@ FixedText<20> device_mac(int row) {
     return FixedText<20>(mac_text(mac).view());
 }
 
+DeviceIndex g_notifier(fields::dtnIndex);
+
+void start_notification(unsigned index) {
+    errno = start_detached([index] { t_Handler_dtnSync(index); });
+    if (errno != 0) {
+        std::perror("Failed to initialize DTN Sync thread to enqueue fifo\n");
+        end_process(1);
+    }
+    LOG_TRACE("Successful to spawn DTN thread for Device on Index %d\n", static_cast<int>(index));
+}
+
 }  // namespace
 
 int init_dtn_dal_sub() {
@@ -84,17 +96,19 @@ int init_dtn_dal_sub() {
 }
 
 void dtnIndex_cbHandler(void* /*context*/) {
-    const unsigned index = read_uint(fields::dtnIndex, fields::kNoDevice);
+    const unsigned index = g_notifier.read();
     if (index == fields::kNoDevice) {
         LOG_TRACE("Reset for the DTN Index\n");
         return;
     }
-    errno = start_detached([index] { t_Handler_dtnSync(index); });
-    if (errno != 0) {
-        std::perror("Failed to initialize DTN Sync thread to enqueue fifo\n");
-        end_process(1);
+    start_notification(index);
+}
+
+void reset_tagged_device() {
+    const unsigned missed = g_notifier.reset();
+    if (missed != fields::kNoDevice) {
+        start_notification(missed);
     }
-    LOG_TRACE("Successful to spawn DTN thread for Device on Index %d\n", static_cast<int>(index));
 }
 
 void t_Handler_dtnSync(unsigned index) {

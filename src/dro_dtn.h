@@ -9,6 +9,8 @@ int init_dtn_dal_sub();
 // The notifier's handler, on the store's delivery thread; starts t_Handler_dtnSync unless the index says "none
 // pending".
 void dtnIndex_cbHandler(void* context);
+// Ends a pushed notification: resets the notifier, and handles a device that was written meanwhile. Dispatcher thread.
+void reset_tagged_device();
 void t_Handler_dtnSync(unsigned index);
 
 }  // namespace dro

@@ -11,7 +11,6 @@ struct Durations {
     std::chrono::milliseconds circleWatch{75'000};  // for the Circle agent's answer
     std::chrono::milliseconds unknownEvent{1'000};  // until an event of unknown type is looked at again
     std::chrono::microseconds queuePause{500};      // between storing an event and marking it
-    std::chrono::milliseconds shutdownGrace{250};   // for monitors to reset their fields at shutdown
 };
 
 // The durations in force. Set before any thread starts, only read afterwards.

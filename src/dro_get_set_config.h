@@ -94,9 +94,6 @@ int trigger_device_service(Where where = DRO_HERE);
 // Returns 0; the list, or its time-out, is the answer.
 int init_fetch_cd(const char* uuid, unsigned status, const char* fetchFor);
 
-// The transaction that the next list answers, once a fetch that is being written has written it.
-FixedText<128> pending_list_transaction();
-
 // Asks for the whole list. Returns the status of the trigger.
 int request_whole_list();
 
@@ -104,8 +101,9 @@ int request_whole_list();
 void setField_SyncCD();
 
 // Pushes the list `payload` (JSON text): as the pending transaction's answer, or as an unsolicited sync. Returns 1 when
-// a transaction's answer got no response in three attempts, else 0.
-int pushToCloud_cdil(const char* payload);
+// a transaction's answer got no response in three attempts, else 0. `transaction`, if given, receives the
+// transaction's id, or the empty text for a sync.
+int pushToCloud_cdil(const char* payload, FixedText<128>* transaction = nullptr);
 
 // Judges the answer to a transaction's list, as processTransAckApiResponse does.
 int processSyncCDResponse(const char* response);

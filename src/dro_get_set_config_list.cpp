@@ -2,12 +2,12 @@
 #include <array>
 #include <memory>
 
+#include "dro_cdil.h"
 #include "dro_fields.h"
 #include "dro_get_set_config.h"
 #include "dro_log.h"
 #include "dro_post.h"
 #include "dro_stop.h"
-#include "dro_sync.h"
 #include "dro_url.h"
 #include "dro_utils.h"
 
@@ -16,9 +16,6 @@ namespace {
 
 // The body of a list push; a longer one is cut and sent as it is.
 using ListBody = FixedText<std::size_t{512} * 1024>;
-
-// Held while a fetch writes its flag and its transaction: the watch that the flag starts must not read the one before.
-Mutex g_fetchBeingWritten;
 
 int push_transaction(const RequestToken& request, const char* uuid, const char* payload) {
     const EndpointUrl url = TRANSACK_API;
@@ -83,24 +80,16 @@ void request_list(const char* which) {
 
 int init_fetch_cd(const char* uuid, unsigned status, const char* fetchFor) {
     constexpr std::array<const char*, 3> kRequests{"occupied", "online", "offline"};
-    {
-        const MutexLock lock(g_fetchBeingWritten);
-        LOG_TRACE("Setting CDIL timeout on DroStatus !\n");
-        write_bool(fields::cdilTimeout, true);
-        LOG_TRACE("Setting CDIL transUUID on DroStatus\n");
-        write_ascii(fields::cdilTransUuid, uuid);
-    }
+    LOG_TRACE("Setting CDIL timeout on DroStatus !\n");
+    list_orders().give({.uuid = FixedText<128>(uuid), .timestamp = read_ascii<16>(fields::cdilTimestamp)});
+    LOG_TRACE("Setting CDIL transUUID on DroStatus\n");
+    write_ascii(fields::cdilTransUuid, uuid);
     LOG_TRACE("Setting CDIL fetchFor on drostatus\n");
     write_ascii(fields::cdilfetchFor, fetchFor);
     request_list(status < kRequests.size() ? kRequests[status] : nullptr);
     write_checkpoint(kRequested);
     trigger_device_service();
     return 0;
-}
-
-FixedText<128> pending_list_transaction() {
-    const MutexLock lock(g_fetchBeingWritten);
-    return read_ascii<128>(fields::cdilTransUuid);
 }
 
 int request_whole_list() {
@@ -112,11 +101,14 @@ void setField_SyncCD() {
     request_whole_list();
 }
 
-int pushToCloud_cdil(const char* payload) {
+int pushToCloud_cdil(const char* payload, FixedText<128>* transaction) {
     LOG_TRACE("Inside pushToCloud_cdil function\n");
     const RequestToken request = make_request_token();
     const auto uuid = read_ascii<128>(fields::cdilTransUuid);
     if (!uuid.empty() && !(uuid == "Noop")) {
+        if (transaction != nullptr) {
+            *transaction = uuid;
+        }
         return push_transaction(request, uuid.c_str(), payload);
     }
     push_unsolicited(request, payload);

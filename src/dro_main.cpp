@@ -205,7 +205,6 @@ int droagent_main(int argc, char** argv) {
     start(argv);
     park();
     jorv::Jorv_Handler_deInit();
-    wait_for_monitors(durations().shutdownGrace);
     sem_destroy(&shutdown_sem);
     return 0;
 }
@@ -215,6 +214,8 @@ void good_bye(const char* reason) {
     const auto is_one_of = [tag](std::initializer_list<std::string_view> tags) {
         return std::find(tags.begin(), tags.end(), tag) != tags.end();
     };
+    request_stop();  // first, so that no command starts while the rest is released
+    stop_monitors();
     LOG_NOTICE("Bye Bye.....\n");
     const auto path = pid_path();
     if (is_one_of({"LOCK_PROCESS"})) {
@@ -233,8 +234,6 @@ void good_bye(const char* reason) {
         unlock_process(path.c_str(), lfd);
     }
     bShutdown = 1;
-    request_stop();
-    stop_monitors();
     sem_post(&shutdown_sem);
 }
 

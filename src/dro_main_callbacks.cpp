@@ -6,6 +6,7 @@
 #include "dro_main.h"
 #include "dro_parse_cnf.h"
 #include "dro_reg.h"
+#include "dro_stop.h"
 
 namespace dro {
 
@@ -16,7 +17,7 @@ namespace {
 // Results of locking and unlocking mutex_all; they only feed the log lines below.
 thread_local int retMutex = 0;
 
-// Runs `work` under mutex_all. A failed lock drops it.
+// Runs `work` under mutex_all. A failed lock drops it, and so does a stop that came while it waited.
 template <typename Work>
 void run_serialised(Work work) {
     if (!mutex_all.lock(retMutex)) {
@@ -25,7 +26,11 @@ void run_serialised(Work work) {
     }
     LOG_TRACE("=====LOCKed Process..=====\n");
     try {
-        work();
+        if (stop_requested()) {
+            LOG_NOTICE("Stopping: the command or registration is not started\n");
+        } else {
+            work();
+        }
     } catch (const std::exception& failure) {
         LOG_ERROR("The work under the lock gave up: %s\n", failure.what());
     }

@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <functional>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "dro_log.h"
+#include "dro_stop.h"
 #include "dro_threads.h"
 
 namespace dro {
@@ -27,129 +26,133 @@ namespace {
 constexpr std::array<MonitorSignal*, 4> kSignals{&timeoutResponse, &activationResponse, &provisionResponse,
                                                  &circleToggleResponse};
 
-// Who watches what. A transaction is free again once it was reported; its monitor lives on until the fields are reset.
-class Register {
- public:
-    bool enter(const Monitor& monitor, const Order& order) {
-        const MutexLock lock(mutex_);
-        Entry entry{&monitor, order.uuid.c_str()};
-        if (std::find(watched_.begin(), watched_.end(), entry) != watched_.end()) {
-            return false;
-        }
-        watched_.push_back(std::move(entry));
-        ++alive_;
-        return true;
-    }
-
-    void reported(const Monitor& monitor, const Order& order) {
-        const MutexLock lock(mutex_);
-        std::erase(watched_, Entry{&monitor, order.uuid.c_str()});
-    }
-
-    void leave() {
-        const MutexLock lock(mutex_);
-        --alive_;
-        changed_.notify_all();
-    }
-
-    void wait_until_none(std::chrono::milliseconds grace) {
-        const auto deadline = std::chrono::steady_clock::now() + grace;
-        const MutexLock lock(mutex_);
-        while (alive_ > 0 && changed_.wait_until(mutex_, deadline) != ETIMEDOUT) {
-        }
-    }
-
-    int alive() {
-        const MutexLock lock(mutex_);
-        return alive_;
-    }
-
- private:
-    using Entry = std::pair<const Monitor*, std::string>;
-    Mutex mutex_;
-    Condition changed_;
-    std::vector<Entry> watched_ DRO_GUARDED_BY(mutex_);
-    int alive_ DRO_GUARDED_BY(mutex_) = 0;
-};
-
-Register& monitors() {
-    static Immortal<Register> all;
-    return *all;
-}
-
-// Waits and reports until the wait has ended for good. False when shutdown ended it.
-bool watch(const Monitor& monitor, const Order& order) DRO_REQUIRES(monitor.mutex) {
-    const auto deadline = std::chrono::steady_clock::now() + durations().*monitor.limit;
-    Waited outcome = Waited::failed;
-    while (outcome == Waited::failed) {
-        outcome = monitor.answer.wait_until(monitor.mutex, deadline);
-        if (outcome != Waited::stopped) {
-            monitor.report(outcome, order);
-        }
-    }
-    return outcome != Waited::stopped;
-}
-
-// Takes the monitor off the register however its thread ends.
-class Registered {
- public:
-    Registered(const Monitor& monitor, const Order& order) : monitor_(monitor), order_(order) {}
-    ~Registered() {
-        monitors().reported(monitor_, order_);
-        monitors().leave();
-    }
-    Registered(const Registered&) = delete;
-    Registered& operator=(const Registered&) = delete;
-
-    void reported() { monitors().reported(monitor_, order_); }
-
- private:
-    const Monitor& monitor_;
-    const Order& order_;
-};
+std::atomic<int> g_active{0};
 
 }  // namespace
 
-void on_flag_change(const Monitor& monitor) {
-    LOG_TRACE("%s", monitor.called);
-    if (!read_bool(monitor.flag)) {
-        LOG_TRACE("%s", monitor.flagReset);
-        return;
+int Orders::give(Order order) {
+    if (!dal_has_handler(kind_.flag.table, kind_.flag.name)) {
+        return write_bool(kind_.flag, true);
     }
-    const Order order = monitor.order();
-    std::function<void()> body = [&monitor, order] { monitor.thread(order); };
-    if (!monitors().enter(monitor, order)) {
-        return;
+    {
+        const MutexLock lock(mutex_);
+        order.number = ++given_;
+        waiting_.push_back(order);
     }
-    errno = start_detached(std::move(body));
-    if (errno == 0) {
-        LOG_TRACE("%s", monitor.threadStarted);
-        return;
+    // A store that reports changes only is silent about a flag that was true already, and about one that cannot be read
+    // nothing is known. The monitor is then started here; a callback that comes as well finds no waiting order.
+    const bool mayBeSilent = read_bool(kind_.flag, true);
+    const int status = write_bool(kind_.flag, true);
+    if (status != HAB_OK) {
+        const MutexLock lock(mutex_);
+        std::erase_if(waiting_, [&](const Order& waiting) { return waiting.number == order.number; });
+    } else if (mayBeSilent) {
+        start_waiting();
     }
-    std::perror(monitor.threadFailed);
-    if (monitor.failureEndsProcess) {
-        end_process(1);
-    }
-    const Registered over(monitor, order);
+    return status;
 }
 
-void run_monitor(const Monitor& monitor, const Order& order) {
-    Registered registered(monitor, order);
-    LOG_TRACE("%s", monitor.started);
-    LOG_TRACE(monitor.uuidFormat, order.uuid.c_str());
-    int result = 0;
-    if (!monitor.mutex.lock(result)) {
-        if (monitor.lockFailed != nullptr) {
-            LOG_AT(monitor.lockFailedLevel, "%s", monitor.lockFailed);
+void Orders::on_flag_change() {
+    LOG_TRACE("%s", kind_.callbackText);
+    // The monitor of an earlier order may have reset the flag since this order was given.
+    const bool flag = read_bool(kind_.flag);
+    bool waits = false;
+    {
+        const MutexLock lock(mutex_);
+        waits = !waiting_.empty();
+    }
+    if (waits) {
+        start_waiting();
+    } else if (!flag) {
+        LOG_TRACE("%s", kind_.flagResetText);
+    } else {
+        start_stored();
+    }
+}
+
+int Orders::alive() {
+    const MutexLock lock(mutex_);
+    return alive_;
+}
+
+Orders::Place Orders::take_place() {
+    ++alive_;
+    ++g_active;
+    return {this, [](Orders* orders) { orders->leave(); }};
+}
+
+void Orders::leave() {
+    const MutexLock lock(mutex_);
+    --alive_;
+    --g_active;
+}
+
+void Orders::start_waiting() {
+    Order order;
+    Place place;
+    {
+        const MutexLock lock(mutex_);
+        if (waiting_.empty()) {
+            return;
         }
-        errno = result;
-        std::perror("pthread_mutex_lock");
+        place = take_place();
+        order = waiting_.front();
+        waiting_.pop_front();
+    }
+    start(order, std::move(place));
+}
+
+// Another program wrote the flag. While a monitor is alive it is the flag of that monitor's order, seen again.
+void Orders::start_stored() {
+    Place place;
+    {
+        const MutexLock lock(mutex_);
+        if (alive_ > 0) {
+            return;
+        }
+        place = take_place();
+    }
+    start(kind_.storedOrder(), std::move(place));
+}
+
+void Orders::start(const Order& order, Place place) const {
+    std::function<void()> body = [this, order, place = std::move(place)] { kind_.monitor(order); };
+    errno = start_detached(std::move(body));
+    if (errno == 0) {
+        LOG_TRACE("%s", kind_.threadStartedText);
         return;
     }
-    const AdoptedLock held(monitor.mutex);
-    const bool reported = watch(monitor, order);
-    registered.reported();
-    monitor.reset(reported);
+    std::perror(kind_.threadFailedText);
+    if (kind_.threadRequired) {
+        end_process(1);
+    }
+}
+
+bool lock_monitor(Mutex& mutex, const char* failedText) {
+    int result = 0;
+    if (mutex.lock(result)) {
+        return true;
+    }
+    if (failedText != nullptr) {
+        LOG_ERROR("%s", failedText);
+    }
+    errno = result;
+    std::perror("pthread_mutex_lock");
+    return false;
+}
+
+bool wait_and_report(Mutex& mutex, MonitorSignal& signal, const Order& order, std::chrono::milliseconds limit,
+                     const std::function<void(Waited outcome)>& report) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    Waited outcome = Waited::failed;
+    while (outcome == Waited::failed) {
+        outcome = signal.wait_until(mutex, deadline, order.uuid.c_str());
+        if (outcome == Waited::stopped) {
+            return false;
+        }
+        report(outcome);
+    }
+    return !stop_requested();
 }
 
 void stop_monitors() {
@@ -164,12 +167,8 @@ void allow_monitors() {
     }
 }
 
-void wait_for_monitors(std::chrono::milliseconds grace) {
-    monitors().wait_until_none(grace);
-}
-
 int active_monitors() {
-    return monitors().alive();
+    return g_active;
 }
 
 }  // namespace dro

@@ -1,25 +1,78 @@
-// dro_monitor.h - the hand-over between an order and its outcome, written once for all monitors.
+// dro_monitor.h - orders, and the monitors that report what came of them.
 //
-// A command sets a flag field. The flag's change callback starts a monitor thread, which waits under its mutex until
-// the answering service's callback signals it or a deadline passes, reports, resets the fields and ends. One
-// transaction has one monitor: a flag written false, then true is two notices that may both read true.
+// A handler that accepts an order passes it on in memory and writes the order's flag true. The flag's callback takes
+// the oldest waiting order and starts its monitor, a thread that waits under its mutex until the answering service's
+// callback signals it or a deadline passes, reports the outcome and resets the fields. Each accepted order has one
+// monitor, whatever transaction ids repeat.
 #pragma once
 
 #include <chrono>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
 
-#include "dro_durations.h"
+#include "dro_dal.h"
 #include "dro_store.h"
 #include "dro_sync.h"
 
 namespace dro {
 
-// The order that a monitor watches.
+// What a monitor knows of its order.
 struct Order {
-    FixedText<128> uuid;      // its transaction
-    FixedText<16> timestamp;  // when it was given, where that is reported
+    FixedText<128> uuid;        // the transaction that the outcome is reported for
+    FixedText<16> timestamp{};  // when the order arrived; device lists only
+    unsigned long number = 0;   // set by Orders
 };
 
-// What the monitors share. The list watch and the activation monitor pair with the same mutex.
+// One kind of order: its flag, the texts of the flag's callback, and its monitor.
+struct OrderKind {
+    Field flag;
+    const char* callbackText;
+    const char* threadStartedText;
+    const char* threadFailedText;  // for perror
+    bool threadRequired;           // a thread that cannot be started ends the process with status 1
+    const char* flagResetText;
+    void (*monitor)(const Order& order);  // the thread's body
+    Order (*storedOrder)();               // for a flag that another program wrote: the order as the store describes it
+};
+
+// The orders of one kind between their handler and their monitor. Any thread. Lives as long as the process.
+class Orders {
+ public:
+    explicit Orders(const OrderKind& kind) : kind_(kind) {}
+    Orders(const Orders&) = delete;
+    Orders& operator=(const Orders&) = delete;
+    ~Orders() = default;
+
+    // Passes an accepted order to its monitor and writes the flag true. Returns the status of that write; after a
+    // failed one the order is withdrawn. Without a callback on the flag the order is not kept.
+    int give(Order order);
+
+    // The flag's change callback. Store delivery thread.
+    void on_flag_change();
+
+    // Monitors that have not returned yet.
+    int alive();
+
+ private:
+    using Place = std::shared_ptr<Orders>;  // one monitor's place in `alive_`
+
+    Place take_place() DRO_REQUIRES(mutex_);
+    void leave();
+    void start_waiting();
+    void start_stored();
+    void start(const Order& order, Place place) const;
+
+    const OrderKind& kind_;
+    Mutex mutex_;  // held for a few instructions only
+    std::deque<Order> waiting_ DRO_GUARDED_BY(mutex_);
+    unsigned long given_ DRO_GUARDED_BY(mutex_) = 0;
+    int alive_ DRO_GUARDED_BY(mutex_) = 0;
+};
+
+// What the monitors share. The list watch and the activation monitor pair with the same mutex; a wait releases it, so
+// that both may wait at the same time.
 extern Mutex mutex_act_lock;
 extern Mutex mutex_prov_lock;
 extern Mutex mutex_toggle_lock;
@@ -28,48 +81,22 @@ extern MonitorSignal activationResponse;    // activation monitor
 extern MonitorSignal provisionResponse;     // provision monitor
 extern MonitorSignal circleToggleResponse;  // toggle monitor
 
-// What one kind of monitor is made of. Its objects live as long as the process.
-struct Monitor {
-    // The flag's callback.
-    Field flag;
-    const char* called;
-    const char* threadFailed;  // for perror
-    bool failureEndsProcess;
-    const char* threadStarted;
-    const char* flagReset;
+// Locks a monitor's mutex. On failure logs `failedText` (if any) as an error, prints the reason on standard error and
+// returns false.
+bool lock_monitor(Mutex& mutex, const char* failedText) DRO_TRY_ACQUIRE(true, mutex);
 
-    // The monitor itself, on a thread of its own: calls run_monitor for this kind.
-    void (*thread)(const Order& order);
-    const char* started;
-    const char* uuidFormat;
-    Order (*order)();  // read when the flag is seen
-    Mutex& mutex;
-    const char* lockFailed;  // null: only perror
-    int lockFailedLevel;
-    MonitorSignal& answer;
-    std::chrono::milliseconds Durations::*limit;
-    // Reports what the wait came to: signalled, timed out, or failed (after which the wait goes on). Runs under the
-    // mutex.
-    void (*report)(Waited outcome, const Order& order);
-    // Puts back the fields that the report leaves, or, when shutdown came before it, all of the order's. Runs under the
-    // mutex.
-    void (*reset)(bool reported);
-};
+// Waits for `signal` for up to `limit` with `mutex` released, and reports the outcome with `mutex` held. A wait that
+// failed is reported and continued until the same deadline. Returns false when the process's stop ended the wait
+// (nothing is reported then) or came during the report: the monitor then writes nothing more.
+bool wait_and_report(Mutex& mutex, MonitorSignal& signal, const Order& order, std::chrono::milliseconds limit,
+                     const std::function<void(Waited outcome)>& report) DRO_REQUIRES(mutex);
 
-// The flag's change callback: starts the monitor when the flag is true. Store delivery thread.
-void on_flag_change(const Monitor& monitor);
-
-// The body of a monitor's thread.
-void run_monitor(const Monitor& monitor, const Order& order);
-
-// Ends every monitor's wait: the fields are reset without a report. Shutdown only.
+// Ends every monitor's wait. Shutdown only.
 void stop_monitors();
-// Waits until no monitor runs, up to `grace`.
-void wait_for_monitors(std::chrono::milliseconds grace);
 // Lets monitors wait again; for tests that start again.
 void allow_monitors();
 
-// Monitor threads alive.
+// Monitors of all kinds that have not returned yet.
 int active_monitors();
 
 }  // namespace dro

@@ -1,6 +1,7 @@
 #include "dro_sync.h"
 
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 
 namespace dro {
@@ -47,24 +48,25 @@ void MonitorSignal::leave(const Waiter& waiter) {
 
 Waited MonitorSignal::wait_signalled(const Waiter& waiter, std::chrono::steady_clock::time_point deadline) {
     int result = 0;
-    while (!waiter.signalled && !stopped_ && result == 0) {
+    while (!waiter.woken && !stopped_ && result == 0) {
         result = condition_.wait_until(inner_, deadline);
     }
     if (stopped_) {
         return Waited::stopped;
     }
-    if (waiter.signalled) {
-        return Waited::signalled;
+    if (waiter.woken) {
+        return *waiter.woken;
     }
     return result == ETIMEDOUT ? Waited::timedOut : Waited::failed;
 }
 
 // The outer mutex is let go and taken again around the wait, which the analysis cannot follow.
-Waited MonitorSignal::wait_until(Mutex& held, std::chrono::steady_clock::time_point deadline) DRO_NO_ANALYSIS {
+Waited MonitorSignal::wait_until(Mutex& held, std::chrono::steady_clock::time_point deadline,
+                                 const char* uuid) DRO_NO_ANALYSIS {
     Waited outcome = Waited::failed;
     {
         const MutexLock lock(inner_);
-        Waiter waiter;
+        Waiter waiter{.uuid = uuid};
         join(waiter);
         held.unlock();
         outcome = wait_signalled(waiter, deadline);
@@ -74,16 +76,33 @@ Waited MonitorSignal::wait_until(Mutex& held, std::chrono::steady_clock::time_po
     return outcome;
 }
 
+int MonitorSignal::wake(Waiter& waiter, Waited with) {
+    const int result = condition_.notify_all();
+    if (result == 0) {
+        waiter.woken = with;
+    }
+    return result;
+}
+
 int MonitorSignal::signal() {
     const MutexLock lock(inner_);
     for (Waiter* waiter = oldest_; waiter != nullptr; waiter = waiter->next) {
-        if (!waiter->signalled) {
-            const int result = condition_.notify_all();
-            waiter->signalled = result == 0;
-            return result;
+        if (!waiter->woken) {
+            return wake(*waiter, Waited::signalled);
         }
     }
     return 0;
+}
+
+int MonitorSignal::signal_order(const char* uuid) {
+    const MutexLock lock(inner_);
+    int result = 0;
+    for (Waiter* waiter = oldest_; waiter != nullptr && result == 0; waiter = waiter->next) {
+        if (!waiter->woken && std::strcmp(waiter->uuid, uuid) == 0) {
+            result = wake(*waiter, Waited::answered);
+        }
+    }
+    return result;
 }
 
 void MonitorSignal::stop() {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <memory>
 #include <new>
+#include <optional>
 #include <utility>
 
 #if defined(__clang__)
@@ -104,19 +105,27 @@ class Condition {
     pthread_cond_t condition_{};
 };
 
-enum class Waited { signalled, timedOut, failed, stopped };
+enum class Waited {
+    signalled,  // by signal()
+    answered,   // by signal_order()
+    timedOut,
+    failed,
+    stopped,
+};
 
-// What an answering callback hands to a monitor: "look now". A signal counts only while a monitor waits; an early one
-// is lost. One signal wakes one waiter. The one who signals never waits for a lock that a monitor holds while it
-// reports.
+// Wakes a monitor whose service has answered. A signal counts only while a monitor waits; an early one is lost. The
+// signalling thread never waits for a lock that a monitor holds while it reports.
 class MonitorSignal {
  public:
     // Waits with `held` released, as a condition variable does, until a signal, the deadline or the process's shutdown.
-    // `held` is held again on return.
-    Waited wait_until(Mutex& held, std::chrono::steady_clock::time_point deadline) DRO_REQUIRES(held);
+    // `held` is held again on return. `uuid` is the order's transaction.
+    Waited wait_until(Mutex& held, std::chrono::steady_clock::time_point deadline, const char* uuid) DRO_REQUIRES(held);
 
-    // Returns 0, or the error number of a failed hand-over (then nobody is woken).
+    // Wakes the wait that began first. Returns 0, or the error number of a failed hand-over (then none is woken).
     int signal();
+
+    // Wakes every wait for the transaction `uuid`. Returns as signal() does.
+    int signal_order(const char* uuid);
 
     // Ends every wait as stopped, now and later. Shutdown only; reset() is for tests that start again.
     void stop();
@@ -128,12 +137,14 @@ class MonitorSignal {
  private:
     // One wait, in a list of them by age. A signal belongs to the wait that it finds: a later one cannot take it.
     struct Waiter {
-        bool signalled = false;
+        const char* uuid;
+        std::optional<Waited> woken{};
         Waiter* next = nullptr;
     };
 
     void join(Waiter& waiter) DRO_REQUIRES(inner_);
     void leave(const Waiter& waiter) DRO_REQUIRES(inner_);
+    int wake(Waiter& waiter, Waited with) DRO_REQUIRES(inner_);
     Waited wait_signalled(const Waiter& waiter, std::chrono::steady_clock::time_point deadline) DRO_REQUIRES(inner_);
 
     Mutex inner_;  // held for a few instructions only

@@ -165,6 +165,25 @@ TEST_F(Attacks, SigusrOneEndsItAtAnyInstant) {
 
 // ---- The connector ----
 
+TEST_F(Attacks, CommandsThatWaitAtTheStopAreNotStarted) {
+    for (int round = 0; round < 20; ++round) {
+        cloud.forget();
+        cloud.script("transactionAck/", {kStall});
+        AgentProcess agent(store);
+        ASSERT_TRUE(agent.wait_for_link()) << agent.output();
+        store.set("DALHConfig.blockCdMAC", "00:00:00:00:00:00");
+        ASSERT_TRUE(send_message(kNotificationPort, block_command(1)));
+        ASSERT_EQ(cloud.wait_for(1, "transactionAck/").size(), 1U);
+        for (int number = 2; number < 12; ++number) {
+            ASSERT_TRUE(send_message(kNotificationPort, block_command(number)));
+        }
+        ASSERT_TRUE(agent.log().wait_for("Inside JorvAgentNotification_cbHandler\n", 11));
+        expect_prompt_end(agent);
+        EXPECT_EQ(store.get("DALHConfig.blockCdMAC"), block_address(1)) << "round " << round;
+        cloud.release();
+    }
+}
+
 TEST_F(Attacks, AHostileConnectorHoldsUpNobodyForLong) {
     AgentProcess agent(store);
     const auto before = idle(agent);

@@ -7,6 +7,7 @@
 #include "dro_circle.h"
 #include "dro_get_set_config.h"
 #include "dro_monitor.h"
+#include "dro_stop.h"
 #include "dro_url.h"
 #include "faults.h"
 #include "pipeline.h"
@@ -214,17 +215,37 @@ TEST_F(Monitors, ALockThatFailsEndsTheMonitor) {
     EXPECT_TRUE(cloud.requests().empty());
 }
 
-TEST_F(Monitors, ShutdownPutsTheFieldsBackWithoutAReport) {
+TEST_F(Monitors, AStopEndsThemAndTheyWriteNothing) {
     start(kPatience);
     for (const Kind* kind : {&kActivation, &kProvision, &kToggle, &kList}) {
         order(*kind);
     }
+    const StoreSpy spy;
     dro::stop_monitors();
     EXPECT_EQ(acks_when_over(), Texts{});
-    EXPECT_EQ(store.get("CircleCfgInternal.actionDROA"), "none");
-    EXPECT_EQ(store.get("RADebugLog.raCdilTimeout"), "false");
-    for (const Kind* kind : {&kProvision, &kToggle, &kList}) {
-        EXPECT_EQ(store.get(kind->flag), "false") << kind->flag;
+    EXPECT_EQ(spy.writes(), Texts{});
+}
+
+TEST_F(Monitors, AReportThatTheStopCutsShortWritesNothingMore) {
+    start(kPatience);
+    const Cases<const Kind*, const char*> cases{{&kActivation, "deactivated"},
+                                                {&kActivation, "activated"},
+                                                {&kProvision, "provisioned"},
+                                                {&kToggle, "enabled"}};
+    for (const auto& [kind, answer] : cases) {
+        dro::clear_stop();
+        cloud.forget();
+        cloud.script("transactionAck/", {kStall});
+        cloud.script("pc/circle/cuuid", {kStall});
+        store.set(kActivation.flag, "false");
+        order(*kind);
+        const StoreSpy spy;
+        store.set(kind->answer, answer);
+        ASSERT_EQ(cloud.wait_for(1).size(), 1U) << answer;
+        dro::request_stop();
+        EXPECT_TRUE(over());
+        EXPECT_EQ(spy.writes(), Texts{}) << answer;
+        cloud.release();
     }
 }
 

@@ -2,13 +2,18 @@
 // how threads and memory that are not to be had end them.
 #include <cJSON.h>
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <cstdlib>
 #include <functional>
+#include <thread>
 #include <utility>
 
 #include "dro_bst.h"
 #include "dro_cdil.h"
 #include "dro_circle.h"
+#include "dro_dal.h"
 #include "dro_dispatcher.h"
 #include "dro_dtn.h"
 #include "dro_get_set_config.h"
@@ -16,6 +21,7 @@
 #include "dro_url.h"
 #include "faults.h"
 #include "pipeline.h"
+#include "rounds.h"
 
 namespace dro_test {
 namespace {
@@ -85,6 +91,80 @@ TEST_F(Notifications, ALongPayloadIsCut) {
     const std::string tagged = tagged_payload(3);
     EXPECT_EQ(tagged.size(), 255U);
     EXPECT_EQ(tagged.find(R"(","cdModel":")") - tagged.find(R"("cdName":")"), 10U + 2 * 63) << "each escape whole";
+}
+
+TEST_F(Notifications, ADeviceThatTheResetFindsIsHandledWhileNoticesAreHeldUp) {
+    start_all();
+    add_device(store, 5);
+    add_device(store, 7);
+    static std::atomic<bool> held;
+    static std::atomic<bool> goOn;
+    dro::dal_call_on_change(
+        "CircleDebug", "rClientStatus",
+        [](void*) {
+            held = true;
+            eventually([] { return goOn.load(); });
+        },
+        nullptr);
+    for (const char* notifier : {"DALHNotifyDTN.Index", "DALHNotifyCDUPDATE.IndexCD"}) {
+        cloud.forget();
+        held = goOn = false;
+        const auto hold_up_and_change = [&] {
+            if (!held) {
+                store.set("CircleDebug.rClientStatus", "stalls");
+                EXPECT_TRUE(eventually([] { return held.load(); }));
+                store.set(notifier, "7");
+            }
+        };
+        StoreSpy spy;
+        spy.before_write("DroStatus.cdilsyncAt", hold_up_and_change);  // an update resets its field soon after this
+        cloud.script("syncCD/", {kStall});
+        store.set(notifier, "5");
+        ASSERT_EQ(cloud.wait_for(1, "syncCD/").size(), 1U);
+        hold_up_and_change();  // a tagged device's field is reset after the push
+        cloud.release();
+        const auto pushes = cloud.wait_for(2, "syncCD/");
+        EXPECT_EQ(pushes.size(), 2U) << notifier;
+        EXPECT_NE(pushes.back().body.find(R"("mac":"0A:00:00:00:00:07")"), std::string::npos) << notifier;
+        EXPECT_TRUE(store.wait_for(notifier, "257")) << notifier;
+        goOn = true;
+    }
+}
+
+// A device that is written between the reset's read and its write is lost: the store has no conditional write.
+TEST_F(Notifications, FewDevicesAreLostInQuickSuccession) {
+    constexpr int kRows = 16;
+    const int changes = rounds(200, 2000);
+    start_all();
+    for (int row = 0; row < kRows; ++row) {
+        add_device(store, row);
+    }
+    for (const bool changesOnly : {false, true}) {
+        for (const char* notifier : {"DALHNotifyDTN.Index", "DALHNotifyCDUPDATE.IndexCD"}) {
+            cloud.forget();
+            StoreSpy spy;
+            if (changesOnly) {
+                spy.report_changes_only();
+            }
+            for (int i = 0; i < changes; ++i) {
+                store.set(notifier, std::to_string(i % kRows));
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the distance under test
+            }
+            EXPECT_TRUE(store.wait_for(notifier, "257"));
+            EXPECT_TRUE(eventually([] { return dro::isQueueEmpty(); }));
+            std::array<int, kRows> pushed{};
+            for (const Request& request : cloud.requests("syncCD/")) {
+                const auto at = request.body.find(R"("mac":"0A:00:00:00:00:)");
+                ++pushed.at(std::stoul(request.body.substr(at + 22, 2), nullptr, 16));
+            }
+            int lost = 0;
+            for (int row = 0; row < kRows; ++row) {
+                lost += std::max(0, (changes + kRows - 1 - row) / kRows - pushed.at(static_cast<std::size_t>(row)));
+            }
+            tell(notifier, changesOnly ? ", changes only: " : ", every write: ", lost, " of ", changes, " lost");
+            EXPECT_LE(lost, std::max(10, changes / 20)) << notifier;
+        }
+    }
 }
 
 TEST_F(Notifications, AFullQueueDropsTheEventAndSaysSo) {

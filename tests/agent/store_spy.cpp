@@ -1,6 +1,7 @@
 #include "store_spy.h"
 
 #include <dlfcn.h>
+#include <habhost.h>
 #include <hablib.h>
 
 #include <algorithm>
@@ -17,6 +18,7 @@ namespace {
 
 struct Seen {
     bool active = false;
+    bool changesOnly = false;
     std::vector<std::string> writes;
     std::map<std::string, int> failures;
     std::map<std::string, std::function<void()>> actions;
@@ -51,6 +53,18 @@ int note_write(const char* table, const char* field, const std::string& value) {
         action();
     }
     return failure_of(name);
+}
+
+// True when the write changes nothing that the store reports.
+bool dropped(hab_session* session, const char* table, int row, const char* field, const std::string& value) {
+    {
+        const std::lock_guard lock(g_mutex);
+        if (!seen().changesOnly) {
+            return false;
+        }
+    }
+    std::array<char, 8192> held{};
+    return hab_host_get_text(session, table, row, field, held.data(), held.size()) == HAB_OK && value == held.data();
 }
 
 // The store library's own function behind ours of the same name.
@@ -89,6 +103,11 @@ void StoreSpy::fail(const std::string& field, int status) {
     seen().failures[field] = status;
 }
 
+void StoreSpy::report_changes_only() {
+    const std::lock_guard lock(g_mutex);
+    seen().changesOnly = true;
+}
+
 void StoreSpy::before_write(const std::string& field, std::function<void()> action) {
     const std::lock_guard lock(g_mutex);
     seen().actions[field] = std::move(action);
@@ -106,13 +125,14 @@ std::vector<std::string> StoreSpy::writes(std::string_view start) const {
 extern "C" {
 
 // `failure` is the status that the call fails with.
-#define SPY(function, type, failure)                                                                \
+#define SPY(function, type, failure, unchanged)                                                     \
     int function(hab_session* session, const char* table, int row, const char* field, type value) { \
         static const auto next = behind(function, #function);                                       \
         const int status = failure;                                                                 \
-        return status != HAB_OK ? status : next(session, table, row, field, value);                 \
+        return status != HAB_OK || (unchanged) ? status : next(session, table, row, field, value);  \
     }
-#define SPY_WRITE(function, type) SPY(function, type, note_write(table, field, as_text(value)))
+#define SPY_WRITE(function, type) \
+    SPY(function, type, note_write(table, field, as_text(value)), dropped(session, table, row, field, as_text(value)))
 SPY_WRITE(hab_set_ascii, const char*)
 SPY_WRITE(hab_set_string, const char*)
 SPY_WRITE(hab_set_enum, const char*)
@@ -121,7 +141,7 @@ SPY_WRITE(hab_set_int, std::int32_t)
 SPY_WRITE(hab_set_uint, std::uint32_t)
 SPY_WRITE(hab_set_mac, const std::uint8_t*)
 
-#define SPY_READ(function, type) SPY(function, type, failure_of(name_of(table, field)))
+#define SPY_READ(function, type) SPY(function, type, failure_of(name_of(table, field)), false)
 SPY_READ(hab_get_bool, bool*)
 SPY_READ(hab_get_ipv4, std::uint8_t*)
 SPY_READ(hab_get_mac, std::uint8_t*)

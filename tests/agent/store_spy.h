@@ -20,6 +20,10 @@ class StoreSpy {
     // From now on every read and write of the field fails with `status`, as the library fails, and does nothing.
     void fail(const std::string& field, int status);
 
+    // From now on a write of the value that a field holds already does nothing, as on a store that reports changes
+    // only.
+    void report_changes_only();
+
     // `action` runs on the writing thread just before each write of the field.
     void before_write(const std::string& field, std::function<void()> action);
 

@@ -43,7 +43,7 @@ AgentTest::~AgentTest() {
     dro::stop_monitors();
     store.set("DroStatus.dispatcherSupport", "true");  // without it a running dispatcher would not be ended
     dro::cancel_dispatcher_thread();
-    dro::wait_for_monitors(kPatience);
+    eventually([] { return dro::active_monitors() == 0; });
     dro::dal_destroy();
     dro::ClearQueue();
     dro::wake_dispatcher(false);

@@ -75,6 +75,7 @@ struct TestCloud::Server {
     void release(bool on) {
         const std::lock_guard lock(mutex);
         released = on;
+        ++releases;
         changed.notify_all();
     }
 
@@ -93,7 +94,7 @@ struct TestCloud::Server {
             script.pop_front();
         }
         if (answer.kind == Answer::Kind::stall) {
-            changed.wait(lock, [this] { return released; });
+            changed.wait(lock, [this, seen = releases] { return released || releases != seen; });
         }
         lock.unlock();
         send_answer(answer, request, response);
@@ -115,6 +116,7 @@ struct TestCloud::Server {
     std::map<std::string, std::deque<Answer>> scripts;
     Answer otherwise;
     bool released = false;
+    unsigned long releases = 0;
 };
 
 TestCloud::TestCloud() : server_(std::make_unique<Server>()) {
@@ -152,6 +154,7 @@ void TestCloud::answer_all(Answer answer) {
 void TestCloud::script(const std::string& path, std::vector<Answer> answers) {
     const std::lock_guard lock(server_->mutex);
     auto& script = server_->scripts["/" + path];
+    server_->released = false;
     script.insert(script.end(), answers.begin(), answers.end());
 }
 

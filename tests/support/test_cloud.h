@@ -71,7 +71,7 @@ class TestCloud {
     void answer_all(Answer answer);
     // Answers for the next requests to `path` (as "transactionAck/"), in this order; then as answer_all says.
     void script(const std::string& path, std::vector<Answer> answers);
-    // Lets stalled requests go, those to come too.
+    // Lets stalled requests go, and those to come until the next script.
     void release();
 
     // Requests so far, in the order of their arrival; only those to `path` unless it is empty.

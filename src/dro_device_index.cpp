@@ -1,0 +1,24 @@
+#include "dro_device_index.h"
+
+#include <utility>
+
+#include "dro_fields.h"
+
+namespace dro {
+
+DeviceIndex::DeviceIndex(const Field& field) : field_(field), handled_(fields::kNoDevice) {}
+
+std::uint32_t DeviceIndex::read() {
+    const MutexLock lock(mutex_);
+    handled_ = read_uint(field_, fields::kNoDevice);
+    return handled_;
+}
+
+std::uint32_t DeviceIndex::reset() {
+    const MutexLock lock(mutex_);
+    const std::uint32_t row = read_uint(field_, fields::kNoDevice);
+    write_uint(field_, fields::kNoDevice);
+    return row == std::exchange(handled_, fields::kNoDevice) ? fields::kNoDevice : row;
+}
+
+}  // namespace dro
