@@ -75,12 +75,10 @@ void record_ours(int row) {
 void measure_post(Report& report) {
     Router router;
     const LocalAgent agent(router);
-    const dro::RequestRules rules = dro::request_rules();
-    dro::RequestRules alwaysFull = rules;
-    alwaysFull.sessionLife = std::chrono::milliseconds(0);
-    dro::set_request_rules(alwaysFull);
     report.compare("post, full handshake", take_posts(router, kShortRounds));
-    dro::set_request_rules(rules);
+    dro::RequestRules resuming = dro::request_rules();
+    resuming.sessionLife = std::chrono::hours(1);
+    dro::set_request_rules(resuming);
     report.compare("post, one certificate", take_posts(router, kShortRounds));
     Pair row;
     row.floor = take_own_posts(router);

@@ -37,7 +37,7 @@ if(NOT DRO_MARKERS_LENGTH EQUAL 3)
 endif()
 # What a deployment may leave out.
 foreach(setting "DROAGENT_TRANSFER_LIMIT;0" "DROAGENT_REQUIRE_CA_BUNDLE;OFF" "DROAGENT_LARGEST_ANSWER;16777216"
-        "DROAGENT_TLS_SESSION_LIFE;3600")
+        "DROAGENT_TLS_SESSION_LIFE;0")
     list(GET setting 0 name)
     if(NOT DEFINED ${name})
         list(GET setting 1 ${name})

@@ -24,7 +24,7 @@ using PidText = FixedText<32>;
 using Path = FixedText<128>;
 
 constexpr mode_t kPidFileMode = 0660;
-// Somebody who starts as well holds the stale file for an instant only; who holds it longer is not one of us.
+// Another starting agent holds the stale file only briefly. A file that stays locked belongs to a different program.
 constexpr int kMostTries = 500;
 constexpr std::chrono::milliseconds kTryPause{2};
 
@@ -61,36 +61,62 @@ class Descriptor {
 // How making the pid file ended.
 enum class Made { done, inTheWay, failed };
 
-// Locks and writes the file under a name of this process's own, then gives it its real name in one step: nobody ever
-// sees it empty, and a process killed half-way leaves no lock behind. Neither step follows a link that stands at the
-// place.
+int open_new(const char* path) {
+    return open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPidFileMode);
+}
+
+// Locks the new file and writes the pid to it. On failure the file is removed.
+bool lock_and_write(int descriptor, const char* path, const PidText& pid) {
+    const auto text = pid.view();
+    errno = 0;
+    if (set_lock(descriptor, F_WRLCK) != 0) {
+        LOG_ERROR("fcntl() %s\n", std::strerror(errno));
+        unlink(path);
+        return false;
+    }
+    if (write(descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        LOG_ERROR("write() %s\n", std::strerror(errno));
+        if (remove_file(path) != 0) {
+            LOG_ERROR("remove_file() %s\n", std::strerror(errno));
+        }
+        return false;
+    }
+    return true;
+}
+
+Made make_in_place(const char* pidPath, const PidText& pid, int& made) {
+    Descriptor file(open_new(pidPath));
+    if (file.number() < 0) {
+        return Made::inTheWay;
+    }
+    if (!lock_and_write(file.number(), pidPath, pid)) {
+        return Made::failed;
+    }
+    made = file.release();
+    return Made::done;
+}
+
+// Locks and writes the file under a name of this process's own, then links it to its real name: it is never seen empty,
+// and a process killed half-way leaves no lock behind. Where a file of that name cannot be made or the file system has
+// no hard links, the pid file is made in place. No step follows a symbolic link at the path.
 Made make_pid_file(const char* pidPath, const PidText& pid, int& made) {
     Path own;
     own.format("%s.%d", pidPath, static_cast<int>(getpid()));
     unlink(own.c_str());  // left by a process of the same number that was killed here
-    Descriptor file(open(own.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPidFileMode));
+    Descriptor file(open_new(own.c_str()));
     if (file.number() < 0) {
-        return Made::inTheWay;
+        return make_in_place(pidPath, pid, made);
     }
-    const auto text = pid.view();
-    Made outcome = Made::failed;
-    errno = 0;
-    if (set_lock(file.number(), F_WRLCK) != 0) {
-        LOG_ERROR("fcntl() %s\n", std::strerror(errno));
-        unlink(own.c_str());
-    } else if (write(file.number(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-        LOG_ERROR("write() %s\n", std::strerror(errno));
-        if (remove_file(own.c_str()) != 0) {
-            LOG_ERROR("remove_file() %s\n", std::strerror(errno));
-        }
-    } else {
-        outcome = link(own.c_str(), pidPath) == 0 ? Made::done : Made::inTheWay;
-        unlink(own.c_str());
+    if (!lock_and_write(file.number(), own.c_str(), pid)) {
+        return Made::failed;
     }
-    if (outcome == Made::done) {
+    const int error = link(own.c_str(), pidPath) == 0 ? 0 : errno;
+    unlink(own.c_str());
+    if (error == 0) {
         made = file.release();
+        return Made::done;
     }
-    return outcome;
+    return error == EEXIST ? Made::inTheWay : make_in_place(pidPath, pid, made);
 }
 
 // The pid in the file: at most eight digits, a sign included.
@@ -170,9 +196,13 @@ int lock_process(const char* pidPath) {
     }
     int descriptor = -1;
     Made outcome = make_pid_file(pidPath, pid, descriptor);
-    for (int tries = 0; tries < kMostTries && outcome == Made::inTheWay && remove_stale(pidPath); ++tries) {
+    int tries = 0;
+    for (; tries < kMostTries && outcome == Made::inTheWay && remove_stale(pidPath); ++tries) {
         std::this_thread::sleep_for(kTryPause);
         outcome = make_pid_file(pidPath, pid, descriptor);
+    }
+    if (tries == kMostTries && outcome == Made::inTheWay) {
+        LOG_ERROR("The stale pid file %s stays locked by another program\n", pidPath);
     }
     return outcome == Made::done ? descriptor : -1;
 }

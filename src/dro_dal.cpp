@@ -125,7 +125,9 @@ bool dal_has_handler(const char* table, const char* field) {
 }
 
 void dal_destroy() {
-    hab_destroy(g_session.exchange(nullptr));
+    if (hab_session* session = g_session.exchange(nullptr)) {
+        hab_destroy(session);
+    }
     LOG_NOTICE("Destroy DAL SortedSet\n");
     drop_entries();
 }

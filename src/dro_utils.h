@@ -35,7 +35,7 @@ RequestToken make_request_token();
 struct RequestRules {
     std::chrono::milliseconds limit;        // of a whole transfer, 0 for none
     bool needsCaBundle;                     // without one, nothing is sent
-    std::size_t largestAnswer;              // in bytes; a longer one is a failed transfer
+    std::size_t largestAnswer;              // in bytes; a longer one is a failed transfer; 0: no limit
     std::chrono::milliseconds sessionLife;  // how long a TLS session is resumed after its full handshake, 0 for never
 };
 

@@ -39,8 +39,9 @@ struct ResponseAccumulator {
 
     static std::size_t write(const char* bytes, std::size_t size, std::size_t count, void* self) {
         std::string& text = static_cast<ResponseAccumulator*>(self)->text;
-        if (size * count > request_rules().largestAnswer - text.size()) {
-            LOG_ERROR("The answer is longer than %zu bytes\n", request_rules().largestAnswer);
+        const std::size_t largest = request_rules().largestAnswer;
+        if (largest != 0 && size * count > largest - text.size()) {
+            LOG_ERROR("The answer is longer than %zu bytes\n", largest);
             return 0;
         }
         try {

@@ -29,13 +29,14 @@ namespace dynlog {
 
 namespace {
 
-constexpr std::uint32_t kDefaultMask = 6;  // notices and errors
+constexpr std::uint32_t kEveryLevel = ~0U;  // until set_log_level
+constexpr std::uint32_t kDefaultMask = 6;   // notices and errors: a trace may show a token
 constexpr std::size_t kFileSize = std::size_t{4} << 20U;
 constexpr std::size_t kOldFiles = 2;
 
 struct State {
     // Consulted first by every line, so that a level that is off costs no more than this.
-    std::atomic<std::uint32_t> mask{kDefaultMask};
+    std::atomic<std::uint32_t> mask{kEveryLevel};
 
     std::mutex mutex;  // around everything below, the writing of a line included
     std::unique_ptr<spdlog::sinks::sink> sink;
@@ -144,10 +145,13 @@ void set_log_level(int /*reload*/, const char* module, const char* /*binary*/) {
         }
         if (const std::optional<std::uint32_t> mask = dynlog::storedMask(); mask) {
             log.mask.store(*mask, std::memory_order_relaxed);
+            return;
         }
     } catch (const std::exception&) {
-        // Out of memory: the log goes on as it was.
+        // Out of memory: as if the mask could not be read.
     }
+    std::uint32_t unread = dynlog::kEveryLevel;
+    dynlog::state().mask.compare_exchange_strong(unread, dynlog::kDefaultMask);
 }
 
 void log_printf(int level, const char* file, int line, const char* format, ...) {

@@ -41,7 +41,9 @@ void close_socket(int& descriptor) {
 }
 
 void close_session() {
-    hab_destroy(g_session.exchange(nullptr));
+    if (hab_session* session = g_session.exchange(nullptr)) {
+        hab_destroy(session);
+    }
 }
 
 void jorvagentChgNtf(const char* /*table*/, int /*row*/, const char* /*field*/, void* context) {

@@ -155,6 +155,19 @@ TEST_F(Dispatcher, GoesOnAfterAnEventThatFailed) {
     expect("CDIL", "/transactionAck/", kListSent, "CDIL Sync successfull\n", 1);
 }
 
+TEST_F(Dispatcher, KeepsTheClaimStateThatItCannotRead) {
+    start();
+    for (const bool readable : {true, false}) {
+        cloud.forget();
+        StoreSpy spy;
+        if (!readable) {
+            spy.fail("DroCfg.claimState", HAB_TIMEOUT);
+        }
+        dro::enqueue_buf({"NDNEV", "{}"});
+        EXPECT_EQ(cloud.wait_for(1).size(), 1U) << readable;
+    }
+}
+
 TEST_F(Dispatcher, LooksAtAnUnknownEventAgainAndAgainWhileLaterOnesWait) {
     start();
     const auto begin = std::chrono::steady_clock::now();

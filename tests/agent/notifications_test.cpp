@@ -104,6 +104,7 @@ TEST_F(Notifications, ADeviceThatTheResetFindsIsHandledWhileNoticesAreHeldUp) {
         [](void*) {
             held = true;
             eventually([] { return goOn.load(); });
+            held = false;
         },
         nullptr);
     for (const char* notifier : {"DALHNotifyDTN.Index", "DALHNotifyCDUPDATE.IndexCD"}) {
@@ -128,6 +129,7 @@ TEST_F(Notifications, ADeviceThatTheResetFindsIsHandledWhileNoticesAreHeldUp) {
         EXPECT_NE(pushes.back().body.find(R"("mac":"0A:00:00:00:00:07")"), std::string::npos) << notifier;
         EXPECT_TRUE(store.wait_for(notifier, "257")) << notifier;
         goOn = true;
+        EXPECT_TRUE(eventually([] { return !held; }));
     }
 }
 

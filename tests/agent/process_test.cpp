@@ -96,6 +96,7 @@ TEST_F(Process, TreatsAPidFileByWhatItHolds) {
     ASSERT_EQ(fcntl(held, F_SETLK, &whole), 0);
     AgentProcess agent(store);
     EXPECT_EQ(agent.wait_exit(), 1);
+    EXPECT_NE(agent.output().find(" stays locked by another program\n"), std::string::npos) << agent.output();
     close(held);
     unlink(kPidFile);
 }
@@ -110,10 +111,20 @@ TEST_F(Process, LocksOnlyWhatItCanWriteAndJudge) {
     unlink(kPidFile);
     EXPECT_EQ(lock_failing(Call::write, ENOSPC), -1);
     EXPECT_FALSE(std::filesystem::exists(kPidFile));
-    const int descriptor = dro::lock_process(kPidFile);
-    ASSERT_GE(descriptor, 0);
-    EXPECT_EQ(dro::unlock_process(kPidFile, descriptor), 0);
-    EXPECT_FALSE(std::filesystem::exists(kPidFile));
+    const auto expect_locked = [](int descriptor) {
+        ASSERT_GE(descriptor, 0);
+        EXPECT_EQ(file_text(kPidFile), std::to_string(getpid()) + "\n");
+        EXPECT_EQ(dro::unlock_process(kPidFile, descriptor), 0);
+        EXPECT_FALSE(std::filesystem::exists(kPidFile));
+    };
+    expect_locked(dro::lock_process(kPidFile));
+    for (const int refused : {EPERM, ENOTSUP, EMLINK, ENOSYS}) {
+        expect_locked(lock_failing(Call::link, refused));
+    }
+    const std::string ownName = std::string(kPidFile) + "." + std::to_string(getpid());
+    std::filesystem::create_directory(ownName);
+    expect_locked(dro::lock_process(kPidFile));
+    std::filesystem::remove(ownName);
     EXPECT_EQ(dro::unlock_process(kPidFile, -1), -1) << "a missing file is a failed removal";
 }
 

@@ -1,6 +1,7 @@
 #include "store_spy.h"
 
 #include <dlfcn.h>
+#include <gtest/gtest.h>
 #include <habhost.h>
 #include <hablib.h>
 
@@ -145,6 +146,14 @@ SPY_WRITE(hab_set_mac, const std::uint8_t*)
 SPY_READ(hab_get_bool, bool*)
 SPY_READ(hab_get_ipv4, std::uint8_t*)
 SPY_READ(hab_get_mac, std::uint8_t*)
+
+void hab_destroy(hab_session* session) {
+    static const auto next = behind(hab_destroy, "hab_destroy");
+    if (session == nullptr) {
+        ADD_FAILURE() << "hab_destroy(NULL): a platform's library may not take it";
+    }
+    next(session);
+}
 
 int hab_get_ascii(hab_session* session, const char* table, int row, const char* field, char* buffer, size_t length) {
     static const auto next = behind(hab_get_ascii, "hab_get_ascii");

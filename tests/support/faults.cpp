@@ -15,7 +15,7 @@ struct Rule {
     int failed = 0;
 };
 
-std::array<Rule, 8> g_rules;
+std::array<Rule, 9> g_rules;
 std::atomic_flag g_busy;  // no mutex: locking one comes through here
 
 template <typename Action>
@@ -77,6 +77,7 @@ WRAP(-1, int, socketpair, (Call::socketPair), (int domain, int type, int protoco
      ends)
 WRAP(-1, ssize_t, write, (Call::write), (int descriptor, const void* bytes, size_t count), descriptor, bytes, count)
 WRAP(-1, int, kill, (Call::kill), (pid_t process, int signal), process, signal)
+WRAP(-1, int, link, (Call::link), (const char* from, const char* to), from, to)
 WRAP(-1, int, sigaction, (Call::sigaction), (int signal, const struct sigaction* action, struct sigaction* old), signal,
      action, old)
 

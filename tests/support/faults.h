@@ -14,6 +14,7 @@ enum class Call {
     socketPair,     // these return -1 and set errno
     write,
     kill,
+    link,
     sigaction,
 };
 
