@@ -226,6 +226,13 @@ TEST_F(Monitors, AStopEndsThemAndTheyWriteNothing) {
     EXPECT_EQ(spy.writes(), Texts{});
 }
 
+TEST_F(Monitors, NoNoticeIsHandledAfterAStop) {
+    start(kPatience);
+    dro::request_stop();
+    store.set(kActivation.flag, "true");
+    EXPECT_FALSE(eventually([&] { return log.has(kActivationSeen); }, kSoon));
+}
+
 TEST_F(Monitors, AReportThatTheStopCutsShortWritesNothingMore) {
     start(kPatience);
     const Cases<const Kind*, const char*> cases{{&kActivation, "deactivated"},

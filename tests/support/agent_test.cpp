@@ -53,9 +53,7 @@ AgentTest::~AgentTest() {
 }
 
 void AgentTest::start_agent() {
-    if (dro::dal_get_handle() != nullptr) {
-        dro::dal_destroy();
-    }
+    dro::dal_destroy();
     EXPECT_EQ(dro::dal_init(), 0);
     dro::get_hab_info();
     EXPECT_EQ(dro::get_api_url(), 0);
