@@ -40,7 +40,7 @@ class Agent {
     Agent() {
         using std::chrono::milliseconds;
         constexpr milliseconds kNone{0};
-        dro::set_durations({kNone, kNone, kNone, kNone, kNone, kNone});
+        dro::set_durations({kNone, kNone, kNone, kNone, kNone});
         setenv("HAB_LOG_FILE", (store.folder() + "/agent.log").c_str(), 1);
         dro_test::set_identity(store);
         store.set_all({{"Drocfg.DroBaseURL", "https://qa.dro.localhost/"}, {"dalLogCfg.DroagentLogMask", "6"}});
