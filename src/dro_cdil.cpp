@@ -9,6 +9,7 @@
 #include "dro_get_set_config.h"
 #include "dro_json.h"
 #include "dro_log.h"
+#include "dro_stop.h"
 #include "dro_sync.h"
 #include "dro_threads.h"
 #include "dro_utils.h"
@@ -41,16 +42,8 @@ std::size_t read_masks(IndexList& list) {
     return count;
 }
 
-void sync_list() {
-    LOG_TRACE("Starting getting Index BIT mask from DALH \n");
-    int result = 0;
-    if (!mutex_cdilSync.lock(result)) {
-        LOG_ERROR("Unable to Lock Activation Mutex\n");
-        errno = result;
-        std::perror("pthread_mutex_lock");
-        return;
-    }
-    const AdoptedLock held(mutex_cdilSync);
+// Reads which devices the list holds, and queues or pushes it.
+void push_list() {
     IndexList list{};
     const std::size_t decoded = read_masks(list);
     const int total = read_int(kTotalCount, -1);
@@ -65,7 +58,22 @@ void sync_list() {
     } else {
         LOG_NOTICE("Unable to Sync CDIL to cloud!! Will Sync in Next try!\n");
     }
-    write_enum(kListStatus, "init");
+}
+
+void sync_list() {
+    LOG_TRACE("Starting getting Index BIT mask from DALH \n");
+    int result = 0;
+    if (!mutex_cdilSync.lock(result)) {
+        LOG_ERROR("Unable to Lock Activation Mutex\n");
+        errno = result;
+        std::perror("pthread_mutex_lock");
+        return;
+    }
+    const AdoptedLock held(mutex_cdilSync);
+    if (!stop_requested()) {
+        push_list();
+    }
+    write_enum(kListStatus, "init");  // also at a stop: left as it is, the next list would bring no notice
 }
 
 }  // namespace

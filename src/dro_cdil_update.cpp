@@ -5,6 +5,7 @@
 #include "dro_fields.h"
 #include "dro_json.h"
 #include "dro_log.h"
+#include "dro_stop.h"
 #include "dro_threads.h"
 #include "dro_utils.h"
 
@@ -58,7 +59,7 @@ void t_Handler_cdUpdate(std::uint32_t index) {
         LOG_ERROR("UPDATE_CD Publishing Failed! Exiting thread!\n");
     }
     const std::uint32_t missed = g_notifier.reset();
-    if (missed != fields::kNoDevice) {
+    if (missed != fields::kNoDevice && !stop_requested()) {
         start_update(missed);
     }
 }

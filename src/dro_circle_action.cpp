@@ -135,9 +135,6 @@ void circle_action(const char* transUuid, const char* command, bool overRide) {
         if (sync_circle_status(kStageActivation, kCircleSuccess, transUuid, "Success-Already Activated") != 0) {
             LOG_ERROR("Call Circle Status API failed!\n");
         }
-        if (stop_requested()) {
-            return;
-        }
     } else {
         write_bool(fields::CircleAct, false);
         LOG_TRACE("In circle Action, hab APIs to set activate here!\n");
@@ -147,7 +144,9 @@ void circle_action(const char* transUuid, const char* command, bool overRide) {
             setCircleActionDROA(transUuid, "deactivate");
         }
     }
-    write_bool(fields::CircleProvision, false);
+    if (!stop_requested()) {
+        write_bool(fields::CircleProvision, false);
+    }
 }
 
 void setCircleActionDROA(const char* transUuid, const char* action) {

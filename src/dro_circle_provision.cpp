@@ -7,6 +7,7 @@
 #include "dro_fields.h"
 #include "dro_get_set_config.h"
 #include "dro_log.h"
+#include "dro_stop.h"
 
 namespace dro {
 namespace {
@@ -120,7 +121,9 @@ void circle_provision(const char* transUuid, const char* command, JsonText data)
     } else {
         order_provisioning(transUuid, activationUuid, values);
     }
-    write_bool(fields::CircleAct, false);
+    if (!stop_requested()) {
+        write_bool(fields::CircleAct, false);
+    }
 }
 
 }  // namespace dro

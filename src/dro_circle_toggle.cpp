@@ -158,7 +158,8 @@ void toggle_circle(const char* transUuid, JsonText data) {
         return;
     }
     if (running == (enable ? "enabled" : "disabled")) {
-        if (sendTransactionACK(transUuid, kAckSuccess, enable ? "Success-Enabled" : "Success-Disabled") != 0) {
+        if (sendTransactionACK(transUuid, kAckSuccess, enable ? "Success-Enabled" : "Success-Disabled") != 0 &&
+            !stop_requested()) {
             write_bool(fields::CircleToggle, false);
         }
         return;

@@ -21,6 +21,7 @@ struct CallbackEntry {
     FixedText<64> key;  // "table.field"
     ChangeHandler handler = nullptr;
     void* context = nullptr;
+    bool subscribed = false;
 };
 
 std::atomic<hab_session*> g_session{nullptr};
@@ -34,30 +35,27 @@ int compare_keys(const void* left, const void* right) {
                        static_cast<const CallbackEntry*>(right)->key.c_str());
 }
 
-struct Callback {
-    ChangeHandler handler = nullptr;
-    void* context = nullptr;
-};
-
-// The callback of table.field; without a handler when it has none.
-Callback find_callback(const char* table, const char* field) {
+CallbackEntry* find_entry(const char* table, const char* field) DRO_REQUIRES(g_entriesLock) {
     CallbackEntry probe;
     probe.key.format("%s.%s", table, field);
-    const MutexLock lock(g_entriesLock);
-    if (g_entries == nullptr) {
-        return {};
-    }
-    const auto* entry = static_cast<const CallbackEntry*>(sortedSet_find(g_entries, &probe));
-    return entry != nullptr ? Callback{entry->handler, entry->context} : Callback{};
+    return g_entries != nullptr ? static_cast<CallbackEntry*>(sortedSet_find(g_entries, &probe)) : nullptr;
 }
 
 void on_notice(const char* table, int /*row*/, const char* field, void* /*context*/) {
-    const Callback callback = find_callback(table, field);
-    if (callback.handler == nullptr || stop_requested()) {
+    ChangeHandler handler = nullptr;
+    void* context = nullptr;
+    {
+        const MutexLock lock(g_entriesLock);
+        if (const CallbackEntry* entry = find_entry(table, field)) {
+            handler = entry->handler;
+            context = entry->context;
+        }
+    }
+    if (handler == nullptr || stop_requested()) {
         return;
     }
     try {
-        callback.handler(callback.context);
+        handler(context);
     } catch (const std::exception& failure) {
         LOG_ERROR("A change of %s.%s was not handled: %s\n", table, field, failure.what());
     }
@@ -116,12 +114,19 @@ int dal_call_on_change(const char* table, const char* field, ChangeHandler handl
         }
         static_cast<void>(entry.release());  // the set holds it until drop_entries
     }
-    log_store_error(hab_subscribe(dal_get_handle(), table, 1));
+    const int status = hab_subscribe(dal_get_handle(), table, 1);
+    log_store_error(status);
+    const MutexLock lock(g_entriesLock);
+    if (CallbackEntry* kept = find_entry(table, field)) {
+        kept->subscribed = status == HAB_OK;
+    }
     return 0;
 }
 
-bool dal_has_handler(const char* table, const char* field) {
-    return find_callback(table, field).handler != nullptr;
+bool dal_is_watched(const char* table, const char* field) {
+    const MutexLock lock(g_entriesLock);
+    const CallbackEntry* entry = find_entry(table, field);
+    return entry != nullptr && entry->subscribed;
 }
 
 void dal_destroy() {

@@ -21,8 +21,8 @@ hab_session* dal_get_handle();
 // 63 characters. Returns 0, or 1 when the entry cannot be kept (no memory, or the field has a handler already).
 int dal_call_on_change(const char* table, const char* field, ChangeHandler handler, void* context);
 
-// True when table.field has a handler. Any thread.
-bool dal_has_handler(const char* table, const char* field);
+// True when table.field has a handler and its table could be subscribed. Any thread.
+bool dal_is_watched(const char* table, const char* field);
 
 // Closes the session and drops all handlers.
 void dal_destroy();

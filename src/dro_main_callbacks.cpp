@@ -60,7 +60,7 @@ void JorvAgentStatus_cbHandler(int registered, int claimed, int connected) {
         registered, claimed, connected);
     if (registered == 1 || connected == 1) {
         run_serialised(registerDroCloud);
-    } else {
+    } else if (!stop_requested()) {
         ask_for_connection();
     }
     LOG_TRACE("Returning from JorvAgentStatus_cbHandler\n");

@@ -1,11 +1,11 @@
 #include "dro_monitor.h"
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <utility>
+#include <memory>
+#include <new>
 
 #include "dro_log.h"
 #include "dro_stop.h"
@@ -30,24 +30,20 @@ std::atomic<int> g_active{0};
 
 }  // namespace
 
-int Orders::give(Order order) {
-    if (!dal_has_handler(kind_.flag.table, kind_.flag.name)) {
+int Orders::give(const Order& order) {
+    if (!dal_is_watched(kind_.flag.table, kind_.flag.name)) {
         return write_bool(kind_.flag, true);
     }
-    {
-        const MutexLock lock(mutex_);
-        order.number = ++given_;
-        waiting_.push_back(order);
-    }
+    const MutexLock lock(mutex_);
+    waiting_.push_back(order);
     // A store that reports changes only is silent about a flag that was true already, and about one that cannot be read
     // nothing is known. The monitor is then started here; a callback that comes as well finds no waiting order.
     const bool mayBeSilent = read_bool(kind_.flag, true);
     const int status = write_bool(kind_.flag, true);
     if (status != HAB_OK) {
-        const MutexLock lock(mutex_);
-        std::erase_if(waiting_, [&](const Order& waiting) { return waiting.number == order.number; });
+        waiting_.pop_back();
     } else if (mayBeSilent) {
-        start_waiting();
+        start_oldest();
     }
     return status;
 }
@@ -56,68 +52,38 @@ void Orders::on_flag_change() {
     LOG_TRACE("%s", kind_.callbackText);
     // The monitor of an earlier order may have reset the flag since this order was given.
     const bool flag = read_bool(kind_.flag);
-    bool waits = false;
-    {
-        const MutexLock lock(mutex_);
-        waits = !waiting_.empty();
-    }
-    if (waits) {
-        start_waiting();
+    const MutexLock lock(mutex_);
+    if (!waiting_.empty()) {
+        start_oldest();
     } else if (!flag) {
         LOG_TRACE("%s", kind_.flagResetText);
-    } else {
-        start_stored();
+    } else if (alive_ == 0) {  // else it is the flag of that monitor's order, seen again
+        start(kind_.storedOrder());
     }
 }
 
-int Orders::alive() {
-    const MutexLock lock(mutex_);
-    return alive_;
+void Orders::start_oldest() {
+    const Order order = waiting_.front();
+    waiting_.pop_front();
+    start(order);
 }
 
-Orders::Place Orders::take_place() {
+void Orders::start(const Order& order) {
     ++alive_;
     ++g_active;
-    return {this, [](Orders* orders) { orders->leave(); }};
-}
-
-void Orders::leave() {
-    const MutexLock lock(mutex_);
-    --alive_;
-    --g_active;
-}
-
-void Orders::start_waiting() {
-    Order order;
-    Place place;
-    {
-        const MutexLock lock(mutex_);
-        if (waiting_.empty()) {
-            return;
-        }
-        place = take_place();
-        order = waiting_.front();
-        waiting_.pop_front();
+    try {
+        const std::shared_ptr<Orders> place(this, [](Orders* orders) {
+            --orders->alive_;
+            --g_active;
+        });
+        errno = start_detached([this, order, place] {
+            if (!stop_requested()) {
+                kind_.monitor(order);
+            }
+        });
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
     }
-    start(order, std::move(place));
-}
-
-// Another program wrote the flag. While a monitor is alive it is the flag of that monitor's order, seen again.
-void Orders::start_stored() {
-    Place place;
-    {
-        const MutexLock lock(mutex_);
-        if (alive_ > 0) {
-            return;
-        }
-        place = take_place();
-    }
-    start(kind_.storedOrder(), std::move(place));
-}
-
-void Orders::start(const Order& order, Place place) const {
-    std::function<void()> body = [this, order, place = std::move(place)] { kind_.monitor(order); };
-    errno = start_detached(std::move(body));
     if (errno == 0) {
         LOG_TRACE("%s", kind_.threadStartedText);
         return;

@@ -6,11 +6,10 @@
 // monitor, whatever transaction ids repeat.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <deque>
 #include <functional>
-#include <memory>
-#include <optional>
 
 #include "dro_dal.h"
 #include "dro_store.h"
@@ -22,7 +21,6 @@ namespace dro {
 struct Order {
     FixedText<128> uuid;        // the transaction that the outcome is reported for
     FixedText<16> timestamp{};  // when the order arrived; device lists only
-    unsigned long number = 0;   // set by Orders
 };
 
 // One kind of order: its flag, the texts of the flag's callback, and its monitor.
@@ -47,28 +45,22 @@ class Orders {
 
     // Passes an accepted order to its monitor and writes the flag true. Returns the status of that write; after a
     // failed one the order is withdrawn. Without a callback on the flag the order is not kept.
-    int give(Order order);
+    int give(const Order& order);
 
     // The flag's change callback. Store delivery thread.
     void on_flag_change();
 
     // Monitors that have not returned yet.
-    int alive();
+    int alive() const { return alive_; }
 
  private:
-    using Place = std::shared_ptr<Orders>;  // one monitor's place in `alive_`
-
-    Place take_place() DRO_REQUIRES(mutex_);
-    void leave();
-    void start_waiting();
-    void start_stored();
-    void start(const Order& order, Place place) const;
+    void start_oldest() DRO_REQUIRES(mutex_);
+    void start(const Order& order);
 
     const OrderKind& kind_;
-    Mutex mutex_;  // held for a few instructions only
+    Mutex mutex_;  // held while the flag is written: the callback takes no order that may still be withdrawn
     std::deque<Order> waiting_ DRO_GUARDED_BY(mutex_);
-    unsigned long given_ DRO_GUARDED_BY(mutex_) = 0;
-    int alive_ DRO_GUARDED_BY(mutex_) = 0;
+    std::atomic<int> alive_{0};
 };
 
 // What the monitors share. The list watch and the activation monitor pair with the same mutex; a wait releases it, so

@@ -12,6 +12,7 @@
 #include "dro_get_set_config.h"
 #include "dro_log.h"
 #include "dro_reg.h"
+#include "dro_stop.h"
 
 namespace dro {
 namespace {
@@ -125,7 +126,7 @@ void alarm_function(unsigned seconds) {
 }
 
 void alarmcallback(int signal) {
-    if (signal != SIGALRM) {
+    if (signal != SIGALRM || stop_requested()) {
         return;
     }
     const int error = errno;

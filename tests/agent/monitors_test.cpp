@@ -1,12 +1,17 @@
 // The monitors: each order to the Circle agent, and each list that the cloud asked for, has one that reports what came
 // of it, or that nothing did.
 #include <algorithm>
+#include <csignal>
 #include <cstring>
+#include <functional>
+#include <thread>
 
 #include "dro_cdil.h"
 #include "dro_circle.h"
 #include "dro_get_set_config.h"
+#include "dro_main.h"
 #include "dro_monitor.h"
+#include "dro_reg.h"
 #include "dro_stop.h"
 #include "dro_url.h"
 #include "faults.h"
@@ -254,6 +259,43 @@ TEST_F(Monitors, AReportThatTheStopCutsShortWritesNothingMore) {
         EXPECT_EQ(spy.writes(), Texts{}) << answer;
         cloud.release();
     }
+}
+
+TEST_F(Monitors, WhatElseTheStopCutsShortWritesNothingMoreEither) {
+    start(kPatience);
+    store.set_all({{"CircleStatus.activationStatus", "provisioned"}, {"CircleStatus.sorbStatus", "enabled"}});
+    constexpr const char* kCredentials =
+        R"({"circleId":"c","accessToken":"a","refreshToken":"r","localToken":"l","cloudHost":"h"})";
+    const Cases<const char*, std::function<void()>> cases{
+        {"a toggle that is done already",
+         [] { dro::toggle_circle("u-9", dro::JsonText(strdup(R"({"toggle":"on"})"))); }},
+        {"a provisioning refused",
+         [] { dro::circle_provision("u-9", "PROVISION_CIRCLE", dro::JsonText(strdup(kCredentials))); }},
+        {"an activation refused",
+         [this] {
+             store.set("CircleDebug.sorbActivationProgress", "inProgress");
+             dro::circle_action("u-9", "ACTIVATE_CIRCLE", true);
+         }},
+    };
+    for (const auto& [name, command] : cases) {
+        dro::clear_stop();
+        cloud.forget();
+        cloud.script("transactionAck/", {kStall});
+        std::thread stopped(command);
+        EXPECT_EQ(cloud.wait_for(1).size(), 1U) << name;
+        const StoreSpy spy;
+        dro::request_stop();
+        stopped.join();
+        EXPECT_EQ(spy.writes(), Texts{}) << name;
+        cloud.release();
+    }
+    const StoreSpy spy;
+    dro::alarmcallback(SIGALRM);
+    dro::JorvAgentStatus_cbHandler(0, 0, 0);
+    EXPECT_EQ(spy.writes(), Texts{});
+    store.set("DALHNotifyCDIL.CDILstatus", "complete");
+    dro::t_Handler_cdilSync();
+    EXPECT_EQ(spy.writes(), Texts{"DALHNotifyCDIL.CDILstatus=init"});
 }
 
 // ---- Answers ----
