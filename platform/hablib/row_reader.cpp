@@ -11,7 +11,7 @@ RowReader::RowReader(const Connection& connection, const Schema& schema)
 
 const std::optional<Value>& RowReader::read(const Field& field, int row) {
     // Looked at before the row is fetched: a commit in between makes the next read fetch again.
-    const std::optional<CommitMark> mark = connection_.commitMark();
+    const std::optional<CommitMark> mark = lastCommit(connection_.get());
     if (!mark || mark != mark_) {
         rows_.clear();
         mark_ = mark;

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "commit_mark.h"
 #include "schema.h"
 #include "sqlite.h"
 

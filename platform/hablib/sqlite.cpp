@@ -70,26 +70,6 @@ bool Connection::moved() const {
     return moved != 0;
 }
 
-// Each commit ends by writing the header of the write-ahead log's index, which lies in memory that all processes share
-// (https://www.sqlite.org/walformat.html#the_wal_index_header): a count of commits and a checksum over them among other
-// numbers, 48 bytes in all. A header that is read while it is written is like no other, and does no harm.
-std::optional<CommitMark> Connection::commitMark() const {
-    constexpr int kRegionSize = 32768;
-    sqlite3_file* file = nullptr;
-    sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_FILE_POINTER, static_cast<void*>(&file));
-    void volatile* index = nullptr;
-    const bool shares = file != nullptr && file->pMethods != nullptr && file->pMethods->iVersion >= 2;
-    if (!shares || file->pMethods->xShmMap(file, 0, kRegionSize, 0, &index) != SQLITE_OK || index == nullptr) {
-        return std::nullopt;
-    }
-    const auto* word = static_cast<const volatile std::uint32_t*>(index);
-    CommitMark mark;
-    for (std::uint32_t& part : mark) {
-        part = __atomic_load_n(word++, __ATOMIC_ACQUIRE);
-    }
-    return mark;
-}
-
 void Connection::tidy() {
     if (logPages_ >= kTidyPages) {
         logPages_ = 0;

@@ -33,9 +33,6 @@ class SqliteError : public std::runtime_error {
 // The HAB_ status that a SQLite result code means: done, busy or failed.
 int statusOf(int code);
 
-// Names the last commit that a store has seen: no two commits have the same.
-using CommitMark = std::array<std::uint32_t, 12>;
-
 class Statement;
 
 class Connection {
@@ -56,8 +53,6 @@ class Connection {
 
     // True when the path no longer leads to the file that is open here.
     bool moved() const;
-    // Looks, without a lock, which commit was the last; nothing where that cannot be told.
-    std::optional<CommitMark> commitMark() const;
     bool readOnly() const { return sqlite3_db_readonly(db_.get(), "main") != 0; }
     // The file's absolute path, links resolved.
     std::string path() const { return sqlite3_db_filename(db_.get(), "main"); }

@@ -4,6 +4,7 @@
 #include <latch>
 #include <thread>
 
+#include "commit_mark.h"
 #include "workbench.h"
 
 namespace {
@@ -175,6 +176,32 @@ TEST_F(Values, AreThoseOfTheLastCommitWhoeverMadeIt) {
         commit();
         EXPECT_EQ(name(7), value);
     }
+}
+
+TEST_F(Values, NeverGoBackWhileAnotherSessionWrites) {
+    constexpr int kWrites = 500;
+    const std::jthread writer([session = open()] {
+        for (int i = 1; i <= kWrites; ++i) {
+            for (const char* field : {"DeviceBrand", "DeviceModel"}) {
+                hab_set_ascii(session.get(), "DeviceIdList", 7, field, std::to_string(i).c_str());
+            }
+        }
+    });
+    const auto number = [this](const char* field) { return std::atoi(textAt(s_, "DeviceIdList", 7, field).c_str()); };
+    for (int model = 0; model < kWrites && !HasFailure();) {
+        const int next = number("DeviceModel");
+        EXPECT_GE(next, model);
+        EXPECT_GE(number("DeviceBrand"), next) << "written before";
+        model = next;
+    }
+}
+
+TEST(CommitMark, IsTakenFromAHeaderOfTheKnownVersionOnly) {
+    std::array<std::uint32_t, 12> header{3'007'000, 0, 17};
+    ASSERT_TRUE(hab::commitMarkIn(header.data()));
+    EXPECT_EQ(hab::commitMarkIn(header.data())->at(2), 17U);
+    header[0] = 3'008'000;
+    EXPECT_FALSE(hab::commitMarkIn(header.data()));
 }
 
 TEST_F(Values, AreServedToManyThreadsOnOneHandle) {
