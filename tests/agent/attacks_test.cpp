@@ -11,9 +11,9 @@
 #include <future>
 #include <random>
 
-#include "agent_process.h"
 #include "agent_test.h"
 #include "rounds.h"
+#include "test_agent.h"
 
 namespace dro_test {
 namespace {

@@ -8,10 +8,10 @@
 #include <fstream>
 #include <mutex>
 
-#include "agent_process.h"
 #include "faults.h"
 #include "libJorvhdlr/libJorvhdlr.h"
 #include "pipeline.h"
+#include "test_agent.h"
 
 namespace dro_test {
 namespace {

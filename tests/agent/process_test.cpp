@@ -6,13 +6,13 @@
 #include <filesystem>
 #include <fstream>
 
-#include "agent_process.h"
 #include "dro_daemon.h"
 #include "dro_dal.h"
 #include "dro_main.h"
 #include "dro_stop.h"
 #include "faults.h"
 #include "pipeline.h"
+#include "test_agent.h"
 
 namespace dro_test {
 namespace {

@@ -48,7 +48,8 @@ TEST(CloudChecks, OneThingWrongIsSeenAndNamed) {
         {[](Received& r) { r.apiKey.pop_back(); }, "401 wrong API key for qa.dro.localhost"},
         {[](Received& r) { r.body.pop_back(); }, "400 the body is no JSON object"},
         {[](Received& r) { r.body += "x"; }, "400 the body is no JSON object"},
-        {[](Received& r) { r.body = "[]"; }, "400 the body is no JSON object"}};
+        {[](Received& r) { r.body = "[]"; }, "400 the body is no JSON object"},
+        {[](Received& r) { r.body.replace(r.body.find("Success"), 7, "\xFC"); }, "400 the body is no JSON object"}};
     for (const auto& [spoil, fault] : cases) {
         Received received = acknowledgement();
         spoil(received);
@@ -75,6 +76,14 @@ TEST(CloudChecks, OneThingWrongIsSeenAndNamed) {
         spoiled.body.replace(right.body.find(piece), piece.size(), other);
         EXPECT_EQ(faultOf(right), "");
         EXPECT_EQ(faultOf(spoiled), fault);
+    }
+}
+
+TEST(CloudChecks, ValuesInsideOfTooManyOthersAreNoJson) {
+    for (const std::size_t lists : {1000U, 1001U, 1000000U}) {
+        const std::string deep = R"(,"deep":)" + std::string(lists, '[') + std::string(lists, ']');
+        const Received received = request("/pc/circle/cuuid", R"(,"uuid":"","circleUUID":"")" + deep);
+        EXPECT_EQ(faultOf(received), lists == 1000 ? "" : "400 the body is no JSON object") << lists;
     }
 }
 

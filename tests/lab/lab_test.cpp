@@ -11,13 +11,15 @@
 namespace lab {
 namespace {
 
+using std::chrono::milliseconds;
+
 class LabTest : public testing::Test {
  protected:
     // What the agent writes to have something done.
     void order(std::uint32_t feature, const Field& operand, const std::string& value) {
         lab_.store.set(operand, value);
-        lab_.store.set(field::kFeature, std::to_string(feature));
-        lab_.store.set(field::kProcess, "1");
+        lab_.store.set(field::DALHConfig::FeatureID, std::to_string(feature));
+        lab_.store.set(field::DALHConfig::ProcessID, "1");
     }
 
     bool holds(const Field& field, const std::string& value) {
@@ -25,13 +27,13 @@ class LabTest : public testing::Test {
     }
 
     void list() {
-        lab_.store.set(field::kListStatus, "init");
-        order(8, field::kListRequest, "occupied");
-        EXPECT_TRUE(holds(field::kListStatus, "complete"));
+        lab_.store.set(field::DALHNotifyCDIL::CDILstatus, "init");
+        order(8, field::DALHConfig::CDILRequest, "occupied");
+        EXPECT_TRUE(holds(field::DALHNotifyCDIL::CDILstatus, "complete"));
     }
 
     Reply act(const std::string& operation, const std::string& arguments) {
-        return perform(lab_, operation, parseJson(arguments).get());
+        return perform(lab_, operation, parseJson(arguments));
     }
 
     TemporaryFolder folder_;
@@ -40,15 +42,15 @@ class LabTest : public testing::Test {
 };
 
 TEST_F(LabTest, DeviceServiceClosesTheTransactionOfAnAnsweredListOnly) {
-    lab_.store.set(field::kListTransaction, "first");
+    lab_.store.set(field::DroStatus::cdilTransUuid, "first");
     list();
-    lab_.store.set(field::kListTransaction, "second");  // came while the first list was on its way
-    lab_.store.set(field::kListOutcome, "success");
-    lab_.store.set(field::kListOutcome, "none");
+    lab_.store.set(field::DroStatus::cdilTransUuid, "second");  // came while the first list was on its way
+    lab_.store.set(field::RADebugLog::cdilDebugStatus, "success");
+    lab_.store.set(field::RADebugLog::cdilDebugStatus, "none");
     list();
-    EXPECT_EQ(lab_.store.get(field::kListTransaction), "second");
-    lab_.store.set(field::kListOutcome, "success");
-    EXPECT_TRUE(holds(field::kListTransaction, "Noop"));
+    EXPECT_EQ(lab_.store.get(field::DroStatus::cdilTransUuid), "second");
+    lab_.store.set(field::RADebugLog::cdilDebugStatus, "success");
+    EXPECT_TRUE(holds(field::DroStatus::cdilTransUuid, "Noop"));
 }
 
 TEST_F(LabTest, DeviceServiceTellsOfTaggedDevicesAsTagged) {
@@ -57,13 +59,13 @@ TEST_F(LabTest, DeviceServiceTellsOfTaggedDevicesAsTagged) {
         {"online", false, false}, {"offline", false, true}, {"offline", true, false}};
     const std::string name = lab_.population.at(7).name;
     for (const auto& [tag, online, told] : cases) {
-        lab_.store.set(field::kTaggedDevice, "257");
-        lab_.store.set(field::kTagMac, macText(lab_.population.at(7).mac));
-        order(2, field::kTagStatus, tag);
-        ASSERT_TRUE(holds(field::kTagged.at(7), tag));
+        lab_.store.set(field::DALHNotifyDTN::Index, "257");
+        lab_.store.set(field::DALHConfig::TaggedDeviceMAC, macText(lab_.population.at(7).mac));
+        order(2, field::DALHConfig::TagStatus, tag);
+        ASSERT_TRUE(holds(field::Dilsignature::IsTagged.at(7), tag));
         lab_.devices.deviceOnline(name, online);
-        EXPECT_EQ(lab_.store.get(field::kTaggedDevice), told ? "7" : "257") << tag << " " << online;
-        EXPECT_EQ(lab_.store.get(field::kLinkState.at(7)), online ? "UP" : "DOWN");
+        EXPECT_EQ(lab_.store.get(field::DALHNotifyDTN::Index), told ? "7" : "257") << tag << " " << online;
+        EXPECT_EQ(lab_.store.get(field::Dilsignature::Devicestate.at(7)), online ? "UP" : "DOWN");
     }
 }
 
@@ -78,6 +80,10 @@ TEST_F(LabTest, OperationsSayWhatIsWrongWithThem) {
     EXPECT_FALSE(act("device", R"({"action":"offline","name":"nobody"})").ok);
     EXPECT_FALSE(act("devices", R"({"count":"257"})").ok);
     EXPECT_FALSE(act("send", R"({"command":"BLOCK_CD"})").ok) << "delivered without an agent";
+    EXPECT_EQ(act("send", R"({"command":"BLOCK_CD","data":"[]","timeoutMs":"1"})").text,
+              "the data is no JSON object: []");
+    EXPECT_FALSE(act("cloud", R"({"mood":7})").ok);
+    EXPECT_FALSE(act("cloud", "nonsense").ok);
     EXPECT_FALSE(act("dance", "{}").ok);
     EXPECT_TRUE(act("cloud", R"({"mood":"down"})").ok);
     EXPECT_FALSE(lab_.cloud.isUp());
@@ -86,16 +92,33 @@ TEST_F(LabTest, OperationsSayWhatIsWrongWithThem) {
 
 TEST_F(LabTest, ASecondTerminalReachesTheLabAndOnlyTheUserDoes) {
     ASSERT_EQ(::setenv("XDG_RUNTIME_DIR", folder_.path().c_str(), 1), 0);
-    EXPECT_NE(askLab("status", nullptr).text.find("drolab up"), std::string::npos);
+    EXPECT_NE(askLab("status", {}).text.find("drolab up"), std::string::npos);
     {
         const ControlServer control(lab_);
         EXPECT_EQ(std::filesystem::status(controlPath()).permissions(), std::filesystem::perms(0600));
-        const JsonTree arguments = parseJson(R"({"action":"join","name":"Guest \"phone\""})");
-        EXPECT_EQ(askLab("device", arguments.get()).text, "Guest \"phone\": join, row 40");
-        EXPECT_EQ(lab_.store.get(field::kNewDevice), "40");
+        EXPECT_EQ(askLab("device", {{"action", "join"}, {"name", "Guest \"phone\""}}).text,
+                  "Guest \"phone\": join, row 40");
+        EXPECT_EQ(lab_.store.get(field::DALHNotifyNDN::Index), "40");
         EXPECT_THROW(ControlServer second(lab_), std::runtime_error);
     }
-    EXPECT_FALSE(askLab("status", nullptr).ok);
+    EXPECT_FALSE(askLab("status", {}).ok);
+}
+
+TEST(Timeline, AnEventIsAnObjectOnOneLine) {
+    Event event;
+    event.from = Actor::Agent;
+    event.to = Actor::Cloud;
+    event.what = "K\xFC\"che\n";
+    event.at = std::chrono::system_clock::time_point(milliseconds(1500));
+    EXPECT_EQ(jsonOf(event), "{\"time\":1.5,\"from\":\"agent\",\"to\":\"cloud\",\"what\":\"K\xEF\xBF\xBD\\\"che\\n\"}");
+    event.what = "";
+    event.body = "{}";
+    event.tone = Tone::Bad;
+    event.took = milliseconds(20);
+    event.exchange = 3;
+    event.head = "POST /";
+    EXPECT_EQ(jsonOf(event), R"({"time":1.5,"from":"agent","to":"cloud","what":"","body":"{}","tone":"bad","ms":20,)"
+                             R"("exchange":3,"head":"POST /"})");
 }
 
 }  // namespace

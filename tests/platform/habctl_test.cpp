@@ -76,6 +76,7 @@ TEST_F(Habctl, LoadsWhatItDumpsAllOrNothing) {
     EXPECT_EQ(habctl({"dump"}).output, before);
     const Cases<const char*, int> cases{
         {R"({"General": {"FSN": "1"}} trailing)", 5},
+        {"{\"General\": {\"FSN\": \"1\", \"DeviceName\": \"K\xFC\"}}", 5},
         {R"(["General"])", 5},
         {R"({"General": {"FSN": "1"}, "Nothing": {}})", 3},
         {R"({"General": {"FSN": "1"}, "DroCfg": 5})", 5},
@@ -85,6 +86,7 @@ TEST_F(Habctl, LoadsWhatItDumpsAllOrNothing) {
         {R"({"General": {"FSN": 1}})", 6},
         {R"({"General": {"FSN": "1"}, "DALHConfig": {"FeatureID": 1.5}})", 5},
         {R"({"General": {"FSN": "1"}, "DALHConfig": {"FeatureID": -1}})", 5},
+        {R"({"General": {"FSN": "1"}, "DALHConfig": {"FeatureID": 1e999}})", 5},
         {R"({"General": {"FSN": "1"}, "DeviceIdList": {"256": {"DeviceBrand": "B"}}})", 3},
         {R"({"DroCfg": {"claimState": true}, "General": {"FSN": "1234567890123456"}})", 4}};
     for (const auto& [json, status] : cases) {
@@ -93,6 +95,25 @@ TEST_F(Habctl, LoadsWhatItDumpsAllOrNothing) {
         EXPECT_FALSE(outcome.errors.empty());
     }
     EXPECT_EQ(habctl({"dump"}).output, before);
+    EXPECT_THAT(habctl({"load", file(R"({"General" 1})")}).errors, HasSubstr("not a JSON object, at byte 11"));
+    EXPECT_THAT(habctl({"load", file("[]")}).errors, HasSubstr("not a JSON object, at byte 0"));
+}
+
+TEST_F(Habctl, DumpsBytesThatAreNotUtf8AsReplaced) {
+    ASSERT_EQ(habctl({"set", "General.DeviceName", "K\xFC\xFC \xEF\xBF\xBD \xE2\x82"}).status, 0);
+    ASSERT_EQ(habctl({"set", "General.DeviceModel", "\xEF\xBF\xBD"}).status, 0);
+    ASSERT_EQ(habctl({"set", "DALHNotifyCDIL.IndexBitMask0", "4294967295"}).status, 0);
+    ASSERT_EQ(habctl({"set", "DroCfg.claimState", "true"}).status, 0);
+    ASSERT_EQ(habctl({"set", "DeviceIdList.DeviceBrand@2", "B"}).status, 0);
+    const Outcome outcome = habctl({"dump", "--json"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.errors, "habctl: General.DeviceName@0: not UTF-8, other bytes are replaced\n");
+    EXPECT_EQ(outcome.output,
+              "{\n\t\"General\": {\n\t\t\"DeviceModel\": \"\xEF\xBF\xBD\",\n"
+              "\t\t\"DeviceName\": \"K\xEF\xBF\xBD\xEF\xBF\xBD \xEF\xBF\xBD \xEF\xBF\xBD\"\n\t},\n"
+              "\t\"DroCfg\": {\n\t\t\"claimState\": true\n\t},\n"
+              "\t\"DALHNotifyCDIL\": {\n\t\t\"IndexBitMask0\": 4294967295\n\t},\n"
+              "\t\"DeviceIdList\": {\n\t\t\"2\": {\n\t\t\t\"DeviceBrand\": \"B\"\n\t\t}\n\t}\n}\n");
 }
 
 TEST_F(Habctl, WatchesUntilItIsInterrupted) {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/certificates.h"
+#include "certificates.h"
 #include "wait.h"
 
 namespace dro_test {

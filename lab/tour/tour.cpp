@@ -1,0 +1,306 @@
+#include "tour.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdio>
+#include <thread>
+
+#include "cloud_summary.h"
+#include "lab_provisioning.h"
+#include "namespaces.h"
+#include "store_fields.h"
+
+namespace lab {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kPatience{5000};  // for what should take milliseconds
+constexpr int kWrongUsage = 64;
+constexpr Pace kShipped{milliseconds(5000), milliseconds(20000), milliseconds(75000)};
+constexpr Pace kQuick{milliseconds(250), milliseconds(1500), milliseconds(1500)};
+
+double secondsSince(std::chrono::steady_clock::time_point begin) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+// On a terminal, says each second that a step is still waiting, on a line that is wiped again.
+class ProgressLine {
+ public:
+    ProgressLine(const std::string& what, bool terminal) {
+        if (terminal) {
+            thread_ = std::jthread([this, what](const std::stop_token& stop) { run(stop, what); });
+        }
+    }
+
+ private:
+    void run(const std::stop_token& stop, const std::string& what) {
+        std::mutex mutex;
+        std::unique_lock lock(mutex);
+        const auto begin = std::chrono::steady_clock::now();
+        bool shown = false;
+        while (!tick_.wait_for(lock, stop, std::chrono::seconds(1), [&] { return stop.stop_requested(); })) {
+            std::printf("\r  ...     %s (%.0f s)", what.c_str(), secondsSince(begin));
+            std::fflush(stdout);
+            shown = true;
+        }
+        if (shown) {
+            std::printf("\r\033[K");
+        }
+    }
+
+    std::condition_variable_any tick_;
+    std::jthread thread_;
+};
+
+}  // namespace
+
+struct Tour::Chapter {
+    const char* name;
+    const char* about;
+    bool quick;  // has waits that only the quick agent makes short
+    void (*tell)(Tour& tour);
+};
+
+const std::vector<Tour::Chapter>& Tour::chapters() {
+    static const std::vector<Chapter> all{
+        {"start", "identity, version, link", false, tourStart},
+        {"commands", "what the cloud can order for a device", false, tourCommands},
+        {"bad-messages", "what is refused and what is ignored", false, tourBadMessages},
+        {"cloud-trouble", "refused, unanswered and slow requests", true, tourCloudTrouble},
+        {"registration", "how the router becomes known to the cloud", false, tourRegistration},
+        {"events", "what the router tells unasked", false, tourEvents},
+        {"device-list", "the list of devices, asked for", true, tourDeviceList},
+        {"circle", "parental control", true, tourCircle},
+        {"shutdown", "an orderly end", false, tourShutdown}};
+    return all;
+}
+
+void check(bool holds, const std::string& otherwise) {
+    if (!holds) {
+        throw StepFailed(otherwise);
+    }
+}
+
+void checkSame(const std::string& what, const std::string& is, const std::string& wanted) {
+    check(is == wanted, what + " is \"" + is + "\" instead of \"" + wanted + "\"");
+}
+
+Tour::Tour(const TourSettings& settings)
+    : settings_(settings), colours_(::isatty(STDOUT_FILENO) == 1), pace_(kShipped) {}
+
+bool Tour::wanted(const std::string& name) const {
+    return settings_.only.empty() ||
+           std::find(settings_.only.begin(), settings_.only.end(), name) != settings_.only.end();
+}
+
+// The exit status when a chapter is asked for that does not exist, else 0.
+int Tour::wrongChapter() const {
+    for (const auto& name : settings_.only) {
+        const auto& all = chapters();
+        if (std::none_of(all.begin(), all.end(), [&](const Chapter& known) { return name == known.name; })) {
+            std::fprintf(stderr, "no chapter \"%s\"; drolab tour --list names them\n", name.c_str());
+            return kWrongUsage;
+        }
+    }
+    return 0;
+}
+
+void Tour::makeLab() {
+    if (!settings_.timelineFile.empty()) {
+        // Opened once and left to the end of the process, as standard output is.
+        std::FILE* file = std::fopen(settings_.timelineFile.c_str(), "we");
+        check(file != nullptr, "cannot write " + settings_.timelineFile);
+        timeline_.add(jsonSink(file));
+    }
+    // After the file, which would be out of sight in a private folder.
+    const std::string shared = enterOwnNamespaces(std::filesystem::path(provisioning::kCaBundle).parent_path());
+    if (!shared.empty()) {
+        const std::string obstacle = inTheWay();
+        check(obstacle.empty(), obstacle);
+        std::printf("(on the host's own network: %s)\n", shared.c_str());
+    }
+    LabSettings settings;
+    settings.verbose = true;
+    lab_ = std::make_unique<Lab>(timeline_, settings);
+}
+
+int Tour::run() {
+    if (settings_.list) {
+        for (const auto& chapter : chapters()) {
+            std::printf("%-14s %s\n", chapter.name, chapter.about);
+        }
+        return 0;
+    }
+    if (const int wrong = wrongChapter(); wrong != 0) {
+        return wrong;
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    makeLab();
+    for (const auto& each : chapters()) {
+        if (wanted(each.name)) {
+            chapter(each);
+        }
+    }
+    summarise(secondsSince(begin));
+    return held_ == steps_ ? 0 : 1;
+}
+
+void Tour::summarise(double seconds) const {
+    std::printf("\n%-14s %-14s %5s %5s %9s\n", "chapter", "agent", "steps", "held", "time");
+    for (const Told& told : told_) {
+        std::printf("%-14s %-14s %5d %5d %7.1f s%s\n", told.chapter, told.agent.c_str(), told.steps, told.held,
+                    told.seconds, told.held == told.steps ? "" : "  FAILED");
+    }
+    std::printf("\n%d of %d steps held, in %.1f s\n", held_, steps_, seconds);
+}
+
+void Tour::chapter(const Chapter& chapter) {
+    const bool quick = chapter.quick && !settings_.full;
+    pace_ = quick ? kQuick : kShipped;
+    std::printf("\n%s - %s\n", chapter.name, chapter.about);
+    if (quick) {
+        std::printf(
+            "  (droagent-quick: the same agent with pauses of %lld ms, list watch %lld ms, Circle watch %lld ms)\n",
+            static_cast<long long>(pace_.pause.count()), static_cast<long long>(pace_.listWatch.count()),
+            static_cast<long long>(pace_.circleWatch.count()));
+    }
+    const int stepsBefore = steps_;
+    const int heldBefore = held_;
+    const auto begin = std::chrono::steady_clock::now();
+    try {
+        useAgent(quick);
+        chapter.tell(*this);
+    } catch (const std::exception& problem) {  // between two steps
+        step("set the scene", [&] { throw StepFailed(problem.what()); });
+    }
+    lab_->cloud.behave(Mood::Accept);
+    lab_->cloud.slow(milliseconds(0));
+    lab_->devices.mood(ServiceMood::Ok);
+    lab_->circle.mood(CircleMood::Success);
+    told_.push_back({chapter.name, running_, steps_ - stepsBefore, held_ - heldBefore, secondsSince(begin)});
+}
+
+// The first chapter starts the agent in a step of its own.
+void Tour::useAgent(bool quick) {
+    const std::string program = quick ? "droagent-quick" : "droagent";
+    if (program == running_ && lab_->agent.running()) {
+        return;
+    }
+    if (lab_->agent.running()) {
+        check(lab_->agent.stop(kPatience) == 0, "the agent before did not end with status 0");
+    }
+    running_ = program;
+    if (steps_ > 0 || !wanted("start")) {
+        startAgent();
+    }
+}
+
+milliseconds Tour::startAgent() {
+    return lab_->startAgent(running_, {{"TZ", "UTC0"},
+                                       {"DROAGENT_QUICK_PAUSE_MS", std::to_string(kQuick.pause.count())},
+                                       {"DROAGENT_QUICK_LIST_WATCH_MS", std::to_string(kQuick.listWatch.count())},
+                                       {"DROAGENT_QUICK_CIRCLE_WATCH_MS", std::to_string(kQuick.circleWatch.count())}});
+}
+
+void Tour::step(const std::string& what, const std::function<void()>& act) {
+    ++steps_;
+    const auto begin = std::chrono::steady_clock::now();
+    std::string problem;
+    {
+        const ProgressLine progress(what, colours_);
+        try {
+            act();
+        } catch (const std::exception& failure) {
+            problem = failure.what();
+        }
+    }
+    const double ms = 1000 * secondsSince(begin);
+    const bool held = problem.empty();
+    held_ += held ? 1 : 0;
+    const char* colour = !colours_ ? "" : held ? "\033[32m" : "\033[31m";
+    std::printf("  %s%-6s%s  %s  %.0f ms\n", colour, held ? "ok" : "FAILED", colours_ ? "\033[0m" : "", what.c_str(),
+                ms);
+    if (!held) {
+        std::printf("          %s\n", printable(problem).c_str());
+    }
+    std::fflush(stdout);
+    timeline_.note(Actor::Lab, (held ? "held: " : "FAILED: ") + what + (held ? "" : ": " + problem),
+                   held ? Tone::Good : Tone::Bad);
+}
+
+void Tour::settle(bool claimed) {
+    RegistrationAnswer answer;
+    answer.claimState = claimed;
+    lab_->cloud.registration(answer);
+    if (lab_->store.isTrue(field::DROStatus::addJorvdeviceIdDone) &&
+        lab_->store.isTrue(field::DroCfg::claimState) == claimed) {
+        return;
+    }
+    lab_->registerAgain();
+    stored(field::DROStatus::addJorvdeviceIdDone, "true");
+    stored(field::DroCfg::claimState, claimed ? "true" : "false");
+}
+
+CloudRecord::Request Tour::request(std::size_t from, const std::string& what, const CloudRecord::Wanted& wanted,
+                                   milliseconds extra) {
+    auto found = lab_->record.await(from, wanted, kPatience + extra);
+    check(found != nullptr, "no " + what + " reached the cloud");
+    check(found->good(), what + " is wrong: " + found->fault);
+    return found;
+}
+
+void Tour::acknowledgement(std::size_t from, const std::string& transaction, const std::string& status,
+                           const std::string& reason, milliseconds extra) {
+    const auto found = request(
+        from, "acknowledgement of " + transaction,
+        [&](const CloudRequest& each) {
+            return each.endpoint == "/transactionAck/" && each.text("transactionId") == transaction;
+        },
+        extra);
+    checkSame("transactionStatus", found->text("transactionStatus"), status);
+    checkSame("failureReason", found->text("failureReason"), reason);
+    check(deviceListOf(*found).is_null(), "the acknowledgement carries a list");
+}
+
+void Tour::acknowledged(const std::string& command, const std::string& data, const std::string& status,
+                        const std::string& reason) {
+    const std::string transaction = newTransaction();
+    const std::size_t from = lab_->record.mark();
+    lab_->connector.deliver(envelope(transaction, command, data), command + " " + data);
+    acknowledgement(from, transaction, status, reason);
+}
+
+CloudRecord::Request Tour::listed(const std::string& command, const std::string& data) {
+    const Outcome outcome = sendCommand(*lab_, command, data, kPatience);
+    check(outcome.success, outcome.text);
+    checkSame("failureReason", outcome.answer->text("failureReason"), "Success");
+    return outcome.answer;
+}
+
+void Tour::stored(const Field& field, const std::string& value) {
+    if (!lab_->store.await(field, value, kPatience)) {
+        checkSame(std::string(field.table) + "." + field.name, lab_->store.get(field), value);
+    }
+}
+
+int Tour::acknowledgements(std::size_t from, const std::string& transaction) {
+    const auto requests = lab_->record.since(from);
+    return static_cast<int>(std::count_if(requests.begin(), requests.end(), [&](const auto& each) {
+        return each->endpoint == "/transactionAck/" && each->text("transactionId") == transaction;
+    }));
+}
+
+int runTour(const TourSettings& settings) {
+    try {
+        return Tour(settings).run();
+    } catch (const std::exception& problem) {
+        std::fprintf(stderr, "the tour cannot start: %s\n", problem.what());
+        return 1;
+    }
+}
+
+}  // namespace lab

@@ -1,0 +1,34 @@
+// web_store.h - the store's tables for the page: what they are made of, and every value as it is written. Made and
+// destroyed by one thread; values are read on its session's delivery thread.
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include "json.h"
+#include "store.h"
+#include "web_feed.h"
+
+namespace lab {
+
+class WebStore {
+ public:
+    // Adds every value that differs from its default to the feed, and from then on every one that is written, with the
+    // time. Throws std::runtime_error.
+    explicit WebStore(WebFeed& feed);
+    ~WebStore() { store_.follow({}, nullptr); }
+    WebStore(const WebStore&) = delete;
+    WebStore& operator=(const WebStore&) = delete;
+
+    // Tables in the schema's order: [{"name","rows","about","fields":[{"name","type","initial","about"}]}].
+    static Json tables();
+
+ private:
+    void written(const std::string& table, int row, const std::string& name);
+
+    WebFeed& feed_;
+    std::mutex mutex_;  // held from reading a value until it is in the feed, so that an older one never comes later
+    Store store_;
+};
+
+}  // namespace lab
