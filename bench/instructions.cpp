@@ -21,9 +21,10 @@
 #include "dro_json.h"
 #include "dro_main.h"
 #include "dro_url.h"
-#include "dro_utils.h"
-#include "libJorvhdlr/jorv_receiver.h"
-#include "libJorvhdlr/libJorvhdlr.h"
+#include "dro_utils_post.h"
+#include "dro_utils_record.h"
+#include "jorv_receiver.h"
+#include "libJorvhdlr.h"
 #include "population.h"
 
 namespace {

@@ -3,10 +3,11 @@
 #include <thread>
 
 #include "dro_durations.h"
-#include "dro_get_set_config.h"
+#include "dro_get_set_config_checkpoint.h"
 #include "dro_json.h"
 #include "dro_stop.h"
-#include "dro_utils.h"
+#include "dro_utils_post.h"
+#include "dro_utils_record.h"
 #include "local_agent.h"
 #include "roads.h"
 

@@ -7,7 +7,8 @@
 #include <stdexcept>
 
 #include "dro_json.h"
-#include "dro_utils.h"
+#include "dro_utils_post.h"
+#include "dro_utils_record.h"
 #include "local_agent.h"
 #include "roads.h"
 
@@ -76,9 +77,7 @@ void measure_post(Report& report) {
     Router router;
     const LocalAgent agent(router);
     report.compare("post, full handshake", take_posts(router, kShortRounds));
-    dro::RequestRules resuming = dro::request_rules();
-    resuming.sessionLife = std::chrono::hours(1);
-    dro::set_request_rules(resuming);
+    dro::request_rules().sessionLife = std::chrono::hours(1);
     report.compare("post, one certificate", take_posts(router, kShortRounds));
     Pair row;
     row.floor = take_own_posts(router);

@@ -3,6 +3,7 @@
 #include <string>
 #include <thread>
 
+#include "agent_probe.h"
 #include "dro_dispatcher.h"
 #include "dro_durations.h"
 #include "dro_fifo.h"
@@ -58,7 +59,7 @@ class Dispatcher {
     ~Dispatcher() {
         dro::cancel_dispatcher_thread();
         dro::wake_dispatcher(false);
-        dro::clear_stop();
+        dro_test::clear_stop();
     }
 };
 

@@ -13,7 +13,7 @@
 #include "dro_get_dalfld.h"
 #include "dro_threads.h"
 #include "dro_url.h"
-#include "dro_utils.h"
+#include "dro_utils_post.h"
 #include "input.h"
 #include "test_store.h"
 

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "dro_json.h"
-#include "dro_utils.h"
+#include "dro_utils_escape.h"
 #include "input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

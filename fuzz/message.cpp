@@ -8,13 +8,14 @@
 #include <thread>
 
 #include "agent.h"
+#include "agent_probe.h"
 #include "dro_cdil.h"
 #include "dro_circle.h"
 #include "dro_main.h"
 #include "dro_monitor.h"
 #include "input.h"
-#include "libJorvhdlr/jorv_receiver.h"
-#include "libJorvhdlr/libJorvhdlr.h"
+#include "jorv_receiver.h"
+#include "libJorvhdlr.h"
 
 namespace {
 
@@ -92,6 +93,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             notice();
         }
     }
-    fuzz::require(dro::active_monitors() == 0);
+    fuzz::require(dro_test::active_monitors() == 0);
     return 0;
 }

@@ -14,13 +14,13 @@
 #include "dro_fifo.h"
 #include "dro_generic_cloud_push.h"
 #include "dro_get_dalfld.h"
-#include "dro_get_set_config.h"
+#include "dro_get_set_config_push.h"
 #include "dro_json.h"
 #include "dro_ndn.h"
 #include "dro_pushst_cloud.h"
 #include "dro_reg.h"
 #include "dro_url.h"
-#include "dro_utils.h"
+#include "dro_utils_record.h"
 #include "input.h"
 
 namespace {

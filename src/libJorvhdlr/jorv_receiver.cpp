@@ -21,8 +21,6 @@ constexpr int kAcceptFailurePauseMs = 100;  // the refused connection stays read
 constexpr std::size_t kReadStep = 256;
 constexpr std::size_t kLengthLimit = 65535;  // looked at before each read, so a message may end one read beyond
 
-Timings g_timings;
-
 // Receivers alive, under a lock of its own.
 pthread_mutex_t g_counterLock = PTHREAD_MUTEX_INITIALIZER;
 int g_counter = 0;
@@ -107,11 +105,9 @@ void* jorvStreamReceiver(void* argument) {
 
 }  // namespace
 
-const Timings& timings() {
-    return g_timings;
-}
-void set_timings(const Timings& timings) {
-    g_timings = timings;
+Timings& timings() {
+    static Timings values;
+    return values;
 }
 
 int Jorv_Handler_receivers() {

@@ -7,8 +7,6 @@
 
 namespace jorv {
 
-const Timings& timings();
-
 // Starts a thread, joinable unless `detached`. Returns 0 or an error number.
 int start_thread(pthread_t& thread, void* (*body)(void*), void* argument, bool detached);
 

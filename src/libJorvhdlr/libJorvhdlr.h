@@ -46,11 +46,11 @@ extern void (*jorvLog)(Level level, const char* format, ...) __attribute__((form
 // Path of the default logger's file. Set, if at all, before the link is opened.
 extern const char* log_file;
 
-// Durations, for tests to shorten before the link is opened.
+// Durations. Changed, if at all, before the link is opened.
 struct Timings {
     std::chrono::milliseconds receive{5'000};      // a message that stalls longer is dropped
     std::chrono::milliseconds overloaded{10'000};  // until a crowd of receivers is counted again
 };
-void set_timings(const Timings& timings);
+Timings& timings();
 
 }  // namespace jorv

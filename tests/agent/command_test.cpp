@@ -1,5 +1,6 @@
 // Cloud commands: what each envelope comes to - its log line, its acknowledgement, its writes to the store.
-#include "dro_get_set_config.h"
+#include "dro_get_set_config_ack.h"
+#include "dro_get_set_config_envelope.h"
 #include "pipeline.h"
 
 namespace dro_test {

@@ -6,6 +6,8 @@
 
 #include <future>
 
+#include "dro_cdil.h"
+#include "dro_dtn.h"
 #include "dro_stop.h"
 #include "pipeline.h"
 
@@ -85,6 +87,8 @@ class Dispatcher : public AgentTest {
  protected:
     void start() {
         store.set_all({{"DroStatus.dispatcherSupport", "true"}, {"DroCfg.claimState", "true"}});
+        dro::init_cdil_dal_sub();
+        dro::init_dtn_dal_sub();
         ASSERT_EQ(dro::init_dispatcher(), 0);
         ASSERT_TRUE(log.wait_for("gets the claimState\n"));
     }

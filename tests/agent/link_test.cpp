@@ -9,7 +9,7 @@
 #include <mutex>
 
 #include "faults.h"
-#include "libJorvhdlr/libJorvhdlr.h"
+#include "libJorvhdlr.h"
 #include "pipeline.h"
 #include "test_agent.h"
 
@@ -53,7 +53,7 @@ std::vector<int> crowd(int size) {
 class Link : public ::testing::Test {
  protected:
     Link() : log_path_(store.folder() + "/link.log") {
-        jorv::set_timings({std::chrono::milliseconds(500), std::chrono::milliseconds(100)});
+        jorv::timings() = {std::chrono::milliseconds(500), std::chrono::milliseconds(100)};
         jorv::log_file = log_path_.c_str();
         g_messages.clear();
         g_statuses.clear();
@@ -174,7 +174,7 @@ TEST_F(Link, AnswersOnLoopbackOnly) {
 }
 
 TEST_F(Link, LetsACrowdOfReceiversThinOut) {
-    jorv::set_timings({kPatience, std::chrono::milliseconds(20)});
+    jorv::timings() = {kPatience, std::chrono::milliseconds(20)};
     ASSERT_EQ(open(), 0);
     const auto connections = crowd(51);
     EXPECT_TRUE(eventually([this] { return logged("Thread Counter over Value = 51\n"); }));
@@ -186,7 +186,7 @@ TEST_F(Link, LetsACrowdOfReceiversThinOut) {
 }
 
 TEST_F(Link, ClosesAtOnceInACrowd) {
-    jorv::set_timings({kPatience, kPatience});
+    jorv::timings() = {kPatience, kPatience};
     ASSERT_EQ(open(), 0);
     const auto connections = crowd(51);
     EXPECT_TRUE(eventually([this] { return logged("Thread Counter over Value = 51\n"); }));

@@ -1,9 +1,11 @@
 // A device's record - eighteen members, always there, in the order and under the keys that the cloud knows - and the
 // list of them: asked for, built from the index masks, and pushed as an answer or on its own.
 #include "dro_cdil.h"
-#include "dro_get_set_config.h"
+#include "dro_fifo.h"
+#include "dro_get_set_config_list.h"
+#include "dro_get_set_config_push.h"
 #include "dro_json.h"
-#include "dro_utils.h"
+#include "dro_utils_record.h"
 #include "pipeline.h"
 
 namespace dro_test {

@@ -6,14 +6,16 @@
 #include <functional>
 #include <thread>
 
+#include "agent_probe.h"
 #include "dro_cdil.h"
 #include "dro_circle.h"
-#include "dro_get_set_config.h"
+#include "dro_get_set_config_list.h"
 #include "dro_main.h"
 #include "dro_monitor.h"
 #include "dro_reg.h"
 #include "dro_stop.h"
 #include "dro_url.h"
+#include "dro_url_pipeline.h"
 #include "faults.h"
 #include "pipeline.h"
 
@@ -65,8 +67,8 @@ class Monitors : public AgentTest {
         dro::init_devToCld_push_sync();
     }
 
-    // Gives an order, which is watched when this returns. `waiters`: the monitors of the kind that then wait.
-    void order(const Kind& kind, const char* toggleUuid = "u-2", int waiters = 1) {
+    // Gives an order, which is watched when this returns. `waiting`: the monitors of the kind that then wait.
+    void order(const Kind& kind, const char* toggleUuid = "u-2", int waiting = 1) {
         if (&kind == &kToggle) {
             store.set("CircleStatus.sorbStatus", "none");
             dro::toggle_circle(toggleUuid, dro::JsonText(strdup(R"({"toggle":"on"})")));
@@ -76,13 +78,13 @@ class Monitors : public AgentTest {
             store.set("CircleCfgInternal.actionDROA", "activate");
             store.set(kind.flag, "true");
         }
-        ASSERT_TRUE(watched(kind, waiters)) << kind.flag;
+        ASSERT_TRUE(watched(kind, waiting)) << kind.flag;
     }
-    static bool watched(const Kind& kind, int waiters = 1) {
-        return eventually([&] { return kind.signal.waiters() == waiters; });
+    static bool watched(const Kind& kind, int waiting = 1) {
+        return eventually([&] { return waiters(kind.signal) == waiting; });
     }
     static bool over() {
-        return eventually([] { return dro::active_monitors() == 0; });
+        return eventually([] { return active_monitors() == 0; });
     }
 
     // Waits for the end of all monitors; what was reported, sorted, since two may report in either order.
@@ -245,7 +247,7 @@ TEST_F(Monitors, AReportThatTheStopCutsShortWritesNothingMore) {
                                                 {&kProvision, "provisioned"},
                                                 {&kToggle, "enabled"}};
     for (const auto& [kind, answer] : cases) {
-        dro::clear_stop();
+        clear_stop();
         cloud.forget();
         cloud.script("transactionAck/", {kStall});
         cloud.script("pc/circle/cuuid", {kStall});
@@ -278,7 +280,7 @@ TEST_F(Monitors, WhatElseTheStopCutsShortWritesNothingMoreEither) {
          }},
     };
     for (const auto& [name, command] : cases) {
-        dro::clear_stop();
+        clear_stop();
         cloud.forget();
         cloud.script("transactionAck/", {kStall});
         std::thread stopped(command);

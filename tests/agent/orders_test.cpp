@@ -5,13 +5,16 @@
 #include <atomic>
 #include <utility>
 
+#include "agent_probe.h"
 #include "dro_cdil.h"
 #include "dro_circle.h"
 #include "dro_dal.h"
-#include "dro_get_set_config.h"
+#include "dro_fifo.h"
+#include "dro_get_set_config_list.h"
 #include "dro_main.h"
 #include "dro_monitor.h"
 #include "dro_url.h"
+#include "dro_url_pipeline.h"
 #include "pipeline.h"
 #include "rounds.h"
 
@@ -119,9 +122,9 @@ class OrderPairs : public AgentTest, public ::testing::WithParamInterface<bool> 
     // The Circle agent answers every monitor that waits, one after the other. Only the first of two toggles can be
     // answered: with its end no toggle is outstanding any more.
     void answer_all(const Kind& first, const Kind& second) {
-        while (dro::active_monitors() > 0 && !HasFailure()) {
-            const Kind& waiting = first.signal.waiters() > 0 ? first : second;
-            if (waiting.signal.waiters() == 0) {
+        while (active_monitors() > 0 && !HasFailure()) {
+            const Kind& waiting = waiters(first.signal) > 0 ? first : second;
+            if (waiters(waiting.signal) == 0) {
                 std::this_thread::yield();
                 continue;
             }
@@ -148,7 +151,7 @@ class OrderPairs : public AgentTest, public ::testing::WithParamInterface<bool> 
         }
         send(one, "x");
         if (when != When::beforeTheFirstWaits) {
-            ASSERT_TRUE(eventually([&] { return one.signal.waiters() == 1; }));
+            ASSERT_TRUE(eventually([&] { return waiters(one.signal) == 1; }));
         }
         if (when == When::whileItReports) {
             const std::size_t before = cloud.requests().size();
@@ -218,7 +221,7 @@ class OneOrder : public AgentTest {
         dro::init_devToCld_push_sync();
     }
     Texts outcomes() {
-        EXPECT_TRUE(eventually([] { return dro::active_monitors() == 0; }));
+        EXPECT_TRUE(eventually([] { return active_monitors() == 0; }));
         return acknowledgements(0);
     }
 };
@@ -292,9 +295,9 @@ class Fetches : public AgentTest {
         dro::circle_cb_subscription();
         dro::init_devToCld_push_sync();
     }
-    void fetch(const std::string& uuid, int waiters) {
+    void fetch(const std::string& uuid, int waiting) {
         dro::init_fetch_cd(uuid.c_str(), 0, "app");
-        ASSERT_TRUE(eventually([&] { return dro::timeoutResponse.waiters() == waiters; }));
+        ASSERT_TRUE(eventually([&] { return waiters(dro::timeoutResponse) == waiting; }));
     }
     void complete_list() { store.set("DALHNotifyCDIL.CDILstatus", "complete"); }
     static bool watches_end(int left) {
@@ -322,7 +325,7 @@ TEST_F(Fetches, SixtyPairsHaveAnOutcomeEach) {
             const auto listed = [&] { return count(" 1 Success") > 0; };
             const auto late = [&] { return count(" 0 CDIL:Fail-Error timeout"); };
             EXPECT_TRUE(eventually([&] { return listed() || late() > 0; })) << uuid;
-            EXPECT_TRUE(eventually([] { return dro::active_monitors() == 0 && dro::isQueueEmpty(); }));
+            EXPECT_TRUE(eventually([] { return active_monitors() == 0 && dro::isQueueEmpty(); }));
             EXPECT_LE(late(), 1) << uuid;
             EXPECT_TRUE(listed() || late() == 1) << uuid;
             both += listed() && late() == 1 ? 1 : 0;
@@ -347,11 +350,11 @@ TEST_F(Fetches, AListEndsTheWatchesOfItsOwnTransaction) {
     store.set("DroStatus.cdilTransUuid", "one");
     complete_list();  // the empty list, which is pushed directly
     ASSERT_EQ(cloud.wait_for(2, "transactionAck/").size(), 2U);
-    EXPECT_EQ(dro::timeoutResponse.waiters(), 1);
+    EXPECT_EQ(waiters(dro::timeoutResponse), 1);
     log.forget();
     store.set("RADebugLog.cdilDebugStatus", "none");
     ASSERT_TRUE(log.wait_for("cdilDebugStatus field set to none\n"));
-    EXPECT_EQ(dro::timeoutResponse.waiters(), 1);
+    EXPECT_EQ(waiters(dro::timeoutResponse), 1);
     store.set("RADebugLog.cdilDebugStatus", "success");  // another program's
     EXPECT_TRUE(watches_end(0));
     EXPECT_TRUE(log.has("Cdil Successful\n"));
@@ -362,7 +365,7 @@ TEST_F(Fetches, AStaleResultIsClearedWhateverCircleMonitorRuns) {
     start(kPatience);
     store.set("RADebugLog.cdilDebugStatus", "success");
     store.set("DroStatus.CircleAct", "true");
-    ASSERT_TRUE(eventually([] { return dro::activationResponse.waiters() == 1; }));
+    ASSERT_TRUE(eventually([] { return waiters(dro::activationResponse) == 1; }));
     fetch("one", 1);
     EXPECT_EQ(store.get("RADebugLog.cdilDebugStatus"), "none");
 }

@@ -7,10 +7,14 @@
 
 #include "dro_circle.h"
 #include "dro_generic_cloud_push.h"
-#include "dro_get_set_config.h"
+#include "dro_get_set_config_ack.h"
+#include "dro_get_set_config_push.h"
 #include "dro_pushst_cloud.h"
 #include "dro_url.h"
-#include "dro_utils.h"
+#include "dro_utils_escape.h"
+#include "dro_utils_post.h"
+#include "dro_utils_server.h"
+#include "dro_utils_token.h"
 #include "pipeline.h"
 #include "sha256.h"
 
@@ -19,7 +23,7 @@ namespace {
 
 class Post : public AgentTest {
  protected:
-    ~Post() override { dro::set_request_rules(provisioned); }
+    ~Post() override { dro::request_rules() = provisioned; }
 
     std::size_t post(const std::string& host = "qa.dro.localhost") {
         return dro::curl_post((cloud.base_url(host) + "x/").c_str(), "{}", answer);
@@ -158,7 +162,7 @@ TEST_F(Post, ResumesATlsSessionOnlyOnTheSameTrust) {
     EXPECT_FALSE(resumed()) << "unless the deployment asks for it";
     dro::RequestRules rules = provisioned;
     rules.sessionLife = std::chrono::hours(1);
-    dro::set_request_rules(rules);
+    dro::request_rules() = rules;
     resumed();
     const int port = only_request().remotePort;
     EXPECT_TRUE(resumed());
@@ -175,7 +179,7 @@ TEST_F(Post, ResumesATlsSessionOnlyOnTheSameTrust) {
     EXPECT_EQ(post(), 0U);
     EXPECT_FALSE(resumed());
     rules.sessionLife = std::chrono::milliseconds(200);
-    dro::set_request_rules(rules);
+    dro::request_rules() = rules;
     EXPECT_TRUE(eventually([&] { return !resumed(); })) << "it has become old";
 }
 
@@ -190,20 +194,20 @@ TEST_F(Post, KeepsTheDeploymentsRules) {
 
     dro::RequestRules rules = provisioned;
     rules.largestAnswer = 0;  // no limit
-    dro::set_request_rules(rules);
+    dro::request_rules() = rules;
     cloud.forget();
     cloud.script("x/", {text_answer(longest + "x"), kStall});
     EXPECT_EQ(post(), longest.size() + 1);
 
     rules = provisioned;
     rules.limit = std::chrono::milliseconds(100);
-    dro::set_request_rules(rules);
+    dro::request_rules() = rules;
     EXPECT_EQ(post(), 0U) << "the cloud stalls";
     cloud.release();
 
     rules = provisioned;
     rules.needsCaBundle = true;
-    dro::set_request_rules(rules);
+    dro::request_rules() = rules;
     EXPECT_NE(post(), 0U);
     cloud.forget();
     remove_ca_bundle();

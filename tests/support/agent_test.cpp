@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "agent_probe.h"
 #include "dro_dal.h"
 #include "dro_dispatcher.h"
 #include "dro_get_dalfld.h"
@@ -43,12 +44,12 @@ AgentTest::~AgentTest() {
     dro::stop_monitors();
     store.set("DroStatus.dispatcherSupport", "true");  // without it a running dispatcher would not be ended
     dro::cancel_dispatcher_thread();
-    eventually([] { return dro::active_monitors() == 0; });
+    eventually([] { return active_monitors() == 0; });
     dro::dal_destroy();
     dro::ClearQueue();
     dro::wake_dispatcher(false);
-    dro::allow_monitors();
-    dro::clear_stop();
+    allow_monitors();
+    clear_stop();
     dynlog_lib_uninit();
 }
 

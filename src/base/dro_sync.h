@@ -1,0 +1,154 @@
+// dro_sync.h - locks and the one-shot signal of the monitors, checked by clang's thread-safety analysis. Any thread.
+#pragma once
+
+#include <pthread.h>
+
+#include <chrono>
+#include <memory>
+#include <new>
+#include <optional>
+#include <utility>
+
+#if defined(__clang__)
+#define DRO_THREAD_ANNOTATION(x) __attribute__((x))
+#else
+#define DRO_THREAD_ANNOTATION(x)
+#endif
+#define DRO_CAPABILITY(x) DRO_THREAD_ANNOTATION(capability(x))
+#define DRO_SCOPED_CAPABILITY DRO_THREAD_ANNOTATION(scoped_lockable)
+#define DRO_GUARDED_BY(x) DRO_THREAD_ANNOTATION(guarded_by(x))
+#define DRO_REQUIRES(...) DRO_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
+#define DRO_ACQUIRE(...) DRO_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
+#define DRO_TRY_ACQUIRE(...) DRO_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
+#define DRO_RELEASE(...) DRO_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
+#define DRO_NO_ANALYSIS DRO_THREAD_ANNOTATION(no_thread_safety_analysis)
+
+namespace dro {
+
+// A value that lives as long as the process: threads that are still running at exit may use it, so nothing destroys it.
+template <typename T>
+class Immortal {
+ public:
+    template <typename... Arguments>
+    explicit Immortal(Arguments&&... arguments) {
+        std::construct_at(reinterpret_cast<T*>(space_), std::forward<Arguments>(arguments)...);
+    }
+    Immortal(const Immortal&) = delete;
+    Immortal& operator=(const Immortal&) = delete;
+    ~Immortal() = default;
+
+    T* get() { return std::launder(reinterpret_cast<T*>(space_)); }
+    T& operator*() { return *get(); }
+    T* operator->() { return get(); }
+
+ private:
+    alignas(T) unsigned char space_[sizeof(T)];
+};
+
+// A plain mutex whose lock and unlock tell their pthread result (0 or an error number).
+class DRO_CAPABILITY("mutex") Mutex {
+ public:
+    Mutex() = default;
+    Mutex(const Mutex&) = delete;
+    Mutex& operator=(const Mutex&) = delete;
+
+    // True when the lock was taken; `result` is the pthread result.
+    bool lock(int& result) noexcept DRO_TRY_ACQUIRE(true) {
+        result = pthread_mutex_lock(&mutex_);
+        return result == 0;
+    }
+    int unlock() noexcept DRO_RELEASE() { return pthread_mutex_unlock(&mutex_); }
+    pthread_mutex_t* native() { return &mutex_; }
+
+ private:
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+};
+
+// Holds a mutex for a scope. Where a failure to lock has an outcome of its own, Mutex::lock is called instead.
+class DRO_SCOPED_CAPABILITY MutexLock {
+ public:
+    explicit MutexLock(Mutex& mutex) DRO_ACQUIRE(mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_.native()); }
+    ~MutexLock() DRO_RELEASE() { pthread_mutex_unlock(mutex_.native()); }
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+
+ private:
+    Mutex& mutex_;
+};
+
+// Releases, at the end of a scope, a mutex that Mutex::lock has taken.
+class DRO_SCOPED_CAPABILITY AdoptedLock {
+ public:
+    explicit AdoptedLock(Mutex& mutex) DRO_REQUIRES(mutex) : mutex_(mutex) {}
+    ~AdoptedLock() DRO_RELEASE() { mutex_.unlock(); }
+    AdoptedLock(const AdoptedLock&) = delete;
+    AdoptedLock& operator=(const AdoptedLock&) = delete;
+
+ private:
+    Mutex& mutex_;
+};
+
+// A condition variable whose deadlines run on the monotonic clock.
+class Condition {
+ public:
+    Condition();
+    Condition(const Condition&) = delete;
+    Condition& operator=(const Condition&) = delete;
+
+    int wait(Mutex& mutex) DRO_REQUIRES(mutex) { return pthread_cond_wait(&condition_, mutex.native()); }
+    // 0 (also when woken for nothing), ETIMEDOUT, or another error number.
+    int wait_until(Mutex& mutex, std::chrono::steady_clock::time_point deadline) DRO_REQUIRES(mutex);
+    int notify_one() { return pthread_cond_signal(&condition_); }
+    int notify_all() { return pthread_cond_broadcast(&condition_); }
+
+ private:
+    pthread_cond_t condition_{};
+};
+
+enum class Waited {
+    signalled,  // by signal(): the service wrote its answer
+    answered,   // by signal_order(): the list of this transaction was pushed
+    timedOut,
+    failed,
+    stopped,
+};
+
+// Wakes a monitor whose service has answered. A signal counts only while a monitor waits; an early one is lost. The
+// signalling thread never waits for a lock that a monitor holds while it reports.
+class MonitorSignal {
+ public:
+    // Waits with `held` released, as a condition variable does, until a signal, the deadline or the process's shutdown.
+    // `held` is held again on return. `uuid` is the order's transaction.
+    Waited wait_until(Mutex& held, std::chrono::steady_clock::time_point deadline, const char* uuid) DRO_REQUIRES(held);
+
+    // Wakes the wait that began first. Returns 0, or the error number of a failed hand-over (then none is woken).
+    int signal();
+
+    // Wakes every wait for the transaction `uuid`. Returns as signal() does.
+    int signal_order(const char* uuid);
+
+    // Ends every wait as stopped, now and later. Shutdown only.
+    void stop();
+
+ private:
+    friend class MonitorSignalProbe;  // the tests'
+
+    // One wait, in a list of them by age. A signal belongs to the wait that it finds: a later one cannot take it.
+    struct Waiter {
+        const char* uuid;
+        std::optional<Waited> woken{};
+        Waiter* next = nullptr;
+    };
+
+    void join(Waiter& waiter) DRO_REQUIRES(inner_);
+    void leave(const Waiter& waiter) DRO_REQUIRES(inner_);
+    int wake(Waiter& waiter, Waited with) DRO_REQUIRES(inner_);
+    Waited wait_signalled(const Waiter& waiter, std::chrono::steady_clock::time_point deadline) DRO_REQUIRES(inner_);
+
+    Mutex inner_;  // held for a few instructions only
+    Condition condition_;
+    Waiter* oldest_ DRO_GUARDED_BY(inner_) = nullptr;
+    bool stopped_ DRO_GUARDED_BY(inner_) = false;
+};
+
+}  // namespace dro

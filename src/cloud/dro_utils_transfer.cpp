@@ -1,0 +1,194 @@
+#include "dro_utils_transfer.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "dro_stop.h"
+#include "dro_sync.h"
+#include "dro_utils_post.h"
+#include "provisioning.h"
+
+namespace dro {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using MultiHandle = std::unique_ptr<CURLM, Releases<curl_multi_cleanup>>;
+using ShareHandle = std::unique_ptr<CURLSH, Releases<curl_share_cleanup>>;
+
+constexpr std::size_t kIdleTransports = 2;  // threads that post at once are few; each kept one holds a parsed bundle
+
+// Transfers that failed so far, of all threads: each ends every session that began before it.
+std::atomic<unsigned> g_failures;
+
+// The TLS sessions with the cloud that may be resumed. A resumed session stands on the check of the server's
+// certificate that was made when it began; its end makes the next handshake a full one.
+class TlsSessions {
+ public:
+    // Lets `easy` resume a session and leave one. Without a handle, also for want of memory, each handshake is a full
+    // one.
+    void join(CURL* easy) {
+        if (handle_ && (failures_ != g_failures || Clock::now() - began_ >= request_rules().sessionLife)) {
+            handle_.reset();
+        }
+        if (!handle_ && request_rules().sessionLife.count() > 0) {
+            begin();
+        }
+        curl_easy_setopt(easy, CURLOPT_SHARE, handle_.get());
+        // Newer libraries would otherwise keep sessions with the multi handle, without an end.
+        curl_easy_setopt(easy, CURLOPT_SSL_SESSIONID_CACHE, handle_ ? 1L : 0L);
+    }
+
+    static void leave(CURL* easy) { curl_easy_setopt(easy, CURLOPT_SHARE, nullptr); }
+
+ private:
+    void begin() {
+        began_ = Clock::now();
+        failures_ = g_failures;
+        handle_.reset(curl_share_init());
+        if (curl_share_setopt(handle_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION) != CURLSHE_OK) {
+            handle_.reset();
+        }
+    }
+
+    ShareHandle handle_;
+    Clock::time_point began_;
+    unsigned failures_ = 0;
+};
+
+// What is kept between transfers, and used by one at a time: the multi handle keeps the certificates that it has
+// parsed, which is most of the work of a request. One made for another bundle is not used again.
+struct Transport {
+    MultiHandle multi;
+    TlsSessions sessions;
+    CaBundle bundle;
+};
+
+class Transports {
+ public:
+    Transport take(const CaBundle& bundle) {
+        Transport last;
+        do {
+            last = take_idle();
+        } while (last.multi && last.bundle != bundle);
+        if (!last.multi) {
+            last.multi.reset(curl_multi_init());
+            last.bundle = bundle;
+        }
+        return last;
+    }
+
+    void give_back(Transport transport) {
+        const MutexLock lock(mutex_);
+        if (transport.multi && idle_.size() < kIdleTransports) {
+            idle_.push_back(std::move(transport));
+        }
+    }
+
+ private:
+    Transport take_idle() {
+        const MutexLock lock(mutex_);
+        if (idle_.empty()) {
+            return {};
+        }
+        Transport last = std::move(idle_.back());
+        idle_.pop_back();
+        return last;
+    }
+
+    Mutex mutex_;
+    std::vector<Transport> idle_ DRO_GUARDED_BY(mutex_);
+};
+
+Transports& transports() {
+    static Immortal<Transports> kept;
+    return *kept;
+}
+
+// Waits without end for the transfer to move; only a stop of the process ends the wait early.
+constexpr int kLongestPollMs = 3'600'000;
+
+CURLcode finished_result(CURLM* multi) {
+    int left = 0;
+    const CURLMsg* message = curl_multi_info_read(multi, &left);
+    return message != nullptr && message->msg == CURLMSG_DONE ? message->data.result : CURLE_GOT_NOTHING;
+}
+
+// What a transfer waits on beside its own connection.
+struct StopWaits {
+    std::array<curl_waitfd, 2> waits{};
+    unsigned count = 0;
+
+    StopWaits() {
+        for (const pollfd& descriptor : stop_descriptors()) {
+            if (descriptor.fd >= 0) {
+                waits[count++] = {descriptor.fd, CURL_WAIT_POLLIN, 0};
+            }
+        }
+    }
+
+    bool stopped() const { return waits[0].revents != 0 || waits[1].revents != 0; }
+};
+
+// Until the one transfer of `multi` has ended.
+CURLcode drive(CURLM* multi) {
+    StopWaits stop;
+    for (;;) {
+        int running = 0;
+        if (curl_multi_perform(multi, &running) != CURLM_OK) {
+            return CURLE_FAILED_INIT;
+        }
+        if (running == 0) {
+            return finished_result(multi);
+        }
+        curl_multi_poll(multi, stop.waits.data(), stop.count, kLongestPollMs, nullptr);
+        if (stop.stopped()) {
+            request_stop();
+            return CURLE_ABORTED_BY_CALLBACK;
+        }
+    }
+}
+
+}  // namespace
+
+CaBundle find_ca_bundle() {
+    for (const char* path : provisioning::kCaBundles) {
+        const int probe = open(path, O_RDONLY | O_CLOEXEC);
+        if (probe < 0) {
+            continue;
+        }
+        struct stat status {};
+        fstat(probe, &status);
+        close(probe);
+        return {.path = path,
+                .device = status.st_dev,
+                .inode = status.st_ino,
+                .size = status.st_size,
+                .changed = status.st_ctim};
+    }
+    return {};
+}
+
+CURLcode run_transfer(CURL* easy, const CaBundle& bundle) {
+    Transport transport = transports().take(bundle);
+    CURLcode result = CURLE_FAILED_INIT;
+    transport.sessions.join(easy);
+    if (transport.multi && curl_multi_add_handle(transport.multi.get(), easy) == CURLM_OK) {
+        result = drive(transport.multi.get());
+        curl_multi_remove_handle(transport.multi.get(), easy);
+    }
+    TlsSessions::leave(easy);
+    if (result != CURLE_OK) {
+        ++g_failures;  // whatever went wrong, the next attempt begins anew
+    }
+    transports().give_back(std::move(transport));
+    return result;
+}
+
+}  // namespace dro

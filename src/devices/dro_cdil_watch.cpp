@@ -1,0 +1,154 @@
+// The watch over a list that the cloud asked for: it must reach the cloud in time, or the transaction fails.
+#include "dro_cdil.h"
+#include "dro_durations.h"
+#include "dro_fields.h"
+#include "dro_get_set_config_ack.h"
+#include "dro_get_set_config_checkpoint.h"
+#include "dro_log.h"
+#include "dro_monitor.h"
+#include "dro_stop.h"
+
+namespace dro {
+namespace {
+
+constexpr const char* kRequestType = "FETCH_CD";
+
+// The result line of the debug trail.
+void write_result(const Order& order, const char* result) {
+    FixedText<64> line;
+    line.format("%s,%s,%s", kRequestType, order.timestamp.c_str(), result);
+    write_string(fields::dbgArg2, line.c_str());
+}
+
+// The result field, and whether its "success" is the agent's own. An own result reaches its watches in memory, so its
+// notice wakes none.
+Mutex g_resultLock;
+bool g_resultIsOwn DRO_GUARDED_BY(g_resultLock) = false;
+
+void write_list_result(const char* result, bool own) {
+    const MutexLock lock(g_resultLock);
+    g_resultIsOwn = write_enum(fields::cdilDebugStatus, result) == HAB_OK && own;
+}
+
+// A list without a transaction leaves its result behind. A store that reports changes only would not report the same
+// result again. Another watch may still have to read it.
+void clear_last_result() {
+    if (list_orders().alive() == 1 && read_enum<16>(fields::cdilDebugStatus) != "none") {
+        write_list_result("none", false);
+    }
+}
+
+Order stored_fetch() {
+    return {.uuid = read_ascii<128>(fields::cdilTransUuid), .timestamp = read_ascii<16>(fields::cdilTimestamp)};
+}
+
+void report_pushed(const Order& order, bool successful) {
+    LOG_TRACE("Cdil Running State is being debug\n");
+    if (successful) {
+        LOG_TRACE("Cdil Successful\n");
+        write_checkpoint(kListSuccessful);
+        write_result(order, "success");
+    } else {
+        LOG_ERROR("Invalid Response\n");
+    }
+}
+
+void report_timeout(const Order& order) {
+    LOG_ERROR("Cdil status request timeout reached\n");
+    write_result(order, "failure");
+    write_enum(fields::raCdilTimeout, "true");
+    if (sendTransactionACK(order.uuid.c_str(), kAckFailure, "CDIL:Fail-Error timeout") != 0 && !stop_requested()) {
+        LOG_ERROR("Failed to send transack for CDIL timeout\n");
+    }
+}
+
+void report(Waited outcome, const Order& order) {
+    switch (outcome) {
+        case Waited::answered:
+            report_pushed(order, true);
+            break;
+        case Waited::signalled:
+            report_pushed(order, read_enum<16>(fields::cdilDebugStatus) == "success");
+            break;
+        case Waited::timedOut:
+            report_timeout(order);
+            break;
+        default:
+            LOG_ERROR("System Error Occured\n");
+            break;
+    }
+}
+
+void t_Handler_cdilTimeout(const Order& order) {
+    LOG_TRACE("Cdil Timeout Monitoring Thread Started!\n");
+    LOG_TRACE("LastCdilTransUUID is %s\n", order.uuid.c_str());
+    clear_last_result();
+    if (!lock_monitor(mutex_act_lock, "Unable to Lock cdilstatus Mutex\n")) {
+        return;
+    }
+    const AdoptedLock held(mutex_act_lock);
+    if (wait_and_report(mutex_act_lock, timeoutResponse, order, durations().listWatch,
+                        [&order](Waited outcome) { report(outcome, order); })) {
+        write_bool(fields::cdilTimeout, false);
+        write_list_result("none", false);
+    }
+}
+
+// A list without a watch is still pushed: unlike the other monitors, this one is not required.
+constexpr OrderKind kListWatch{
+    .flag = fields::cdilTimeout,
+    .callbackText = "CDIL Timeout callback\n",
+    .threadStartedText = "Successful to spawn thread for cdilTimeout\n",
+    .threadFailedText = "Failed to initialize Thread for cdilTimeout\n",
+    .threadRequired = false,
+    .flagResetText = "timeoutState Reset to false\n",
+    .monitor = t_Handler_cdilTimeout,
+    .storedOrder = stored_fetch,
+};
+
+void wake_watch(int signalled) {
+    if (signalled != 0) {
+        LOG_ERROR("Unable to trigger Cdil Status thread condition\n");
+        write_bool(fields::cdilTimeout, false);
+    }
+}
+
+}  // namespace
+
+Orders& list_orders() {
+    static Immortal<Orders> orders(kListWatch);
+    return *orders;
+}
+
+void report_list_pushed(const char* transaction) {
+    write_list_result("success", true);
+    if (*transaction != '\0') {
+        wake_watch(timeoutResponse.signal_order(transaction));
+    }
+}
+
+void cdilTimeout_cbHandler(void* /*context*/) {
+    list_orders().on_flag_change();
+}
+
+void cdilDebugStatus_cbHandler(void* /*context*/) {
+    LOG_TRACE("CDIL CdilStatus callback\n");
+    FixedText<16> status;
+    bool own = false;
+    {
+        const MutexLock lock(g_resultLock);
+        status = read_enum<16>(fields::cdilDebugStatus);
+        own = g_resultIsOwn = g_resultIsOwn && status == "success";
+    }
+    read_ascii<128>(fields::cdilTransUuid);
+    if (status != "success" && status != "failure") {
+        LOG_TRACE("cdilDebugStatus field set to none\n");
+        return;
+    }
+    LOG_TRACE("Cdil is Being Success or Failure, sending Thread Signal to Cdilstatus thread\n");
+    if (!own) {
+        wake_watch(timeoutResponse.signal());
+    }
+}
+
+}  // namespace dro

@@ -1,0 +1,123 @@
+#include "dro_monitor.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <new>
+
+#include "dro_log.h"
+#include "dro_stop.h"
+#include "dro_threads.h"
+
+namespace dro {
+
+Mutex mutex_act_lock;
+Mutex mutex_prov_lock;
+Mutex mutex_toggle_lock;
+MonitorSignal timeoutResponse;
+MonitorSignal activationResponse;
+MonitorSignal provisionResponse;
+MonitorSignal circleToggleResponse;
+
+namespace {
+
+constexpr std::array<MonitorSignal*, 4> kSignals{&timeoutResponse, &activationResponse, &provisionResponse,
+                                                 &circleToggleResponse};
+
+}  // namespace
+
+int Orders::give(const Order& order) {
+    if (!dal_is_watched(kind_.flag.table, kind_.flag.name)) {
+        return write_bool(kind_.flag, true);
+    }
+    const MutexLock lock(mutex_);
+    waiting_.push_back(order);
+    // A store that reports changes only is silent about a flag that was true already, and about one that cannot be read
+    // nothing is known. The monitor is then started here; a callback that comes as well finds no waiting order.
+    const bool mayBeSilent = read_bool(kind_.flag, true);
+    const int status = write_bool(kind_.flag, true);
+    if (status != HAB_OK) {
+        waiting_.pop_back();
+    } else if (mayBeSilent) {
+        start_oldest();
+    }
+    return status;
+}
+
+void Orders::on_flag_change() {
+    LOG_TRACE("%s", kind_.callbackText);
+    // The monitor of an earlier order may have reset the flag since this order was given.
+    const bool flag = read_bool(kind_.flag);
+    const MutexLock lock(mutex_);
+    if (!waiting_.empty()) {
+        start_oldest();
+    } else if (!flag) {
+        LOG_TRACE("%s", kind_.flagResetText);
+    } else if (alive_ == 0) {  // else it is the flag of that monitor's order, seen again
+        start(kind_.storedOrder());
+    }
+}
+
+void Orders::start_oldest() {
+    const Order order = waiting_.front();
+    waiting_.pop_front();
+    start(order);
+}
+
+void Orders::start(const Order& order) {
+    ++alive_;
+    try {
+        const std::shared_ptr<Orders> place(this, [](Orders* orders) { --orders->alive_; });
+        errno = start_detached([this, order, place] {
+            if (!stop_requested()) {
+                kind_.monitor(order);
+            }
+        });
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+    }
+    if (errno == 0) {
+        LOG_TRACE("%s", kind_.threadStartedText);
+        return;
+    }
+    std::perror(kind_.threadFailedText);
+    if (kind_.threadRequired) {
+        end_process(1);
+    }
+}
+
+bool lock_monitor(Mutex& mutex, const char* failedText) {
+    int result = 0;
+    if (mutex.lock(result)) {
+        return true;
+    }
+    if (failedText != nullptr) {
+        LOG_ERROR("%s", failedText);
+    }
+    errno = result;
+    std::perror("pthread_mutex_lock");
+    return false;
+}
+
+bool wait_and_report(Mutex& mutex, MonitorSignal& signal, const Order& order, std::chrono::milliseconds limit,
+                     const std::function<void(Waited outcome)>& report) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    Waited outcome = Waited::failed;
+    while (outcome == Waited::failed) {
+        outcome = signal.wait_until(mutex, deadline, order.uuid.c_str());
+        if (outcome == Waited::stopped) {
+            return false;
+        }
+        report(outcome);
+    }
+    return !stop_requested();
+}
+
+void stop_monitors() {
+    for (MonitorSignal* signal : kSignals) {
+        signal->stop();
+    }
+}
+
+}  // namespace dro

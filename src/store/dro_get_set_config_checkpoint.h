@@ -1,0 +1,28 @@
+// dro_get_set_config_checkpoint.h - the progress marks of a device-list sync, which engineers read in the store. Any
+// thread.
+#pragma once
+
+#include "dro_store.h"
+
+namespace dro {
+
+// Progress marks, by number.
+enum CdilCheckpoint : unsigned {
+    kPayloadStart = 0,
+    kPayloadDone = 1,
+    kListSuccessful = 2,
+    kNotified = 3,
+    kEnqueued = 4,  // any event, not only a list
+    kRequested = 5,
+    kFetchReceived = 6,
+    kRequestStarted = 7,
+    kRequestFailed = 8,
+};
+
+// The mark's text; "Unknown" for a number that is none.
+const char* getCdilDroagentCheckpointMessage(unsigned index);
+
+// Writes the mark to the store.
+void write_checkpoint(CdilCheckpoint checkpoint, Where where = DRO_HERE);
+
+}  // namespace dro

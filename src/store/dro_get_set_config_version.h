@@ -1,0 +1,9 @@
+// dro_get_set_config_version.h - the versions of modules, as the router shows them. Any thread.
+#pragma once
+
+namespace dro {
+
+// Records a module's version in the store, row 0 of DalModuleVersion. Returns 0, or 1 on any store error.
+int set_module_version_detail(const char* field, const char* version);
+
+}  // namespace dro

@@ -1,0 +1,58 @@
+// agent_probe.h - what tests look at and put back in the agent, and the agent itself never needs. Any thread.
+#pragma once
+
+#include <sys/eventfd.h>
+
+#include "dro_cdil.h"
+#include "dro_circle.h"
+#include "dro_monitor.h"
+#include "dro_stop.h"
+
+namespace dro {
+
+class MonitorSignalProbe {
+ public:
+    static int waiters(MonitorSignal& signal) {
+        const MutexLock lock(signal.inner_);
+        int count = 0;
+        for (const auto* waiter = signal.oldest_; waiter != nullptr; waiter = waiter->next) {
+            ++count;
+        }
+        return count;
+    }
+    static void allow(MonitorSignal& signal) {
+        const MutexLock lock(signal.inner_);
+        signal.stopped_ = false;
+    }
+};
+
+}  // namespace dro
+
+namespace dro_test {
+
+// Monitors that wait for `signal` now.
+inline int waiters(dro::MonitorSignal& signal) {
+    return dro::MonitorSignalProbe::waiters(signal);
+}
+
+// Monitors of all kinds that have not returned yet.
+inline int active_monitors() {
+    return dro::list_orders().alive() + dro::activation_orders().alive() + dro::provision_orders().alive() +
+           dro::toggle_orders().alive();
+}
+
+// Takes the request to stop back.
+inline void clear_stop() {
+    eventfd_t count = 0;
+    eventfd_read(dro::stop_descriptors().back().fd, &count);
+}
+
+// Lets monitors wait again after stop_monitors.
+inline void allow_monitors() {
+    for (dro::MonitorSignal* signal :
+         {&dro::timeoutResponse, &dro::activationResponse, &dro::provisionResponse, &dro::circleToggleResponse}) {
+        dro::MonitorSignalProbe::allow(*signal);
+    }
+}
+
+}  // namespace dro_test
