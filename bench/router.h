@@ -2,7 +2,7 @@
 // around it. The whole program runs in namespaces of its own (tests/isolated).
 #pragma once
 
-#include <agent_process.h>
+#include <test_agent.h>
 #include <test_cloud.h>
 #include <test_store.h>
 
