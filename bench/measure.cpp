@@ -53,19 +53,6 @@ void Report::compare(const std::string& name, const Pair& pair, std::optional<Wo
          floor.ascending(kKeptSamples), std::move(work)});
 }
 
-void Report::part(const std::string& name, const Samples& samples) {
-    add({name,
-         "us",
-         samples.median(),
-         samples.p99(),
-         {},
-         {},
-         samples.count(),
-         samples.ascending(kKeptSamples),
-         {},
-         {}});
-}
-
 void Report::fact(const std::string& name, const std::string& unit, double value, std::optional<double> floor,
                   std::optional<Work> work) {
     add({name, unit, value, {}, floor, {}, 1, {}, {}, std::move(work)});

@@ -15,9 +15,6 @@ class Samples {
     void add(Clock::duration sample) {
         microseconds_.push_back(std::chrono::duration<double, std::micro>(sample).count());
     }
-    void add(const Samples& others) {
-        microseconds_.insert(microseconds_.end(), others.microseconds_.begin(), others.microseconds_.end());
-    }
 
     // In microseconds. Throws std::runtime_error when there is no sample.
     double median() const { return quantile(0.5); }
@@ -89,8 +86,6 @@ class Report {
  public:
     // Medians in microseconds beside each other.
     void compare(const std::string& name, const Pair& pair, std::optional<Work> work = {});
-    // A part of a road, which has no floor of its own.
-    void part(const std::string& name, const Samples& samples);
     // A number that is no time; `floor` if there is one to hold it against.
     void fact(const std::string& name, const std::string& unit, double value, std::optional<double> floor = {},
               std::optional<Work> work = {});

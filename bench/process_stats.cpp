@@ -1,6 +1,5 @@
 #include "process_stats.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -47,13 +46,6 @@ long peak_of(pid_t pid) {
 void reset_peak(pid_t pid) {
     constexpr const char* kResetPeak = "5";
     std::ofstream(folder_of(pid) + "/clear_refs") << kResetPeak << std::flush;
-}
-
-bool traced(pid_t pid) {
-    const std::filesystem::directory_iterator tasks(folder_of(pid) + "/task");
-    return std::all_of(begin(tasks), end(tasks), [](const auto& task) {
-        return number_after(contents(task.path() / "status"), "TracerPid") != 0;
-    });
 }
 
 Activity activity_of(pid_t pid) {

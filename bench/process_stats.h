@@ -17,9 +17,6 @@ Memory memory_of(pid_t pid);
 long peak_of(pid_t pid);
 void reset_peak(pid_t pid);
 
-// True while all threads are being traced.
-bool traced(pid_t pid);
-
 struct Activity {
     int threads = 0;
     long contextSwitches = 0;  // of all threads that live, voluntary or not

@@ -28,13 +28,8 @@ std::vector<Road> all_roads(std::chrono::seconds idle) {
             {"queue", bench::measure_queue},
             {"commands", bench::measure_commands},
             {"lists-at-once", bench::measure_lists_at_once},
-            {"updates", bench::measure_updates},
             {"circle", bench::measure_circle},
             {"registration", bench::measure_registration},
-            {"sizes", bench::measure_sizes},
-            {"connectors", bench::measure_connectors},
-            {"counts", bench::measure_counts},
-            {"fleet", bench::measure_fleet},
             {"idle", [idle](bench::Report& report) { bench::measure_idle(report, idle); }}};
 }
 

@@ -17,15 +17,9 @@ void measure_queue(Report& report);
 void measure_record(Report& report);
 void measure_commands(Report& report);
 void measure_lists_at_once(Report& report);
-void measure_updates(Report& report);
 // Watches the idle agent for `duration`.
 void measure_idle(Report& report, std::chrono::seconds duration);
 void measure_circle(Report& report);
 void measure_registration(Report& report);
-void measure_connectors(Report& report);
-void measure_sizes(Report& report);
-void measure_counts(Report& report);
-// What the cloud sees of many routers: bytes and processor time for a request, and an agent during an outage.
-void measure_fleet(Report& report);
 
 }  // namespace bench

@@ -1,21 +1,15 @@
-// Device events: from the notifier's write to the cloud, on an idle agent, with what each part of the way takes.
+// Device events: from the notifier's write to the cloud, on an idle agent.
 
 #include <thread>
 
 #include "dro_durations.h"
-#include "dro_get_set_config_checkpoint.h"
-#include "dro_json.h"
-#include "dro_stop.h"
-#include "dro_utils_post.h"
-#include "dro_utils_record.h"
-#include "local_agent.h"
 #include "roads.h"
+#include "router.h"
 
 namespace bench {
 namespace {
 
 constexpr const char* kPath = "syncCD/";
-constexpr const char* kMark = "RADebugLog.dbgArg1";
 constexpr int kRounds = 300;
 
 // What one kind of event reads on its way, and where its notifier is.
@@ -46,16 +40,11 @@ void settle() {
 }
 
 void measure_kind(Report& report, Router& router, const Kind& kind) {
-    Notices notices({"RADebugLog"});
     const BarePost post = router.bare_post(kPath);
     Pair whole;
-    Samples queued;
-    Samples pushed;
     for (int round = -3; round < kRounds; ++round) {  // the first three warm up
-        notices.forget();
         const auto written = Clock::now();
         write_uint(router, kind.table, "Index", static_cast<std::uint32_t>(round + 3) % kDevices);
-        const auto marked = notices.wait_for(kMark);
         const dro_test::Request event = arrived(router.cloud, 1, kPath).front();
         router.cloud.forget();
         settle();
@@ -68,64 +57,18 @@ void measure_kind(Report& report, Router& router, const Kind& kind) {
         if (round >= 0) {
             whole.ours.add(event.at - written);
             whole.floor.add(received - start);
-            queued.add(marked - written);
-            pushed.add(event.at - marked);
         }
     }
-    const std::string name = kind.name;
-    report.compare(name + " to the cloud", whole);
-    report.part(name + ", written to queued", queued);
-    report.part(name + ", queued to received", pushed);
-}
-
-// What the pieces of the way take, each alone.
-void measure_pieces(Report& report, Router& router) {
-    const LocalAgent agent(router);
-    Notices notices({"DALHprofileMAC"});
-    const std::string url = router.cloud.base_url() + kPath;
-    Samples notice;
-    Samples record;
-    Samples pause;
-    Samples mark;
-    Samples request;
-    std::string body;
-    for (int round = 0; round < kRounds; ++round) {
-        notices.forget();
-        const auto written = Clock::now();
-        write_uint(router, "DALHprofileMAC", "MACcount", 1);
-        notice.add(notices.wait_for("DALHprofileMAC.MACcount") - written);
-        record.add(time_of([&] {
-            const dro::Json device(cJSON_CreateObject());
-            dro::getConnectedDeviceData(round % kDevices, device.get(), dro::kRecordNewDevice);
-            const dro::JsonText text(cJSON_PrintUnformatted(device.get()));
-            body = text.get();
-        }));
-        pause.add(time_of([] { dro::pause_for(dro::durations().queuePause); }));
-        mark.add(time_of([] { dro::write_checkpoint(dro::kEnqueued); }));
-        const auto sent = Clock::now();
-        std::optional<std::string> answer;
-        dro::curl_post(url.c_str(), body.c_str(), answer);
-        request.add(arrived(router.cloud, 1, kPath).front().at - sent);
-        router.cloud.forget();
-        std::this_thread::sleep_for(kSettle);
-    }
-    report.part("piece: write to notice", notice);
-    report.part("piece: record, rendered", record);
-    report.part("piece: required queue pause of 500 us", pause);
-    report.part("piece: queue mark", mark);
-    report.part("piece: request until received", request);
+    report.compare(std::string(kind.name) + " to the cloud", whole);
 }
 
 }  // namespace
 
 void measure_events(Report& report) {
     Router router;
-    {
-        const RunningAgent agent(router);
-        measure_kind(report, router, kNewDevice);
-        measure_kind(report, router, kTagged);
-    }
-    measure_pieces(report, router);
+    const RunningAgent agent(router);
+    measure_kind(report, router, kNewDevice);
+    measure_kind(report, router, kTagged);
 }
 
 }  // namespace bench

@@ -1,6 +1,5 @@
-// Device lists: asked for by the cloud, with what each part of the way takes, and ten at once.
+// Device lists: asked for by the cloud, and ten at once.
 
-#include <array>
 #include <thread>
 
 #include "dro_durations.h"
@@ -13,10 +12,6 @@ namespace {
 
 constexpr const char* kAnswerPath = "transactionAck/";
 constexpr const char* kUnaskedPath = "syncCD/";
-constexpr const char* kMark = "RADebugLog.dbgArg1";
-
-// The marks of a list that was asked for, in their order.
-enum Mark : std::size_t { kAsked = 1, kTold, kNotified, kStarted, kRendered, kQueued, kRequesting };
 
 // Required store accesses: the command's writes, the marks behind them, and what is read once and for each device
 // (18 members, and twice the transaction that decides on the keys).
@@ -42,19 +37,9 @@ void gather_bare(Router& router, int devices, ReadRecord read_record) {
     }
 }
 
-struct Part {
-    const char* name;
-    Samples samples;
-};
-
 struct ListTimes {
     Pair whole;
     Samples rowsAtOnce;  // the floor with each row of a table read by one statement
-    std::array<Part, 5> parts{{{"command to the store", {}},
-                               {"handed over to masks read", {}},
-                               {"records read and rendered", {}},
-                               {"queued, with its pause", {}},
-                               {"request made until received", {}}}};
 };
 
 // One list, asked for and received. What the device service takes is not the agent's and is left out.
@@ -65,14 +50,8 @@ dro_test::Request fetch(Router& router, Notices& notices, int number, ListTimes&
     dro_test::Request list = arrived(router.cloud, 1, kAnswerPath).front();
     const auto triggered = notices.wait_for("DALHConfig.ProcessID");
     const auto handedOver = notices.wait_for("DALHNotifyCDIL.CDILstatus");
-    const auto at = [&](Mark mark) { return notices.wait_for(kMark, mark); };
     if (counts) {
         times.whole.ours.add(list.at - asked - (handedOver - triggered));
-        times.parts[0].samples.add(triggered - asked);
-        times.parts[1].samples.add(at(kNotified) - handedOver);
-        times.parts[2].samples.add(at(kRendered) - at(kStarted));
-        times.parts[3].samples.add(at(kQueued) - at(kRendered));
-        times.parts[4].samples.add(list.at - at(kRequesting));
     }
     // The watch over the list puts its field back last: first "success", then "none".
     notices.wait_for("RADebugLog.cdilDebugStatus", 2);
@@ -102,14 +81,12 @@ void measure_list(Report& report, int devices) {
     const BarePost post = router.bare_post(kAnswerPath);
     ListTimes times;
     long before = 0;
-    std::size_t bodySize = 0;
     for (int round = -3; round < kRounds; ++round) {  // the first three warm up
         if (round == 0) {
             before = memory_of(agent.pid()).rss;
             reset_peak(agent.pid());
         }
         const std::string body = fetch(router, notices, round, times, round >= 0).body;
-        bodySize = body.size();
         const auto least = fetch_bare(router, post, devices, body, read_record_bare);
         const auto rowsAtOnce = fetch_bare(router, post, devices, body, read_record_whole);
         if (round >= 0) {
@@ -121,10 +98,6 @@ void measure_list(Report& report, int devices) {
     const Work work{"list", static_cast<double>(devices)};
     report.compare(name, times.whole, work);
     report.compare(name + ", rows at once", {times.whole.ours, times.rowsAtOnce});
-    report.fact(name + ", request", "bytes", static_cast<double>(bodySize));
-    for (const Part& part : times.parts) {
-        report.part(name + ", " + part.name, part.samples);
-    }
     report.fact(name + ", memory while it is built", "KiB", static_cast<double>(peak_of(agent.pid()) - before), {},
                 work);
 }
@@ -144,8 +117,7 @@ void measure_lists_at_once(Report& report) {
     const RunningAgent agent(router);
     const DeviceService service(router, kDevices);
     const BarePost post = router.bare_post(kUnaskedPath);
-    Memory before;
-    Activity active;
+    int threads = 0;
     std::string body;
     const auto ours = [&] {
         const auto start = Clock::now();
@@ -155,9 +127,8 @@ void measure_lists_at_once(Report& report) {
         body = lists.back().body;
         router.cloud.forget();
         std::this_thread::sleep_for(kSettle);
-        if (before.rss == 0) {
-            before = memory_of(agent.pid());
-            active = activity_of(agent.pid());
+        if (threads == 0) {
+            threads = activity_of(agent.pid()).threads;
         }
         return duration;
     };
@@ -172,9 +143,7 @@ void measure_lists_at_once(Report& report) {
         return duration;
     };
     report.compare("ten lists of 256 at once", in_turn(kRounds, ours, floor));
-    report.fact("ten lists of 256 at once, growth", "KiB",
-                static_cast<double>(memory_of(agent.pid()).rss - before.rss));
-    report.fact("ten lists of 256 at once, more threads", "threads", activity_of(agent.pid()).threads - active.threads);
+    report.fact("ten lists of 256 at once, more threads", "threads", activity_of(agent.pid()).threads - threads);
 }
 
 }  // namespace bench

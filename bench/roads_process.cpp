@@ -88,9 +88,7 @@ void measure_idle(Report& report, std::chrono::seconds duration) {
     std::this_thread::sleep_for(duration);
     const Activity after = activity_of(agent.pid());
     const double wakeups = static_cast<double>(after.contextSwitches - before.contextSwitches);
-    report.fact("idle, threads", "threads", after.threads);
     report.fact("idle, context switches", "", wakeups);
-    report.fact("idle, wakeups a second", "1/s", wakeups / static_cast<double>(duration.count()));
     report.fact("idle, CPU ticks", "ticks", static_cast<double>(after.cpuTicks - before.cpuTicks));
     report.fact("idle, seconds watched", "s", static_cast<double>(duration.count()));
     report_memory(report, "after idling", memory_of(agent.pid()), floorAfter);

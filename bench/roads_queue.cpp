@@ -1,9 +1,8 @@
-// The queue: filled while the cloud stalls, then drained; and a thousand updates, one behind the other.
+// The queue: filled while the cloud stalls, then drained.
 #include <wait.h>
 
 #include <algorithm>
 #include <array>
-#include <set>
 #include <stdexcept>
 #include <thread>
 
@@ -108,30 +107,6 @@ void fill_and_drain(DrainTimes& times) {
     add_drain(arrived(router.cloud, kSlots, kPath), start, times, &Pair::floor);
 }
 
-// Writes the updates of `count` devices from row 0 on, each when the index is free again and the agent has had the time
-// to see that: an update that overtakes the notice of the reset is taken twice, and the second reset may wipe the next.
-void update(const Router& router, Notices& notices, int count) {
-    for (int row = 0; row < count; ++row) {
-        notices.forget();
-        write_uint(router, "DALHNotifyCDUPDATE", "IndexCD", static_cast<std::uint32_t>(row));
-        notices.wait_for("DALHNotifyCDUPDATE.IndexCD", 2);  // ours, then the reset
-        std::this_thread::sleep_for(kSettle);
-    }
-}
-
-// The events up to when none has come for a while: how many there are depends on who reads the index when.
-std::vector<dro_test::Request> until_quiet(const Router& router) {
-    constexpr std::chrono::milliseconds kQuiet{200};
-    std::vector<dro_test::Request> requests;
-    std::size_t before = 0;
-    do {
-        before = requests.size();
-        std::this_thread::sleep_for(kQuiet);
-        requests = router.cloud.requests(kPath);
-    } while (requests.size() > before);
-    return requests;
-}
-
 }  // namespace
 
 void measure_queue(Report& report) {
@@ -147,36 +122,6 @@ void measure_queue(Report& report) {
         report.compare(name + " drained", times.until[i], work);
         report.fact(name + ", memory", "KiB", static_cast<double>(times.memory[i]), {}, work);
     }
-}
-
-void measure_updates(Report& report) {
-    constexpr int kBatches = 10;
-    constexpr int kUpdates = 100;  // a batch, which the queue holds, repetitions included
-    Router router;
-    const RunningAgent agent(router);
-    Notices notices({"DALHNotifyCDUPDATE"});
-    update(router, notices, 1);
-    until_quiet(router);
-    router.cloud.forget();
-    const Memory before = memory_of(agent.pid());
-    const int threadsBefore = activity_of(agent.pid()).threads;
-    std::size_t sent = 0;
-    std::size_t missing = 0;
-    for (int batch = 0; batch < kBatches; ++batch) {
-        update(router, notices, kUpdates);
-        const auto requests = until_quiet(router);
-        std::set<std::string> devices;
-        for (const auto& request : requests) {
-            devices.insert(device_in(request));
-        }
-        sent += requests.size();
-        missing += kUpdates - devices.size();
-        router.cloud.forget();
-    }
-    report.fact("updates in a row, not sent", "updates", static_cast<double>(missing));
-    report.fact("updates in a row, sent again", "events", static_cast<double>(sent + missing) - kUpdates * kBatches);
-    report.fact("updates in a row, growth", "KiB", static_cast<double>(memory_of(agent.pid()).rss - before.rss));
-    report.fact("updates in a row, more threads", "threads", activity_of(agent.pid()).threads - threadsBefore);
 }
 
 }  // namespace bench

@@ -183,8 +183,8 @@ std::vector<dro_test::Request> arrived(const dro_test::TestCloud& cloud, std::si
     return requests;
 }
 
-Clock::time_point deliver(const std::string& message, int port) {
-    if (!dro_test::send_message(port, message)) {
+Clock::time_point deliver(const std::string& message) {
+    if (!dro_test::send_message(dro_test::kNotificationPort, message)) {
         throw std::runtime_error("the agent took no message");
     }
     return Clock::now();
@@ -194,13 +194,8 @@ std::string command(const std::string& uuid, const std::string& name, const std:
     return R"({"UUID":")" + uuid + R"(","cmd":")" + name + R"(","data":)" + data + "}";
 }
 
-std::string block_command(int number, std::size_t size) {
-    const auto with_note = [number](const std::string& note) {
-        return command("block-" + std::to_string(number), "BLOCK_CD",
-                       R"({"cdMac":"02:00:5E:00:53:01","note":")" + note + "\"}");
-    };
-    const std::size_t least = with_note("").size();
-    return with_note(std::string(size > least ? size - least : 0, 'x'));
+std::string block_command(int number) {
+    return command("block-" + std::to_string(number), "BLOCK_CD", R"({"cdMac":"02:00:5E:00:53:01"})");
 }
 
 dro_test::Launch program_launch(const std::string& program, const std::vector<std::string>& arguments) {
@@ -217,16 +212,6 @@ dro_test::Launch program_launch(const std::string& program, const std::vector<st
         execv(program.c_str(), pointers.data());
     };
     return launch;
-}
-
-dro_test::Launch command_floor(const Router& router) {
-    return program_launch(DRO_BENCH_COMMAND_FLOOR,
-                          {std::to_string(kFloorPort), router.cloud.base_url() + "transactionAck/", ca_bundle(),
-                           command_floor_store(router)});
-}
-
-std::string command_floor_store(const Router& router) {
-    return router.store.folder() + "/floor.db";
 }
 
 void write_uint(const Router& router, const char* table, const char* field, std::uint32_t value) {

@@ -94,20 +94,14 @@ class DeviceService {
 std::vector<dro_test::Request> arrived(const dro_test::TestCloud& cloud, std::size_t count, const std::string& path);
 
 // Hands `message` to the agent as the connector does; the time is right after the connection was closed.
-Clock::time_point deliver(const std::string& message, int port = dro_test::kNotificationPort);
+Clock::time_point deliver(const std::string& message);
 // A command with its transaction, `data` as JSON text.
 std::string command(const std::string& uuid, const std::string& name, const std::string& data);
-// A command of the usual kind: one device is to be blocked. Filled up to `size` bytes if it is shorter.
-std::string block_command(int number, std::size_t size = 0);
+// A command of the usual kind: one device is to be blocked.
+std::string block_command(int number);
 
 // A program in the agent's place: started, watched and ended like it.
 dro_test::Launch program_launch(const std::string& program, const std::vector<std::string>& arguments);
-
-// The bare program that takes commands at kFloorPort, in the agent's place on that router, with a bare store of its
-// own.
-inline constexpr int kFloorPort = 4467;
-dro_test::Launch command_floor(const Router& router);
-std::string command_floor_store(const Router& router);
 
 void write_uint(const Router& router, const char* table, const char* field, std::uint32_t value);
 

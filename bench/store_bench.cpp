@@ -77,16 +77,6 @@ void storeRead(benchmark::State& state) {
 }
 BENCHMARK(storeRead);
 
-void storeOpen(benchmark::State& state) {
-    const Store store;
-    while (state.KeepRunning()) {
-        const Session session(hab_init(), hab_destroy);
-        std::uint32_t value = 0;
-        hab_get_uint(session.get(), kTable, 0, kField, &value);
-    }
-}
-BENCHMARK(storeOpen);
-
 // From before a write in one process to the handler in another. The writer is told by a pipe to write, and sends the
 // time at which it began.
 void storeNotice(benchmark::State& state) {
@@ -127,13 +117,6 @@ void logLine(benchmark::State& state) {
     dynlog_lib_uninit();
 }
 BENCHMARK(logLine);
-
-void logMasked(benchmark::State& state) {
-    while (state.KeepRunning()) {
-        log_printf(1, "bench/store_bench.cpp", 1, "a line with a number %d and a text %s\n", 42, "FETCH_CD");
-    }
-}
-BENCHMARK(logMasked);
 
 }  // namespace
 

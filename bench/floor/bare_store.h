@@ -57,7 +57,6 @@ class BareStore {
 };
 
 // The values that a block writes.
-inline constexpr std::size_t kBlockWrites = 3;
 void write_block(BareStore& store);
 
 }  // namespace bench

@@ -1,20 +1,37 @@
 // start_floor [URL BUNDLE] - the least that a program with the agent's libraries starts with: they are linked, a store
 // session and the log are opened, and the agent's ports listen. With a URL it makes one request before. Then it waits
 // to be ended.
+#include <arpa/inet.h>
 #include <cJSON.h>
 #include <curl/curl.h>
 #include <habdynlog.h>
 #include <hablib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdint>
 #include <exception>
 
-#include "floor/bare_link.h"
 #include "floor/bare_post.h"
 
 namespace {
+
+// Listens on 127.0.0.1:`port` for the life of the process; ends it when that cannot be done.
+void listen_on(std::uint16_t port) {
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        listen(descriptor, 1) != 0) {
+        _exit(1);
+    }
+}
 
 int run(int argc, char** argv) {
     signal(SIGUSR1, [](int) { _exit(0); });
@@ -29,8 +46,8 @@ int run(int argc, char** argv) {
     if (argc == 3) {
         bench::BarePost(argv[1], argv[2]).send("{}");
     }
-    bench::listen_on(4466);
-    bench::listen_on(4455);
+    listen_on(4466);
+    listen_on(4455);
     for (;;) {
         pause();
     }

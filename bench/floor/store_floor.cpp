@@ -60,20 +60,6 @@ void storeRead(benchmark::State& state) {
 }
 BENCHMARK(storeRead);
 
-void storeOpen(benchmark::State& state) {
-    const Folder folder;
-    bench::BareStore bare(folder.store());
-    fill(bare);
-    while (state.KeepRunning()) {
-        sqlite3* db = nullptr;
-        sqlite3_open(folder.store().c_str(), &db);
-        sqlite3_exec(db, "PRAGMA synchronous = NORMAL; SELECT value FROM value WHERE row = 0 AND field = 7", nullptr,
-                     nullptr, nullptr);
-        sqlite3_close(db);
-    }
-}
-BENCHMARK(storeOpen);
-
 void storeNotice(benchmark::State& state) {
     const Folder folder;
     std::unique_ptr<bench::BareStore> theirs;
