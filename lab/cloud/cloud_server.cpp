@@ -31,12 +31,12 @@ std::string withoutPort(const std::string& host) {
 }
 
 Received received(const httplib::Request& request) {
-    return {request.method,
-            request.path,
-            withoutPort(request.get_header_value("Host")),
-            request.get_header_value("Content-Type"),
-            request.get_header_value("X-DreamFactoryAPIKey"),
-            request.body};
+    return {.method = request.method,
+            .path = request.path,
+            .host = withoutPort(request.get_header_value("Host")),
+            .contentType = request.get_header_value("Content-Type"),
+            .apiKey = request.get_header_value("X-DreamFactoryAPIKey"),
+            .body = request.body};
 }
 
 std::string headOf(const httplib::Request& request) {

@@ -8,6 +8,10 @@ std::string sizeOf(const Json& list) {
     return std::to_string(list.size()) + (list.size() == 1 ? " device" : " devices");
 }
 
+std::string shown(const Json& json) {
+    return json.is_null() ? "" : printJson(json);
+}
+
 std::string details(const CloudRequest& request) {
     const Json& list = deviceListOf(request);
     if (request.endpoint == "/transactionAck/") {
@@ -20,7 +24,7 @@ std::string details(const CloudRequest& request) {
                                : type + " " + textOf(member(request.json, "cd"), "cdName");
     }
     if (request.endpoint == "/pushStData/") {
-        return request.text("type") + " " + printJson(member(request.json, "data"));
+        return request.text("type") + " " + shown(member(request.json, "data"));
     }
     if (request.endpoint == "/pc/circle/cuuid") {
         return request.text("circleUUID") + " (" + request.text("uuid") + ")";
@@ -29,7 +33,7 @@ std::string details(const CloudRequest& request) {
         return request.text("feature") + " " + request.text("state");
     }
     return "jorvDeviceId " + request.text("jorvDeviceId") + ", features " +
-           printJson(member(request.json, "supportedFeatures"));
+           shown(member(request.json, "supportedFeatures"));
 }
 
 }  // namespace

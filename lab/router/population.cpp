@@ -20,14 +20,15 @@ struct Kind {
 };
 
 // Makers and models are made up.
-constexpr std::array kKinds{Kind{"phone", "Phone", "Nordlicht", "N7 Mini", false},
-                            Kind{"laptop", "Computer", "Kestrel", "AirBook 14", false},
-                            Kind{"tablet", "Tablet", "Nordlicht", "Slate 10", false},
-                            Kind{"TV", "Television", "Halvorsen", "Vision 55", true},
-                            Kind{"speaker", "Speaker", "Pinewood", "Echoic 2", false},
-                            Kind{"console", "Game console", "Bramble", "Play Box", true},
-                            Kind{"watch", "Wearable", "Kestrel", "Pulse 3", false},
-                            Kind{"printer", "Printer", "Ottermark", "Laser 210", true}};
+constexpr std::array kKinds{
+    Kind{.name = "phone", .type = "Phone", .brand = "Nordlicht", .model = "N7 Mini", .wired = false},
+    Kind{.name = "laptop", .type = "Computer", .brand = "Kestrel", .model = "AirBook 14", .wired = false},
+    Kind{.name = "tablet", .type = "Tablet", .brand = "Nordlicht", .model = "Slate 10", .wired = false},
+    Kind{.name = "TV", .type = "Television", .brand = "Halvorsen", .model = "Vision 55", .wired = true},
+    Kind{.name = "speaker", .type = "Speaker", .brand = "Pinewood", .model = "Echoic 2", .wired = false},
+    Kind{.name = "console", .type = "Game console", .brand = "Bramble", .model = "Play Box", .wired = true},
+    Kind{.name = "watch", .type = "Wearable", .brand = "Kestrel", .model = "Pulse 3", .wired = false},
+    Kind{.name = "printer", .type = "Printer", .brand = "Ottermark", .model = "Laser 210", .wired = true}};
 
 constexpr std::array kOwners{"Anna",   "Ben",   "Clara", "David", "Emma",  "Felix", "Greta", "Hugo",
                              "Ida",    "Jonas", "Kira",  "Leo",   "Marta", "Nils",  "Olga",  "Paul",

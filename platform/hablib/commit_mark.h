@@ -1,4 +1,4 @@
-// commit_mark.h - tells without a lock and without a system call whether a store file has seen another commit. One
+// commit_mark.h - tells without a file lock and without a system call whether a store file has seen another commit. One
 // thread at a time for one connection.
 //
 // In WAL mode SQLite keeps an index of its log in memory that all processes of a file share. Each commit ends by

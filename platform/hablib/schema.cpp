@@ -39,12 +39,12 @@ void Schema::readTables(Connection& connection) {
     Statement read(connection, "SELECT id, name, rows, about FROM hab_table ORDER BY place");
     const Run run(read);
     while (read.next()) {
-        Table& table = tables_.emplace_back(Table{read.number(0),
-                                                  std::string(read.bytes(1)),
-                                                  static_cast<int>(read.number(2)),
-                                                  std::string(read.bytes(3)),
-                                                  {},
-                                                  {}});
+        Table& table = tables_.emplace_back(Table{.id = read.number(0),
+                                                  .name = std::string(read.bytes(1)),
+                                                  .rows = static_cast<int>(read.number(2)),
+                                                  .about = std::string(read.bytes(3)),
+                                                  .fields = {},
+                                                  .fieldsByName = {}});
         tablesByName_.emplace(table.name, &table);
     }
 }
@@ -62,9 +62,15 @@ void Schema::readFields(Connection& connection) {
             throw SqliteError(SQLITE_CORRUPT, "its description of the fields makes no sense");
         }
         Table& owner = *table->second;
-        const Field& field = fields_.emplace_back(
-            Field{read.number(0), &owner, owner.fields.size(), std::string(read.bytes(2)), std::string(read.bytes(3)),
-                  *type, static_cast<std::size_t>(read.number(5)), *initial, std::string(read.bytes(7))});
+        const Field& field = fields_.emplace_back(Field{.id = read.number(0),
+                                                        .table = &owner,
+                                                        .index = owner.fields.size(),
+                                                        .name = std::string(read.bytes(2)),
+                                                        .alias = std::string(read.bytes(3)),
+                                                        .type = *type,
+                                                        .longest = static_cast<std::size_t>(read.number(5)),
+                                                        .initial = *initial,
+                                                        .about = std::string(read.bytes(7))});
         owner.fields.push_back(&field);
         owner.fieldsByName.emplace(field.name, &field);
         if (!field.alias.empty()) {

@@ -98,7 +98,6 @@ class Condition {
     int wait(Mutex& mutex) DRO_REQUIRES(mutex) { return pthread_cond_wait(&condition_, mutex.native()); }
     // 0 (also when woken for nothing), ETIMEDOUT, or another error number.
     int wait_until(Mutex& mutex, std::chrono::steady_clock::time_point deadline) DRO_REQUIRES(mutex);
-    int notify_one() { return pthread_cond_signal(&condition_); }
     int notify_all() { return pthread_cond_broadcast(&condition_); }
 
  private:

@@ -27,8 +27,8 @@ inline constexpr int kCircleSuccess = 1;
 
 // Reports an outcome: a successful activation to the cloud's Circle endpoint, all else as the transaction's
 // acknowledgement; then resets CircleProvision and activationStatusDROA, unless the process's stop cut the report
-// short. CircleAct stays true after a reported activation, until the service is provisioned; the activation's monitor
-// resets actionDROA. Returns 0, or 1 when the Circle endpoint never answered. May take the senders' pauses.
+// short. CircleAct stays true after an activation that the endpoint answered; every other outcome resets it. The
+// activation's monitor resets actionDROA. Returns 0, or 1 when the Circle endpoint never answered. May take the senders' pauses.
 int sync_circle_status(int stage, int result, const char* transUuid, const char* message);
 
 // Judges an answer of the Circle endpoint: 0 accepted, -1 refused or unknown, 1 no JSON or no status.

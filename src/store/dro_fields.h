@@ -1,6 +1,5 @@
 // dro_fields.h - the single-row store fields through which the agent's roles and the router's services work together,
-// by their names in the store. With it come the reads and writes of dro_store.h. A field that one source file uses
-// alone is named there.
+// by their names in the store. With it come the reads and writes of dro_store.h.
 #pragma once
 
 #include "dro_store.h"

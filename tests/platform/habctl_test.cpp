@@ -78,6 +78,8 @@ TEST_F(Habctl, LoadsWhatItDumpsAllOrNothing) {
         {R"({"General": {"FSN": "1"}} trailing)", 5},
         {"{\"General\": {\"FSN\": \"1\", \"DeviceName\": \"K\xFC\"}}", 5},
         {R"(["General"])", 5},
+        {R"({"General": {"FSN": "1"}, "General": {"DeviceName": "2"}})", 5},
+        {R"({"General": {"FSN": "1", "FSN": "2"}})", 5},
         {R"({"General": {"FSN": "1"}, "Nothing": {}})", 3},
         {R"({"General": {"FSN": "1"}, "DroCfg": 5})", 5},
         {R"({"General": {"FSN": "1", "Nothing": "1"}})", 3},

@@ -183,7 +183,7 @@ TEST_F(Values, NeverGoBackWhileAnotherSessionWrites) {
     const std::jthread writer([session = open()] {
         for (int i = 1; i <= kWrites; ++i) {
             for (const char* field : {"DeviceBrand", "DeviceModel"}) {
-                hab_set_ascii(session.get(), "DeviceIdList", 7, field, std::to_string(i).c_str());
+                EXPECT_EQ(hab_set_ascii(session.get(), "DeviceIdList", 7, field, std::to_string(i).c_str()), HAB_OK);
             }
         }
     });

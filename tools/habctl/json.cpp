@@ -1,7 +1,9 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "commands.h"
 
@@ -84,10 +86,34 @@ int addTable(const TableInfo& table, const Json& items, std::vector<OwnedValue>&
     return status;
 }
 
+// A name that appears twice in an object would silently lose its first value.
+class Names {
+ public:
+    bool operator()(int /*depth*/, Json::parse_event_t event, const Json& name) {
+        if (event == Json::parse_event_t::object_start) {
+            open_.emplace_back();
+        } else if (event == Json::parse_event_t::object_end) {
+            open_.pop_back();
+        } else if (event == Json::parse_event_t::key && !open_.back().insert(name.get<std::string>()).second) {
+            twice = name.get<std::string>();
+        }
+        return true;
+    }
+
+    std::string twice;
+
+ private:
+    std::vector<std::set<std::string>> open_;
+};
+
 int parse(const std::string& text, Json& root) {
     std::size_t byte = 0;
     try {
-        root = Json::parse(text);
+        Names names;
+        root = Json::parse(text, std::ref(names));
+        if (!names.twice.empty()) {
+            return complain(HAB_INVALID, names.twice + " appears twice");
+        }
     } catch (const Json::parse_error& error) {
         byte = error.byte - 1;  // it counts from 1
     } catch (const Json::out_of_range& error) {
