@@ -1,4 +1,5 @@
-# Flags of every target of ours: warnings are errors, the binaries are hardened, no path of the build machine stays inside.
+# Compiler and linker flags of all our targets: warnings are errors, the binaries are hardened, and no build path
+# remains in them.
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
 
@@ -12,7 +13,7 @@ target_compile_options(dro_flags INTERFACE
     -fstack-protector-strong
     -ffile-prefix-map=${CMAKE_SOURCE_DIR}=. -ffile-prefix-map=${CMAKE_BINARY_DIR}=.)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-    # At -O3 this compiler takes the standard library's own joining of strings for overlapping copies.
+    # GCC 12 and older report the standard library's string concatenation as overlapping copies at -O3.
     target_compile_options(dro_flags INTERFACE $<$<AND:$<CONFIG:Release>,$<COMPILE_LANGUAGE:CXX>>:-Wno-restrict>)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
@@ -26,7 +27,7 @@ else()
     target_compile_options(dro_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
 endif()
 if(DROAGENT_COVERAGE)
-    # Counted in the file itself, so that a process that is killed has counted too.
+    # The counters are mapped to the profile file, so a killed process keeps its counts.
     add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:SHELL:-fprofile-instr-generate -fcoverage-mapping -mllvm -runtime-counter-relocation>")
     add_link_options(-fprofile-instr-generate)
 endif()

@@ -1,7 +1,7 @@
-# What `cmake --install` puts where, in components that become packages: the agent, the platform's host libraries, habctl,
-# and what building against the libraries takes. The lab is installed only when asked for by its component.
+# Install rules. The components become packages: the agent, the platform's host libraries, habctl, and the files needed
+# to build against the libraries. The lab is installed only when its component is requested.
 if(CMAKE_INSTALL_PREFIX_INITIALIZED_TO_DEFAULT)
-    # The agent is a service of the system; its unit and its libraries are looked for there.
+    # The agent is a system service: its unit and its libraries are expected under /usr.
     set(CMAKE_INSTALL_PREFIX /usr CACHE PATH "Where to install" FORCE)
 endif()
 include(GNUInstallDirs)
@@ -16,7 +16,7 @@ set_property(CACHE DROAGENT_INIT PROPERTY STRINGS systemd procd none)
 
 set(DROAGENT_GENERATED ${CMAKE_BINARY_DIR}/packaging)
 
-# dro_install_man(COMPONENT PAGE...): pages of docs/man, compressed as a system keeps them.
+# dro_install_man(COMPONENT PAGE...): installs pages of docs/man, gzipped.
 find_program(GZIP gzip REQUIRED)
 function(dro_install_man component)
     foreach(page ${ARGN})
@@ -48,10 +48,10 @@ elseif(NOT DROAGENT_INIT STREQUAL "none")
 endif()
 
 if(DROAGENT_PLATFORM_DIR)
-    return() # The platform brings its own libraries and tools.
+    return() # the platform supplies its own libraries and tools
 endif()
 
-# ---- The platform's host libraries, and habctl ----
+# ---- The platform's host libraries and habctl ----
 install(TARGETS hablib habdynlog EXPORT hab
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT platform NAMELINK_COMPONENT dev
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/hab)
@@ -60,7 +60,7 @@ dro_install_man(habctl habctl.1)
 set(DROAGENT_COMPLETIONS ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(FILES packaging/completion/drolab DESTINATION ${DROAGENT_COMPLETIONS} RENAME habctl COMPONENT habctl)
 
-# ---- Building against them ----
+# ---- Development files ----
 set(DROAGENT_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/hablib)
 install(FILES platform/include/hablib.h platform/include/habdynlog.h platform/include/habhost.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/hab COMPONENT dev)
@@ -70,7 +70,7 @@ configure_package_config_file(packaging/cmake/hablib-config.cmake.in ${DROAGENT_
 write_basic_package_version_file(${DROAGENT_GENERATED}/hablib-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${DROAGENT_GENERATED}/hablib-config.cmake ${DROAGENT_GENERATED}/hablib-config-version.cmake
     DESTINATION ${DROAGENT_PACKAGE_DIR} COMPONENT dev)
-# The prefix is found from the file's own place, so that an installed tree can be moved.
+# The .pc file computes the prefix from its own location, so an installed tree can be moved.
 file(RELATIVE_PATH DROAGENT_PC_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(packaging/cmake/libhablib.pc.in ${DROAGENT_GENERATED}/libhablib.pc @ONLY)
 install(FILES ${DROAGENT_GENERATED}/libhablib.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)

@@ -1,5 +1,5 @@
-# dro_module(NAME FOLDER USES library... SOURCES file...): a folder as a static library that shows its headers to those who
-# use it. A module sees the headers of the libraries that it may use, and of theirs; including any other does not compile.
+# dro_module(NAME FOLDER USES library... SOURCES file...): builds a folder as a static library. Its headers are visible to
+# the libraries that use it, directly or indirectly. Including any other library's header does not compile.
 function(dro_module name folder)
     cmake_parse_arguments(MODULE "" "" "USES;SOURCES" ${ARGN})
     list(TRANSFORM MODULE_SOURCES PREPEND ${folder}/ REGEX "^[^/]")

@@ -1,6 +1,6 @@
-# The Debian packages that `cpack` makes of the installed components: droagent, libhab1, habctl and libhab-dev.
+# Debian packages that `cpack` builds from the installed components: droagent, libhab1, habctl and libhab-dev.
 if(DROAGENT_PLATFORM_DIR)
-    return() # A router's firmware takes the installed tree.
+    return() # router firmware takes the installed tree instead of packages
 endif()
 
 set(CPACK_GENERATOR DEB)
@@ -21,7 +21,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY >=)
-# Made in the same run, libhab1 is not found among the installed packages; the others name it themselves.
+# libhab1 is built in the same run, so dpkg-shlibdeps cannot find it. The other packages name it explicitly.
 set(own_library "libhab1 (>= ${PROJECT_VERSION})")
 
 # dro_package(COMPONENT NAME SECTION DEPENDS SUMMARY EXTENDED)

@@ -1,4 +1,4 @@
-# Turns the provisioning file into provisioning.h, with every length checked and no secret in one piece.
+# Generates provisioning.h from the provisioning file. Checks every length and stores no secret in one piece.
 if(NOT DROAGENT_PROVISIONING)
     message(FATAL_ERROR
         "No provisioning file. Name the deployment's with -DDROAGENT_PROVISIONING=FILE: it supplies the cloud's host "
@@ -6,7 +6,7 @@ if(NOT DROAGENT_PROVISIONING)
 endif()
 include(${DROAGENT_PROVISIONING})
 
-# A list of texts as a C++ initialiser.
+# Sets `out` to the texts as a C++ initialiser list.
 function(dro_texts out)
     list(TRANSFORM ARGN PREPEND "\"")
     list(TRANSFORM ARGN APPEND "\"")
@@ -14,7 +14,7 @@ function(dro_texts out)
     set(${out} "${joined}" PARENT_SCOPE)
 endfunction()
 
-# Byte number i of the secret, as stored: the bytes at even and at odd places apart, each combined with a mask.
+# Sets `out` to every second byte of the secret, starting at byte `first`. Each byte is masked by its position.
 function(dro_secret_half out first)
     set(bytes "")
     foreach(i RANGE ${first} 15 2)
@@ -35,7 +35,7 @@ list(LENGTH DROAGENT_MARKERS_NONPRODUCTION DRO_MARKERS_LENGTH)
 if(NOT DRO_MARKERS_LENGTH EQUAL 3)
     message(FATAL_ERROR "DROAGENT_MARKERS_NONPRODUCTION must name the QA, development and staging hosts")
 endif()
-# What a deployment may leave out.
+# Optional settings and their defaults.
 foreach(setting "DROAGENT_TRANSFER_LIMIT;0" "DROAGENT_REQUIRE_CA_BUNDLE;OFF" "DROAGENT_LARGEST_ANSWER;16777216"
         "DROAGENT_TLS_SESSION_LIFE;0")
     list(GET setting 0 name)

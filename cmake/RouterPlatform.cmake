@@ -1,4 +1,4 @@
-# A router platform: the vendor's headers and shared libraries, taken from one folder.
+# A router platform: the vendor's headers and shared libraries in one folder.
 find_library(HABLIB hablib PATHS ${DROAGENT_PLATFORM_DIR}/lib NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
 find_library(HABDYNLOG habdynlog PATHS ${DROAGENT_PLATFORM_DIR}/lib NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
 foreach(name hablib habdynlog)

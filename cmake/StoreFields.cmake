@@ -1,5 +1,5 @@
-# dro_store_fields(SCHEMA HEADER): writes a header with a constant lab::field::TABLE::NAME for each field of the store's
-# schema, and for each second spelling.
+# dro_store_fields(SCHEMA HEADER): generates a header with a constant lab::field::TABLE::NAME for each field and each
+# alias in the store's schema.
 function(dro_store_fields schema header)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${schema})
     file(READ ${schema} text)

@@ -29,21 +29,21 @@ namespace dynlog {
 
 namespace {
 
-constexpr std::uint32_t kEveryLevel = ~0U;  // until set_log_level
-constexpr std::uint32_t kDefaultMask = 6;   // notices and errors: a trace may show a token
+constexpr std::uint32_t kEveryLevel = ~0U;  // until set_log_level is called
+constexpr std::uint32_t kDefaultMask = 6;   // notice and error: trace lines may contain a token
 constexpr std::size_t kFileSize = std::size_t{4} << 20U;
 constexpr std::size_t kOldFiles = 2;
 
 struct State {
-    // Consulted first by every line, so that a level that is off costs no more than this.
+    // Checked before anything else, so a disabled level costs one load.
     std::atomic<std::uint32_t> mask{kEveryLevel};
 
-    std::mutex mutex;  // around everything below, the writing of a line included
+    std::mutex mutex;  // guards all members below and the writing of a line
     std::unique_ptr<spdlog::sinks::sink> sink;
     std::string module = program_invocation_short_name;
 };
 
-// Shows the level as its number, as our callers know it.
+// Prints the level as the number that callers pass.
 class LevelFlag : public spdlog::custom_flag_formatter {
  public:
     void format(const spdlog::details::log_msg& message, const std::tm& /*time*/, spdlog::memory_buf_t& line) override {
@@ -64,10 +64,9 @@ std::unique_ptr<spdlog::sinks::sink> standardError() {
     return sink;
 }
 
-// Throws spdlog::spdlog_ex.
 std::unique_ptr<spdlog::sinks::sink> rotatingFile(const std::string& path) {
     spdlog::file_event_handlers handlers;
-    // A file is made for its owner only before anything is in it; one that is found there is narrowed.
+    // Creates the file with mode 0600 before anything is written. The mode of an existing file is reduced to 0600.
     handlers.before_open = [](const std::string& name) {
         if (const int file = open(name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600); file >= 0) {
             close(file);
@@ -79,7 +78,7 @@ std::unique_ptr<spdlog::sinks::sink> rotatingFile(const std::string& path) {
     return sink;
 }
 
-// Never destroyed: other threads may log while the process exits. Lines before dynlog_lib_init go to standard error.
+// Never destroyed: other threads may log while the process exits. Before dynlog_lib_init, lines go to standard error.
 State& state() {
     static auto* only = [] {
         auto made = std::make_unique<State>();
@@ -89,7 +88,7 @@ State& state() {
     return *only;
 }
 
-// What the store says the mask is; empty when it cannot be read.
+// Returns the mask in the store, or `std::nullopt` when it cannot be read.
 std::optional<std::uint32_t> storedMask() {
     const std::unique_ptr<hab_session, decltype(&hab_destroy)> session(hab_init(), hab_destroy);
     std::uint32_t mask = 0;
@@ -148,7 +147,7 @@ void set_log_level(int /*reload*/, const char* module, const char* /*binary*/) {
             return;
         }
     } catch (const std::exception&) {
-        // Out of memory: as if the mask could not be read.
+        // Out of memory is handled like an unreadable mask.
     }
     std::uint32_t unread = dynlog::kEveryLevel;
     dynlog::state().mask.compare_exchange_strong(unread, dynlog::kDefaultMask);
@@ -164,7 +163,7 @@ void log_printf(int level, const char* file, int line, const char* format, ...) 
         const dynlog::Message message(format, arguments);
         dynlog::write(level, file, line, message.text());
     } catch (const std::exception&) {
-        // A log that cannot be written must not stop its writer.
+        // A log failure must not affect the caller.
     }
     va_end(arguments);
 }

@@ -51,7 +51,7 @@ Message::Message(const char* format, std::va_list arguments) {
     va_copy(again, arguments);
     const int length = std::vsnprintf(short_.data(), short_.size(), format, arguments);
     if (length < 0) {
-        text_ = format;  // cannot be formatted: better than nothing
+        text_ = format;  // formatting failed: log the format itself
     } else if (static_cast<std::size_t>(length) < short_.size()) {
         text_ = {short_.data(), static_cast<std::size_t>(length)};
     } else {

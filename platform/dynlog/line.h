@@ -1,4 +1,4 @@
-// line.h - a log message made fit for one line. Any thread.
+// line.h - formats a log message as a single line. Any thread.
 #pragma once
 
 #include <array>
@@ -9,8 +9,8 @@
 
 namespace dynlog {
 
-// The formatted message without its last newline, every other control byte escaped (\n, \t, \r, else \x1b). Short ones
-// need no heap. Valid while the object lives; throws std::bad_alloc at most.
+// The formatted message without its last newline. Other control bytes are escaped (\n, \t, \r, else \x1b). Messages up
+// to 1023 bytes need no heap. text() is valid for the object's lifetime. Throws std::bad_alloc.
 class Message {
  public:
     Message(const char* format, std::va_list arguments);
@@ -25,7 +25,7 @@ class Message {
     std::string_view text_;
 };
 
-// The last component of a source file's path.
+// Returns the last component of `path`.
 const char* baseName(const char* path);
 
 }  // namespace dynlog

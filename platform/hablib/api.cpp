@@ -1,4 +1,4 @@
-// The typed operations of hablib.h: arguments judged here, values moved by Session.
+// The typed operations of hablib.h: argument checks, then a call to Session.
 #include <algorithm>
 #include <utility>
 

@@ -20,13 +20,13 @@ std::string bellPath(const std::string& path, std::int64_t table) {
     return path + ".bell" + (table == kBellForAll ? "" : "." + std::to_string(table));
 }
 
-// Under another name at first, so that nobody meets it while it belongs to root, who would shut the store's owner out.
+// Creates the bell under a temporary name first: root's file would lock out the store's owner until fchown.
 void makeBell(const std::string& path, const std::string& name) {
     const Draft draft(name);
     if (!draft) {
         return;
     }
-    // What fails shows when the bell is opened; one that somebody else has made by now is as good as ours.
+    // Failures surface when the bell is opened. If another process has created the bell meanwhile, that one is used.
     [[maybe_unused]] int ignored = 0;
     struct stat store {};
     if (geteuid() == 0 && stat(path.c_str(), &store) == 0) {
@@ -59,7 +59,8 @@ void BellWatch::add(std::int64_t table) {
 }
 
 void BellWatch::watchBell(std::int64_t table) {
-    // Held until the watch stands: then it rings, for what was committed before the watch stood.
+    // Closing the bell rings it. It stays open until the watch is set, so commits made before the watch are noticed
+    // too.
     const FileDescriptor bell = holdBell(path_, table);
     if (!bell) {
         throw std::system_error(errno, std::generic_category(), "cannot make " + bellPath(path_, table));
@@ -70,7 +71,7 @@ void BellWatch::watchBell(std::int64_t table) {
 bool BellWatch::drain() {
     alignas(inotify_event) std::array<char, 4096> events{};
     const std::lock_guard lock(mutex_);
-    // Once: what found no room keeps the watch readable.
+    // One read only: events that do not fit leave the descriptor readable.
     const ssize_t size = read(watch_.get(), events.data(), events.size());
     for (ssize_t at = 0; at < size;) {
         inotify_event event{};
@@ -95,7 +96,7 @@ bool BellWatch::drain() {
 
 void BellWatch::renew() {
     const std::lock_guard lock(mutex_);
-    // A removed bell's old watch stays until its last holder has rung it.
+    // The watch on a removed bell remains until its last holder closes it.
     for (const std::int64_t table : std::exchange(gone_, {})) {
         watchBell(table);
     }

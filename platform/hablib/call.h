@@ -1,5 +1,4 @@
-// call.h - what every function of the C interface does first: judge its arguments, find the session, and let nothing be
-// thrown across.
+// call.h - shared start of every C function: check the arguments, find the session, let no exception escape.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +10,7 @@
 
 namespace hab {
 
-// Where a value is, as a caller names it.
+// The address of a value as the caller passes it.
 struct Place {
     const char* table;
     int row;
@@ -23,11 +22,11 @@ int guarded(Operation operation) noexcept {
     try {
         return operation();
     } catch (...) {
-        return HAB_ERROR;  // out of memory or of threads
+        return HAB_ERROR;  // out of memory or threads
     }
 }
 
-// Runs the operation on the session behind a handle. `valid` is what the caller found of the other arguments.
+// Runs the operation on the handle's session. `valid` is the result of the caller's own argument checks.
 template <class Operation>
 int withSession(hab_session* handle, bool valid, Operation operation) noexcept {
     return guarded([&] {
@@ -39,7 +38,7 @@ int withSession(hab_session* handle, bool valid, Operation operation) noexcept {
     });
 }
 
-// The same for an operation on one value, which gets its field too.
+// As withSession, for an operation on one value. The operation also receives the field.
 template <class Operation>
 int withField(hab_session* handle, const Place& place, bool valid, Operation operation) noexcept {
     return withSession(handle, valid && place.table != nullptr && place.field != nullptr, [&](Session& session) {
@@ -48,7 +47,7 @@ int withField(hab_session* handle, const Place& place, bool valid, Operation ope
     });
 }
 
-// Runs a read that gives a text, and copies the text into the caller's buffer; whatever fails leaves it empty.
+// Runs a read that yields text and copies the text into the caller's buffer. On failure the buffer holds an empty text.
 template <class Read>
 int intoBuffer(char* buffer, std::size_t length, Read read) noexcept {
     if (buffer == nullptr || length == 0) {

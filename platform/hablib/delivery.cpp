@@ -15,14 +15,15 @@ namespace hab {
 
 namespace {
 
-// Changes taken from the journal in one look; the read transaction is over before a handler runs.
+// Changes read from the journal at a time. The read transaction ends before a handler runs.
 constexpr std::size_t kBatch = 256;
 
-// How soon to look again when the store was locked, or failing. Only then is anything done without a call from outside.
+// Retry pauses after the store was locked or failed. Otherwise the thread runs only when an event wakes it.
 constexpr int kLockedPauseMs = 5;
 constexpr int kFailedPauseMs = 1000;
 
-// Signals belong to the program's own threads: one that starts under this blocks them all.
+// Blocks all signals for the scope. Threads started in it inherit the mask, so signals reach only the program's
+// threads.
 class SignalsBlocked {
  public:
     SignalsBlocked() {
@@ -96,7 +97,7 @@ void Delivery::run() {
     Look last = Look::kDone;
     try {
         if (store_->lost(*connection_)) {
-            return;  // replaced before there was a watch
+            return;  // replaced before the watch was set
         }
         do {
             last = look();
@@ -106,7 +107,7 @@ void Delivery::run() {
     }
 }
 
-// Delivers everything that is committed by now. A store that is locked keeps its place and is looked at again.
+// Delivers everything committed so far. A locked store keeps the position, and run() retries.
 Delivery::Look Delivery::look() {
     if (watch_.drain() && store_->lost(*connection_)) {
         return Look::kEnd;
@@ -123,7 +124,7 @@ Delivery::Look Delivery::look() {
             }
             position_ = notice.place;
         }
-    } while (notices.size() >= kBatch);  // whoever commits more rings again
+    } while (notices.size() >= kBatch);  // later commits ring again
     return Look::kDone;
 }
 
@@ -150,7 +151,7 @@ Delivery::Look Delivery::fetch(std::vector<Notice>& notices) {
     }
 }
 
-// The journal has been cut beyond our place: every value written since stands for the changes that led to it.
+// The journal was trimmed past our position. One notice per value written since then replaces the lost changes.
 void Delivery::fetchMissed(std::vector<Notice>& notices) {
     notices.clear();
     const Run run(readValues_);
@@ -160,7 +161,7 @@ void Delivery::fetchMissed(std::vector<Notice>& notices) {
     }
 }
 
-// Calls the handler when the change is one that the session asked for; false when the session is over.
+// Calls the handler when the session subscribed to the change's table. Returns false when the session is closed.
 bool Delivery::deliver(const Notice& notice) {
     const Field* field = store_->schema().field(notice.field);
     hab_notice_handler handler = nullptr;
@@ -183,7 +184,7 @@ bool Delivery::deliver(const Notice& notice) {
     return true;
 }
 
-// Sleeps until the bell rings; false when the session is over.
+// Waits for an event or the retry pause. Returns false when the session is closed.
 bool Delivery::wait(Look last) {
     std::array<pollfd, 2> ready{{{watch_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}}};
     const int pause = last == Look::kLocked ? kLockedPauseMs : last == Look::kFailed ? kFailedPauseMs : -1;

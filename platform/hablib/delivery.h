@@ -1,5 +1,5 @@
-// delivery.h - the change notices of one session, on a thread of their own. Any thread may call; the thread keeps the
-// object alive until it ends, so a handler may block while its session is long gone.
+// delivery.h - delivers the change notices of one session on its own thread. Any thread may call. The thread keeps the
+// object alive until it exits, so a handler may still run after its session is closed.
 #pragma once
 
 #include <cstdint>
@@ -16,18 +16,18 @@ namespace hab {
 
 class Delivery {
  public:
-    // Starts the thread; notices count from the last commit before the call. Throws SqliteError or std::system_error.
+    // Starts the thread. Notices begin after the last commit before the call. Throws SqliteError or std::system_error.
     static std::shared_ptr<Delivery> start(std::shared_ptr<Store> store);
 
-    // `position` is the last commit's place in the journal, before this session.
+    // Starts at the current end of the journal. Throws SqliteError or std::system_error.
     Delivery(std::shared_ptr<Store> store, std::unique_ptr<Connection> connection);
 
-    // Delivers the changes of `table` that are committed after journal place `from`. A second call changes nothing.
-    // Throws std::system_error.
+    // Delivers changes of `table` committed after journal position `from`. Repeated calls have no effect. Throws
+    // std::system_error.
     void listen(const Table& table, std::int64_t from);
     void setHandler(hab_notice_handler handler, void* context);
 
-    // Ends the delivery without waiting for a handler that is running.
+    // Stops the delivery. Does not wait for a running handler.
     void stop();
 
  private:
@@ -51,16 +51,16 @@ class Delivery {
     FileDescriptor wake_;
     Statement readJournal_;
     Statement readValues_;
-    std::int64_t position_;  // in the journal; what comes after it is still to be delivered
+    std::int64_t position_;  // in the journal; later entries are not delivered yet
 
     std::mutex mutex_;
     bool stopped_ = false;
     hab_notice_handler handler_ = nullptr;
     void* context_ = nullptr;
-    std::unordered_map<const Table*, std::int64_t> tables_;  // with the place from which each is listened to
+    std::unordered_map<const Table*, std::int64_t> tables_;  // the journal position where each subscription starts
 };
 
-// The place of the last commit in the journal; 0 when there was none. Throws SqliteError.
+// Returns the journal position of the last commit, or 0 when there is none. Throws SqliteError.
 std::int64_t lastPlace(Connection& connection);
 
 }  // namespace hab

@@ -15,7 +15,7 @@ namespace hab {
 
 namespace {
 
-// A row of reads pays for one look: the system call would be a tenth of each.
+// Reads in quick succession share one check: the system call would add a tenth to the cost of each.
 constexpr std::chrono::nanoseconds kLookEvery = std::chrono::milliseconds(1);
 
 }  // namespace
@@ -78,7 +78,7 @@ bool FileWatch::touched() {
     nextLook_.store(now + kLookEvery.count(), std::memory_order_relaxed);
     alignas(inotify_event) std::array<std::byte, 4096> event;
     if (read(watches_.get(), event.data(), event.size()) >= 0) {
-        touched_ = true;  // for good: two threads may look, and the kernel tells only one of them
+        touched_ = true;  // permanent: of two threads that read, only one receives the event
     }
     return touched_;
 }

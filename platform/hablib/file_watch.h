@@ -1,5 +1,4 @@
-// file_watch.h - files: their descriptors, how they come to a name, and kernel watches on them by their paths, which
-// cost nothing while nothing happens.
+// file_watch.h - file descriptors, temporary files and inotify watches by path.
 #pragma once
 
 #include <atomic>
@@ -9,7 +8,7 @@
 
 namespace hab {
 
-// A file descriptor, closed with its owner; -1 for none.
+// Owns a file descriptor; -1 when empty.
 class FileDescriptor {
  public:
     FileDescriptor() = default;
@@ -28,8 +27,8 @@ class FileDescriptor {
     int number_ = -1;
 };
 
-// An empty file under a name of its own beside `path`, readable by its owner only; gone at the end unless it was linked
-// to another name.
+// An empty file with a unique name beside `path`, mode 0600. The destructor removes that name; the file survives when
+// it has been linked to another.
 class Draft {
  public:
     explicit Draft(const std::string& path);
@@ -37,11 +36,11 @@ class Draft {
     Draft(const Draft&) = delete;
     Draft& operator=(const Draft&) = delete;
 
-    // False, with errno set by the making, when it could not be made.
+    // False when the file could not be created; errno has the cause.
     explicit operator bool() const { return !name_.empty(); }
     const std::string& name() const { return name_; }
     int get() const { return file_.get(); }
-    // Lets go of the descriptor; the file stays.
+    // Closes the descriptor; the file stays.
     void close() { file_ = FileDescriptor(); }
 
  private:
@@ -49,30 +48,30 @@ class Draft {
     FileDescriptor file_;
 };
 
-// A set of watches. Throws std::system_error when the kernel has no more.
+// Creates a set of watches. Throws std::system_error when the kernel has no more.
 FileDescriptor newWatches();
-// Watches `path` for `events` (inotify's); the watch's number. Throws std::system_error.
+// Watches `path` for inotify `events` and returns the watch number. Throws std::system_error.
 int watchFile(const FileDescriptor& watches, const std::string& path, std::uint32_t events);
 
-// Watches a file and its folder for what may put another in its place. Throws std::system_error.
+// Watches a file and its folder for events that may replace the file. Throws std::system_error.
 void watchPlace(const FileDescriptor& watches, const std::string& path);
 
-// What ends a path's leading to its file: removed, replaced or moved.
+// Events after which a path may lead to a different file: removed, replaced or moved.
 extern const std::uint32_t kFileGone;
 
-// Tells whether anything has happened to a file or its folder that may have put another in its place. Any thread.
+// Detects whether the file at a path may have been replaced, by events on the file and its folder. Any thread.
 class FileWatch {
  public:
-    // Watches from now on; where the kernel has no more watches, touched() is always true.
+    // Starts to watch. When the kernel has no more watches, touched() always returns true.
     explicit FileWatch(const std::string& path);
 
-    // True from the first such thing on, or up to a millisecond later.
+    // Returns true from the first such event on, with a delay of up to one millisecond.
     bool touched();
 
  private:
     FileDescriptor watches_;
     std::atomic<bool> touched_{false};
-    std::atomic<std::int64_t> nextLook_{0};  // nanoseconds of the steady clock
+    std::atomic<std::int64_t> nextLook_{0};  // steady clock, nanoseconds
 };
 
 }  // namespace hab

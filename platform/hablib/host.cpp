@@ -17,7 +17,7 @@ hab_host_field described(const Field& field, const std::string& initial) {
             typeName(field.type), field.longest, initial.c_str(),     field.about.c_str()};
 }
 
-// The change that a caller's texts ask for; its value is checked.
+// Parses and checks the caller's texts into `change`. Returns a HAB_ status.
 int judge(const Session& session, const Place& place, const char* text, Change& change) {
     if (place.table == nullptr || place.field == nullptr || text == nullptr) {
         return HAB_INVALID;

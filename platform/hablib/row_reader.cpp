@@ -10,7 +10,7 @@ RowReader::RowReader(const Connection& connection, const Schema& schema)
       statement_(connection, "SELECT field, value FROM hab_value WHERE row = ?1 AND field BETWEEN ?2 AND ?3") {}
 
 const std::optional<Value>& RowReader::read(const Field& field, int row) {
-    // Looked at before the row is fetched: a commit in between makes the next read fetch again.
+    // Read before the row is fetched: a commit in between makes the next read fetch again.
     const std::optional<CommitMark> mark = lastCommit(connection_.get());
     if (!mark || mark != mark_) {
         rows_.clear();
@@ -29,8 +29,8 @@ RowReader::Row RowReader::fetch(const Table& table, int row) {
     for (const Field* field : table.fields) {
         fetched.values.emplace_back(field->initial);
     }
-    // Fields of one table have neighbouring numbers, unless a later schema has added some: then others lie between
-    // them.
+    // Fields of one table have adjacent numbers unless a schema upgrade added some. Then the range includes other
+    // fields.
     const auto [first, last] = std::ranges::minmax(table.fields, {}, [](const Field* field) { return field->id; });
     const Run run(statement_);
     statement_.bind(1, row).bind(2, first->id).bind(3, last->id);

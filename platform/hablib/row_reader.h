@@ -1,5 +1,5 @@
-// row_reader.h - reads values a row of a table at a time. Callers ask for one value after the other, mostly of the same
-// few rows; SQLite's file locks around each statement cost more than all the values of a row. One thread at a time.
+// row_reader.h - reads values one table row at a time. Callers read single values, mostly from the same few rows.
+// SQLite's file locks around each statement cost more than reading a whole row. One thread at a time.
 #pragma once
 
 #include <optional>
@@ -14,17 +14,17 @@ namespace hab {
 
 class RowReader {
  public:
-    // Throws SqliteError. Both must outlive the reader.
+    // `connection` and `schema` must outlive the reader. Throws SqliteError.
     RowReader(const Connection& connection, const Schema& schema);
 
-    // The value as of the last commit, the field's default when it was never written; nothing when what the store holds
-    // does not fit the field. Valid until the next read. Throws SqliteError.
+    // Returns the value as of the last commit, or the field's default when it was never written. `std::nullopt` when
+    // the stored value does not fit the field. Valid until the next read. Throws SqliteError.
     const std::optional<Value>& read(const Field& field, int row);
 
  private:
     struct Row {
         int number = -1;
-        std::vector<std::optional<Value>> values;  // by the fields' indices
+        std::vector<std::optional<Value>> values;  // by Field::index
     };
 
     Row fetch(const Table& table, int row);
@@ -32,7 +32,7 @@ class RowReader {
     const Connection& connection_;
     const Schema& schema_;
     Statement statement_;
-    // The row of each table that was read last. They stand while the mark does: no commit has come after them.
+    // Row cache: the last row read from each table, valid while mark_ is the store's last commit.
     std::unordered_map<const Table*, Row> rows_;
     std::optional<CommitMark> mark_;
 };

@@ -59,7 +59,7 @@ void Schema::readFields(Connection& connection) {
         const std::optional<Type> type = typeNamed(read.bytes(4));
         const std::optional<Value> initial = type ? valueFrom(*type, read.bytes(6)) : std::nullopt;
         if (table == tablesByName_.end() || !initial) {
-            throw SqliteError(SQLITE_CORRUPT, "its description of the fields makes no sense");
+            throw SqliteError(SQLITE_CORRUPT, "its field descriptions are invalid");
         }
         Table& owner = *table->second;
         const Field& field = fields_.emplace_back(Field{.id = read.number(0),

@@ -1,4 +1,4 @@
-// schema.h - what a store file says about its tables and fields. Built once per process and file, read-only afterwards,
+// schema.h - the tables and fields described in a store file. Built once per process and file and read-only afterwards,
 // so any thread may use it. Names are compared byte for byte.
 #pragma once
 
@@ -23,31 +23,31 @@ struct Field {
     const Table* table;
     std::size_t index;  // in its table's fields
     std::string name;
-    std::string alias;  // a second spelling, or empty
+    std::string alias;  // second spelling, or empty
     Type type;
     std::size_t longest;  // bytes of text without the NUL; 0 for other types
-    Value initial;        // what a value never written reads as
+    Value initial;        // default, read when no value was written
     std::string about;
 };
 
 struct Table {
     std::int64_t id;
     std::string name;
-    int rows;  // rows count from 0
+    int rows;  // count; rows are numbered from 0
     std::string about;
-    std::vector<const Field*> fields;                                 // in the schema's order
+    std::vector<const Field*> fields;                                 // in schema order
     std::unordered_map<std::string_view, const Field*> fieldsByName;  // aliases included
 
     const Field* field(std::string_view wanted) const;
 };
 
-// The value of `field` as it stands in a column of the current row; none when the cell does not hold what the field
-// admits, as in a damaged file.
+// Returns the value of `field` in a column of the current row, or `std::nullopt` when the cell does not fit the field,
+// as in a damaged file.
 std::optional<Value> valueIn(const Statement& row, int column, const Field& field);
 
 class Schema {
  public:
-    // Reads it from a store file. Throws SqliteError.
+    // Reads the schema from a store file. Throws SqliteError.
     explicit Schema(Connection& connection);
     Schema(const Schema&) = delete;
     Schema& operator=(const Schema&) = delete;
@@ -60,7 +60,7 @@ class Schema {
     void readTables(Connection& connection);
     void readFields(Connection& connection);
 
-    // Deques keep their elements in place, so that the maps and the fields may point at them.
+    // Deques keep element addresses stable for the maps and fields that point to them.
     std::deque<Table> tables_;
     std::deque<Field> fields_;
     std::unordered_map<std::string_view, Table*> tablesByName_;

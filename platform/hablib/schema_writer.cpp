@@ -15,7 +15,7 @@ namespace hab {
 
 namespace {
 
-// A field's number outlives schema changes and is never given twice: running programs know fields by it.
+// A field's number survives schema changes and is never reused: running programs identify fields by it.
 constexpr const char* kLayout =
     "CREATE TABLE hab_table(id INTEGER PRIMARY KEY AUTOINCREMENT, name TEXT NOT NULL UNIQUE, rows INTEGER NOT NULL,"
     " about TEXT NOT NULL, place INTEGER NOT NULL);"
@@ -24,7 +24,7 @@ constexpr const char* kLayout =
     " place INTEGER NOT NULL, UNIQUE(table_id, name));"
     "CREATE TABLE hab_journal(seq INTEGER PRIMARY KEY, field INTEGER NOT NULL, row INTEGER NOT NULL);";
 
-// By row first, because a row's values are read together.
+// Ordered by row first, because a row's values are read together.
 constexpr const char* kValues =
     "CREATE TABLE hab_value(field INTEGER NOT NULL, row INTEGER NOT NULL, value NOT NULL, seq INTEGER NOT NULL,"
     " PRIMARY KEY(row, field)) WITHOUT ROWID";
@@ -47,7 +47,7 @@ std::int64_t number(const cJSON* object, const char* member) {
     return cJSON_IsNumber(item) ? static_cast<std::int64_t>(item->valuedouble) : 0;
 }
 
-// A field's default in the form that valueFrom reads.
+// Returns a field's default in the format that valueFrom reads.
 std::string initialText(const cJSON* field) {
     const cJSON* item = cJSON_GetObjectItemCaseSensitive(field, "default");
     if (cJSON_IsBool(item)) {
@@ -110,7 +110,7 @@ void writeSchema(Connection& connection) {
     if (!cJSON_IsObject(tables)) {
         misread("its top");
     }
-    // What keeps this place is not in the schema any more.
+    // Tables and fields that keep this place are no longer in the schema.
     connection.run("UPDATE hab_table SET place = -1; UPDATE hab_field SET place = -1");
     Statement write(connection,
                     "INSERT INTO hab_field(table_id, name, alias, type, longest, initial, about, place)"

@@ -1,4 +1,4 @@
-// schema_writer.h - the library's own schema, and how it gets into a store file.
+// schema_writer.h - the library's built-in schema, and writing it into a store file.
 #pragma once
 
 #include <cstdint>
@@ -7,23 +7,23 @@
 
 namespace hab {
 
-// The schema file as it was when the library was built, and a number that tells its versions apart.
+// The schema file as of the build, and a number that identifies its version.
 extern const char kSchemaText[];
 extern const std::uint32_t kSchemaId;
 
-// Makes the tables of an empty file. Throws SqliteError.
+// Creates the tables of an empty file. Throws SqliteError.
 void writeLayout(Connection& connection);
 
-// Orders the values of a store that was made when they were kept by field first, inside the caller's transaction; its
-// reads would be slow. Throws SqliteError.
+// Reorders the values of an older store, which are stored by field first and would be slow to read. Runs in the
+// caller's transaction. Throws SqliteError.
 void orderValues(Connection& connection);
 
-// Writes the schema into the file, inside the caller's transaction. Tables and fields that are there keep their
-// numbers, and with them their values. Throws SqliteError.
+// Writes the schema into the file, in the caller's transaction. Existing tables and fields keep their numbers and
+// thereby their values. Throws SqliteError.
 void writeSchema(Connection& connection);
 
-// Removes the values whose field is gone or does not admit them any more, inside the caller's transaction. Returns
-// their number. Throws SqliteError.
+// Removes values whose field no longer exists or no longer accepts them, in the caller's transaction. Returns how many
+// were removed. Throws SqliteError.
 std::int64_t dropMisfits(Connection& connection);
 
 }  // namespace hab

@@ -12,8 +12,8 @@ namespace hab {
 
 namespace {
 
-// A session that is further behind than this gets one notice for each value written since. The journal is cut now and
-// then, not at each write; then all sessions are woken, so that none is behind for the changes of others' tables.
+// A session further behind than kJournalLength receives one notice per value written since. The journal is trimmed
+// every kJournalCut changes. A trim wakes all sessions, so changes to unrelated tables do not put a session behind.
 constexpr std::int64_t kJournalLength = 100'000;
 constexpr std::int64_t kJournalCut = 500;
 
@@ -42,7 +42,7 @@ struct Sessions {
 };
 
 Sessions& sessions() {
-    static auto* all = std::make_unique<Sessions>().release();  // other threads may use it at exit
+    static auto* all = std::make_unique<Sessions>().release();  // never destroyed: other threads may use it at exit
     return *all;
 }
 
@@ -136,7 +136,7 @@ int Session::write(std::span<const Change> changes) {
 
 int Session::commit(std::span<const Change> changes) {
     Transaction transaction(*connection_);
-    // Looked at under the write lock, so that the wait for it leaves no gap.
+    // Checked under the write lock, so a replacement during the wait for the lock is detected.
     if (store_->lost(*connection_)) {
         return HAB_ERROR;
     }
@@ -147,11 +147,11 @@ int Session::commit(std::span<const Change> changes) {
             tables.insert(kBellForAll);
         }
     }
-    // They ring when they are closed at the end of this function, or by the kernel if we are killed before.
+    // The bells ring when they are closed at the end of this function, or by the kernel if the process is killed first.
     std::vector<FileDescriptor> bells;
     for (const std::int64_t table : tables) {
         if (!bells.emplace_back(holdBell(store_->path(), table))) {
-            store_->failed("its bell file cannot be opened, so nobody would notice a write; nothing was written");
+            store_->failed("its bell file cannot be opened, so no session would notice a write; nothing was written");
             return HAB_ERROR;
         }
     }
@@ -224,7 +224,7 @@ void Session::close() {
 hab_session* registerSession(std::shared_ptr<Session> session) {
     Sessions& all = sessions();
     const std::unique_lock lock(all.mutex);
-    // Sixteen apart, so that a handle is never near another and never null.
+    // In steps of 16, so a slightly wrong handle never matches another one. Never null.
     auto* const handle = std::bit_cast<hab_session*>(all.last += 16);
     all.open.emplace(handle, std::move(session));
     return handle;

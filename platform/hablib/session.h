@@ -1,5 +1,5 @@
-// session.h - one open session: typed values in and out of the store, and the table of sessions behind the handles.
-// Any thread may call.
+// session.h - one open session with typed reads and writes, and the table that maps handles to sessions. Any thread may
+// call.
 #pragma once
 
 #include <condition_variable>
@@ -16,7 +16,7 @@
 
 namespace hab {
 
-// Lets one thread at a time through, and gives up at a deadline.
+// A lock with a deadline.
 class Gate {
  public:
     bool enter(Clock::time_point deadline);
@@ -34,7 +34,7 @@ struct Change {
     Value value;
 };
 
-// All operations answer a HAB_ status; they wait at most kPatience for other threads and processes together.
+// All operations return a HAB_ status. Each waits at most kPatience in total for other threads and processes.
 class Session {
  public:
     Session(std::shared_ptr<Store> store, std::unique_ptr<Connection> connection);
@@ -44,50 +44,50 @@ class Session {
 
     const Schema& schema() const { return store_->schema(); }
 
-    // The field of that name, when the table has the row. Null otherwise.
+    // Returns the named field when the table has that row, else null.
     const Field* field(std::string_view table, int row, std::string_view name) const;
 
-    // Gives the value, or the field's default when it was never written.
+    // Reads the value, or the field's default when it was never written.
     int read(const Field& field, int row, Value& value);
-    // Writes all changes, whose values their fields admit, or none. Each sends its notice.
+    // Writes all changes or none. The values must fit their fields. Each change sends a notice.
     int write(std::span<const Change> changes);
-    // Gives every value that was ever written, by table, row and field.
+    // Appends every written value, ordered by table, row and field.
     int readAll(std::vector<Change>& values);
 
     int subscribe(const Table& table);
     int setHandler(hab_notice_handler handler, void* context);
-    // HAB_ERROR once the store's file is not what the path names.
+    // Returns HAB_ERROR when the path no longer leads to the session's store file.
     int check();
-    // Ends the notices. Operations that other threads have begun run to their end.
+    // Stops the notices. Operations already running on other threads complete.
     void close();
 
  private:
-    // Runs an operation on the connection when no other thread does; what it throws becomes a status.
+    // Runs an operation with exclusive use of the connection. Exceptions become a status.
     template <class Operation>
     int exclusively(Operation operation);
-    // The same, once the store's file was seen in its place.
+    // As exclusively(), after a check that the store file is still in place.
     template <class Operation>
     int whileThere(Operation operation);
     int commit(std::span<const Change> changes);
-    // True when the journal was cut.
+    // Returns true when the journal was trimmed.
     bool record(const Change& change);
     std::shared_ptr<Delivery> delivery();
 
     const std::shared_ptr<Store> store_;
     const std::unique_ptr<Connection> connection_;
-    Gate gate_;  // around the connection and its statements
+    Gate gate_;  // guards the connection and its statements
     RowReader reader_;
     Statement writeJournal_;
     Statement writeValue_;
 
     std::mutex deliveryMutex_;
-    std::shared_ptr<Delivery> delivery_;  // started when it is first needed
+    std::shared_ptr<Delivery> delivery_;  // created on first use
 };
 
-// Handles are names, not addresses: one that was destroyed is known as such and never used again.
+// Handles are identifiers, not addresses. A destroyed handle is recognised and never reused.
 hab_session* registerSession(std::shared_ptr<Session> session);
 std::shared_ptr<Session> findSession(const hab_session* handle);
-// Null when there is no such session (any more).
+// Removes the session. Returns null when there is none with this handle.
 std::shared_ptr<Session> takeSession(const hab_session* handle);
 
 }  // namespace hab

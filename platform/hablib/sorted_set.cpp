@@ -9,7 +9,7 @@ struct sorted_set {
     sortedSet_compare compare;
     std::vector<void*> entries;
 
-    // Where `probe` stands, or would stand.
+    // Returns the position of `probe`, or where it would be inserted.
     std::vector<void*>::const_iterator place(const void* probe) const {
         return std::lower_bound(entries.begin(), entries.end(), probe,
                                 [this](const void* entry, const void* wanted) { return compare(entry, wanted) < 0; });

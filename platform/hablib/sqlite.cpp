@@ -9,10 +9,10 @@ namespace hab {
 
 namespace {
 
-// Pages of recent commits (4 KiB each) that are worth one copy into the main file.
+// Length of the WAL, in pages of 4 KiB, that triggers a checkpoint.
 constexpr int kTidyPages = 1000;
 
-// A lock is held for some ten microseconds at a time: look again soon at first, more seldom later.
+// Locks are held for about ten microseconds. Retry soon at first, then less often.
 constexpr std::chrono::microseconds kFirstPause{50};
 constexpr std::chrono::microseconds kLongestPause{10'000};
 
@@ -45,7 +45,7 @@ Connection::Connection(const std::string& path) : deadline_(Clock::now() + kPati
     db_.reset(db);
     check(db, code);
     sqlite3_busy_handler(db, onBusy, this);
-    // A killed process loses nothing; a power cut may lose the last instants, and flash is spared.
+    // A killed process loses nothing. A power failure may lose the last commits; in return, flash wear is lower.
     run("PRAGMA synchronous = NORMAL");
     sqlite3_wal_hook(db, onCommit, this);
 }

@@ -1,5 +1,5 @@
-// sqlite.h - owners of SQLite's connections and statements. A connection and its statements serve one thread at a time;
-// the caller provides the lock.
+// sqlite.h - RAII types for SQLite connections and statements. A connection and its statements may be used by one
+// thread at a time; the caller provides the lock.
 #pragma once
 
 #include <sqlite3.h>
@@ -17,10 +17,10 @@ namespace hab {
 
 using Clock = std::chrono::steady_clock;
 
-// An operation waits at most this long for other users of the store.
+// The longest time an operation waits for other users of the store.
 inline constexpr std::chrono::seconds kPatience{2};
 
-// An unexpected answer of SQLite; code() is its result code.
+// An unexpected SQLite result; code() is its result code.
 class SqliteError : public std::runtime_error {
  public:
     SqliteError(int code, const std::string& text) : std::runtime_error(text), code_(code) {}
@@ -30,7 +30,7 @@ class SqliteError : public std::runtime_error {
     int code_;
 };
 
-// The HAB_ status that a SQLite result code means: done, busy or failed.
+// Maps a SQLite result code to HAB_OK, HAB_TIMEOUT or HAB_ERROR.
 int statusOf(int code);
 
 class Statement;
@@ -43,23 +43,22 @@ class Connection {
     Connection& operator=(const Connection&) = delete;
     ~Connection();
 
-    // Until when statements wait for locks that others hold; kPatience from now at first.
+    // Sets the deadline of lock waits. The initial deadline is kPatience after opening.
     void waitUntil(Clock::time_point deadline) { deadline_ = deadline; }
 
-    // Runs statements that answer nothing. Throws SqliteError.
+    // Runs statements that return no rows. Throws SqliteError.
     void run(const char* sql);
-    // The first column of the first row. Throws SqliteError, also when there is no row.
+    // Returns the first column of the first row. Throws SqliteError, also when there is no row.
     std::int64_t number(const char* sql);
 
-    // True when the path no longer leads to the file that is open here.
+    // True when the path no longer leads to the open file.
     bool moved() const;
     bool readOnly() const { return sqlite3_db_readonly(db_.get(), "main") != 0; }
-    // The file's absolute path, links resolved.
+    // The file's absolute path, symbolic links resolved.
     std::string path() const { return sqlite3_db_filename(db_.get(), "main"); }
     std::int64_t lastRowid() const { return sqlite3_last_insert_rowid(db_.get()); }
 
-    // Copies the log of recent commits into the main file when it has grown long. Commits leave that to their caller,
-    // so that nobody waits for it who need not.
+    // Checkpoints the WAL when it has grown long. Commits do not checkpoint, so a writer never waits for one.
     void tidy();
 
     sqlite3* get() const { return db_.get(); }
@@ -74,7 +73,7 @@ class Connection {
         void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
     };
     std::unique_ptr<sqlite3, Close> db_;
-    std::unique_ptr<Statement> begin_;  // these two are prepared for the first transaction
+    std::unique_ptr<Statement> begin_;  // both prepared for the first transaction
     std::unique_ptr<Statement> commit_;
     Clock::time_point deadline_;
     int logPages_ = 0;
@@ -85,21 +84,21 @@ class Statement {
     // Throws SqliteError.
     Statement(const Connection& connection, std::string_view sql);
 
-    // Parameters count from 1. Bound bytes must stay until the run ends.
+    // Parameters are numbered from 1. Bound bytes must stay valid until the run ends.
     Statement& bind(int place, std::int64_t number);
     Statement& bindText(int place, std::string_view text);
     Statement& bindBytes(int place, std::string_view bytes);
 
-    // One row further: SQLITE_ROW, SQLITE_DONE or what went wrong.
+    // Advances one row. Returns SQLITE_ROW, SQLITE_DONE or an error code.
     int step() { return sqlite3_step(statement_.get()); }
-    // One row further; false at the end. Throws SqliteError.
+    // Advances one row. Returns false at the end. Throws SqliteError.
     bool next();
-    // Runs it from start to end. Throws SqliteError.
+    // Runs the statement to its end. Throws SqliteError.
     void finish();
-    // Ends the run and with it the read transaction; the bindings stay.
+    // Ends the run and its read transaction. The bindings stay.
     void reset() { sqlite3_reset(statement_.get()); }
 
-    // Columns count from 0; bytes are valid until the next step or reset.
+    // Columns are numbered from 0. Bytes are valid until the next step or reset.
     std::int64_t number(int column) const { return sqlite3_column_int64(statement_.get(), column); }
     std::string_view bytes(int column) const;
     bool isNumber(int column) const { return sqlite3_column_type(statement_.get(), column) == SQLITE_INTEGER; }
@@ -112,7 +111,7 @@ class Statement {
     std::unique_ptr<sqlite3_stmt, Finalize> statement_;
 };
 
-// Ends a statement's run when its scope is left.
+// Resets a statement at the end of the scope.
 class Run {
  public:
     explicit Run(Statement& statement) : statement_(statement) {}
@@ -124,10 +123,10 @@ class Run {
     Statement& statement_;
 };
 
-// A write transaction, undone unless it was committed.
+// A write transaction. Rolled back unless committed.
 class Transaction {
  public:
-    // Both throw SqliteError; the store stays as it was then.
+    // The constructor and commit() throw SqliteError and then leave the store unchanged.
     explicit Transaction(Connection& connection);
     void commit();
 

@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* kDefaultPath = "/var/lib/hab/hab.db";
 
-// What is wrong with the file itself, before SQLite sees it; empty when nothing is.
+// Returns the problem with the file itself, found before SQLite opens it. Empty when there is none.
 std::string troubleWith(const std::string& path) {
     struct stat file {};
     if (stat(path.c_str(), &file) != 0) {
@@ -27,7 +27,7 @@ std::string troubleWith(const std::string& path) {
     if (!S_ISREG(file.st_mode)) {
         return "not a regular file; name a store file with HAB_STORE";
     }
-    // Checked here because a privileged process could write it in spite of its mode.
+    // Checked here because a privileged process could write the file regardless of its mode.
     if ((file.st_mode & S_IWUSR) == 0) {
         return "read-only; make it writable for its owner";
     }
@@ -55,14 +55,15 @@ std::string explain(const SqliteError& error) {
     }
 }
 
-// Sessions come and go; what is known of a file lasts while one of them holds it open, so its number cannot be reused.
+// Sessions share the Store of a file. It lives while a session has the file open, so the inode number cannot be reused.
 struct KnownStores {
     std::mutex mutex;
     std::vector<std::weak_ptr<Store>> stores;
 };
 
 KnownStores& knownStores() {
-    static auto* known = std::make_unique<KnownStores>().release();  // other threads may use it at exit
+    // Never destroyed: other threads may use it at exit.
+    static auto* known = std::make_unique<KnownStores>().release();
     return *known;
 }
 
@@ -81,7 +82,7 @@ std::shared_ptr<Store> shareStore(Connection& connection, FileIdentity identity)
     return store;
 }
 
-// The file that the connection has open, or nothing when the path leads to another one.
+// Returns the identity of the connection's open file, or `std::nullopt` when the path leads to another file.
 std::optional<FileIdentity> identify(const Connection& connection) {
     struct stat file {};
     if (stat(connection.path().c_str(), &file) != 0 || connection.moved()) {
@@ -117,7 +118,7 @@ bool Store::lost(const Connection& connection) {
     if (!connection.moved()) {
         return false;
     }
-    // Said before anybody sees a failure that comes of it.
+    // Reported before any caller sees a resulting failure.
     std::call_once(lossSaid_, [this] {
         complain(path_,
                  "replaced or deleted while in use; nothing is read or written any more, restart to use the new one");
@@ -152,7 +153,7 @@ std::unique_ptr<Connection> connectChecked(const std::string& path, bool anySche
             complain(path, "read-only; its owner must be able to write the file and its folder");
             return nullptr;
         }
-        connection->run("PRAGMA journal_mode = WAL");  // a copy may have another
+        connection->run("PRAGMA journal_mode = WAL");  // a copied file may have another mode
         return connection;
     } catch (const SqliteError& error) {
         complain(path, explain(error));
@@ -173,7 +174,7 @@ OpenedStore openStore(const std::string& path) {
         }
         std::shared_ptr<Store> store = shareStore(*connection, *identity);
         if (store->lost(*connection)) {
-            return {};  // replaced before its watch stood
+            return {};  // replaced before its watch was set
         }
         return {std::move(store), std::move(connection)};
     } catch (const SqliteError& error) {

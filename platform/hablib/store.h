@@ -1,5 +1,4 @@
-// store.h - one store file as this process sees it: where it is, what it describes, whether it is still there. Any
-// thread.
+// store.h - one store file as used by this process: its path, its schema, and whether it is still in place. Any thread.
 #pragma once
 
 #include <sys/types.h>
@@ -16,16 +15,16 @@
 
 namespace hab {
 
-// Marks our files for SQLite ("HAB1"): the letters, and the layout of the tables.
+// SQLite application ID of store files, "HAB1": the letters and the version of the table layout.
 inline constexpr std::int64_t kApplicationId = 0x48414231;
 
-// What HAB_STORE names, or where the store is without it.
+// Returns the path in HAB_STORE, or the default path.
 std::string storePath();
 
-// One line on standard error: "hablib: PATH: TEXT".
+// Prints one line on standard error: "hablib: PATH: TEXT".
 void complain(const std::string& path, std::string_view text);
 
-// Which file a path leads to: a replaced file is another one.
+// Identifies the file behind a path. A replaced file has a different identity.
 struct FileIdentity {
     dev_t device = 0;
     ino_t file = 0;
@@ -41,15 +40,15 @@ class Store {
     FileIdentity identity() const { return identity_; }
     const Schema& schema() const { return schema_; }
 
-    // Another connection to the same file; null when the path leads elsewhere by now (the store is lost then). Throws
-    // SqliteError.
+    // Opens another connection to the same file. Returns null when the path leads elsewhere; the store is then lost.
+    // Throws SqliteError.
     std::unique_ptr<Connection> connect();
 
-    // Looks whether `connection` still has the file that the path names. Once it has not, the store stays lost, and the
-    // first to see it says so on standard error.
+    // Returns true when the path no longer leads to the file of `connection`. The store then stays lost. The first
+    // detection is reported on standard error.
     bool lost(const Connection& connection);
-    // The same for reads, at a fraction of the price and up to a millisecond late: looks closer only after something
-    // happened to the file or its folder. What happens further up the path is seen by the next write.
+    // As lost(), for reads: much cheaper, and up to a millisecond late. It runs the full check only after an event on
+    // the file or its folder. Changes further up the path are detected by the next write.
     bool lostLately(const Connection& connection) { return lost_ || (watch_.touched() && lost(connection)); }
     // Reports a failure of the store itself on standard error, once per process and file.
     void failed(std::string_view what);
@@ -69,12 +68,12 @@ struct OpenedStore {
     std::unique_ptr<Connection> connection;
 };
 
-// Opens the store at `path`; sessions of one process share what is known of a file. When it cannot be used, says why on
-// standard error and returns nulls.
+// Opens the store at `path`. Sessions of one process share the Store of a file. On failure, reports the cause on
+// standard error and returns null pointers.
 OpenedStore openStore(const std::string& path);
 
-// The checks that openStore makes before it trusts a file; each failure is said on standard error. Null when one
-// failed. `anySchema` admits a file of another schema version.
+// Opens the file and runs openStore's checks. Reports a failed check on standard error and returns null. `anySchema`
+// accepts a file with a different schema version.
 std::unique_ptr<Connection> connectChecked(const std::string& path, bool anySchema);
 
 }  // namespace hab

@@ -33,8 +33,8 @@ void fillStore(const std::string& path) {
     transaction.commit();
 }
 
-// Gives up an old store. Its main file goes first: whoever has it open sees that at once, and does not touch what will
-// have its name.
+// Removes an old store, main file first. Processes that have it open detect that at once and do not touch the new files
+// of the same name.
 void removeStore(const std::string& path) {
     for (const char* part : {"", "-wal", "-shm"}) {
         if (unlink((path + part).c_str()) != 0 && errno != ENOENT) {
@@ -47,7 +47,7 @@ void publish(const std::string& draft, const std::string& path, bool replace) {
     if (replace) {
         removeStore(path);
     }
-    // Unlike a renaming, this fails when somebody else has put a store there meanwhile.
+    // Unlike rename, link fails when another process has created a store there in the meantime.
     if (link(draft.c_str(), path.c_str()) == 0) {
         return;
     }
@@ -69,7 +69,7 @@ int makeStore(const std::string& path, bool replace) {
         if (!draft) {
             fail("cannot make a file there");
         }
-        draft.close();  // closed later, it would take the locks of whoever in this process has opened the store by then
+        draft.close();  // closing it after publication would drop this process's locks on the store
         fillStore(draft.name());
         publish(draft.name(), path, replace);
         return HAB_OK;

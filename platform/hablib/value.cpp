@@ -32,7 +32,7 @@ Range rangeOf(Type type) {
     }
 }
 
-// The whole of `text` as digits of the given base, without a sign.
+// Parses all of `text` as digits of the given base, without a sign.
 std::optional<std::int64_t> digits(std::string_view text, int base) {
     std::int64_t number = 0;
     const char* end = text.data() + text.size();

@@ -1,8 +1,9 @@
-/* habhost.h - what the host's store can do beyond hablib.h: make store files, describe fields, and move values of any
- * type as text. For tools and tests on a PC; a router's library does not have it, so the agent does not use it.
+/* habhost.h - host extensions to hablib.h: create store files, describe fields, and read and write values of any type
+ * as text. For tools and tests on a PC. A router's library does not have these functions, so the agent does not use
+ * them.
  *
- * The conventions of hablib.h hold. Texts of values: true or false; decimal numbers; a.b.c.d; AA:BB:CC:DD:EE:FF (either
- * case when written); the text itself for ascii, string and enum. A text that is not of the field's type is
+ * The conventions of hablib.h apply. Values as text: true or false; decimal numbers; a.b.c.d; AA:BB:CC:DD:EE:FF (either
+ * case when written); the text itself for ascii, string and enum. A text that does not match the field's type returns
  * HAB_INVALID. Visitors run on the calling thread and may use the session. */
 #ifndef HABHOST_H
 #define HABHOST_H
@@ -13,37 +14,38 @@
 extern "C" {
 #endif
 
-/* Bytes that hold any value as text, with the NUL. */
+/* Buffer size for any value as text, including the NUL. */
 #define HAB_HOST_TEXT_SIZE 4096
 
-/* The store file that hab_init opens: what HAB_STORE names, or /var/lib/hab/hab.db. Copied like a read of text. */
+/* Reads the path that hab_init opens: the value of HAB_STORE, or /var/lib/hab/hab.db. Fails like a read of text. */
 int hab_host_store_path(char* buffer, size_t length);
 
-/* Makes a store at `path` (mode 0600) with every value at its default, and the folder it is in when only that is
- * missing. A file that is there already is an error, unless `replace` is set: it is then given up with all its values,
- * and sessions that have it open fail from then on. Says what is wrong on standard error. */
+/* Creates a store at `path` (mode 0600) with every value at its default. Creates the last folder of the path when it is
+ * missing. An existing file is an error unless `replace` is set: the file and its values are then removed, and sessions
+ * that have it open fail from then on. Prints the cause of a failure on standard error. */
 int hab_host_create(const char* path, bool replace);
 
-/* Brings the store at `path` to this library's schema, also while it is in use. Values are kept; those whose field is
- * gone or does not admit them any more are dropped, and their number said on standard error, as is what is wrong. */
+/* Upgrades the store at `path` to this library's schema, also while it is in use. Keeps all values except those whose
+ * field no longer exists or no longer accepts them. Prints the number of dropped values, and the cause of a failure, on
+ * standard error. */
 int hab_host_upgrade(const char* path);
 
-/* A number that differs between versions of the schema. */
+/* Returns a number that identifies the schema's version. */
 uint32_t hab_host_schema_id(void);
 
 typedef struct hab_host_field {
     const char* table;
-    int rows; /* rows count from 0 */
+    int rows; /* count; rows are numbered from 0 */
     const char* table_about;
     const char* name;
-    const char* alias;   /* a second spelling, or "" */
+    const char* alias;   /* second spelling, or "" */
     const char* type;    /* ascii, string, enum, bool, int, uint, ipv4, mac */
     size_t longest;      /* bytes of text without the NUL; 0 for other types */
     const char* initial; /* the default, as text */
     const char* about;
 } hab_host_field;
 
-/* Visits every field in the schema's order. What it points at is valid during the visit. */
+/* Visits every field in schema order. The description and its texts are valid during the visit. */
 int hab_host_describe(hab_session* session, void (*visit)(const hab_host_field* field, void* context), void* context);
 
 int hab_host_get_text(hab_session* session, const char* table, int row, const char* field, char* buffer, size_t length);
@@ -56,15 +58,14 @@ typedef struct hab_host_value {
     const char* text;
 } hab_host_value;
 
-/* Writes all values in their order, or none. On a failure `failed` (may be null) gets the place of the value that was
- * refused, or `count` when the store failed as a whole. */
+/* Writes all values in their order, or none. On failure, `failed` (may be null) receives the index of the rejected
+ * value, or `count` when the store failed as a whole. */
 int hab_host_set_all(hab_session* session, const hab_host_value* values, size_t count, size_t* failed);
 
-/* Visits every value that differs from its default, as of one instant, by table, row and field in the schema's order.
- */
+/* Visits every value that differs from its default, in one snapshot, by table, row and field in schema order. */
 int hab_host_each_value(hab_session* session, void (*visit)(const hab_host_value* value, void* context), void* context);
 
-/* HAB_OK while the session's store file is in its place. */
+/* Returns HAB_OK while the path still leads to the session's store file. */
 int hab_host_check(hab_session* session);
 
 #ifdef __cplusplus

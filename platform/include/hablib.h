@@ -2,14 +2,14 @@
  *
  * Conventions:
  *  1. A value is addressed by table, row (0 for single-row tables) and field. Names are exact and case-sensitive.
- *  2. Every operation returns a status below unless said otherwise. Nothing is written when a write fails.
- *  3. Texts are NUL-terminated. A buffer length counts the NUL. A read that fails leaves an empty text in the buffer
- * and any other kind of result untouched.
- *  4. A session handle may be used from any thread, by several at once, also inside a notice handler. A handle that was
- *     destroyed answers HAB_SHUTDOWN; a null one HAB_INVALID.
- *  5. A read of a value never written gives the field's default.
+ *  2. Unless stated otherwise, an operation returns a status below. A failed write changes nothing.
+ *  3. Texts are NUL-terminated. Buffer lengths include the NUL. A failed read leaves an empty text in the buffer
+ *     and any other result unchanged.
+ *  4. A session handle may be used by several threads at once, and inside a notice handler. A destroyed handle
+ *     returns HAB_SHUTDOWN, a null handle HAB_INVALID.
+ *  5. Reading a value that was never written returns the field's default.
  *  6. An operation waits at most two seconds for other users of the store (HAB_TIMEOUT).
- *  7. Sessions do not pass a fork(): a child process must exec before it uses the store. */
+ *  7. Sessions are not usable after fork(): a child process must exec before it uses the store. */
 #ifndef HABLIB_H
 #define HABLIB_H
 
@@ -21,7 +21,7 @@
 extern "C" {
 #endif
 
-/* Statuses, with what causes each. */
+/* Statuses and their causes. */
 #define HAB_OK 0          /* done */
 #define HAB_TIMEOUT 1     /* the store stayed busy */
 #define HAB_SHUTDOWN 2    /* the session was destroyed */
@@ -33,16 +33,16 @@ extern "C" {
 #define HAB_ERROR 8       /* the store failed, or its file was replaced or deleted */
 #define HAB_UNKNOWN 9
 
-typedef struct hab_session hab_session; /* opaque; owned by whoever called hab_init */
+typedef struct hab_session hab_session; /* opaque; owned by the caller of hab_init */
 
-/* Opens a session, in well under a millisecond. Returns null when the store cannot be opened for reading and writing
- * and then says why, in one line, on standard error. */
+/* Opens a session, in well under a millisecond. When the store cannot be opened for reading and writing, prints the
+ * cause in one line on standard error and returns null. */
 hab_session* hab_init(void);
 
-/* Closes a session. Does not wait for a notice handler that is running; none starts afterwards. Null is ignored. */
+/* Closes a session. Does not wait for a running notice handler; none starts afterwards. Null is ignored. */
 void hab_destroy(hab_session* session);
 
-/* The library's text for a status: a constant, never null. */
+/* Returns the library's text for a status: a constant, never null. */
 const char* hab_error_string(int status);
 
 /* Typed reads. */
@@ -55,8 +55,9 @@ int hab_get_uint(hab_session* session, const char* table, int row, const char* f
 int hab_get_ipv4(hab_session* session, const char* table, int row, const char* field, uint8_t address[4]);
 int hab_get_mac(hab_session* session, const char* table, int row, const char* field, uint8_t mac[6]);
 
-/* Typed writes. Each is committed when it returns HAB_OK, survives the death of any process, and sends a change notice,
- * also when it wrote the value already held. Ascii and enum values hold bytes 1 to 127, a string any byte but NUL. */
+/* Typed writes. A write that returns HAB_OK is committed and survives the death of any process. Each write sends a
+ * change notice, also when the value is unchanged. Ascii and enum values contain bytes 1 to 127, a string any byte but
+ * NUL. */
 int hab_set_ascii(hab_session* session, const char* table, int row, const char* field, const char* text);
 int hab_set_string(hab_session* session, const char* table, int row, const char* field, const char* text);
 int hab_set_enum(hab_session* session, const char* table, int row, const char* field, const char* text);
@@ -65,36 +66,37 @@ int hab_set_int(hab_session* session, const char* table, int row, const char* fi
 int hab_set_uint(hab_session* session, const char* table, int row, const char* field, uint32_t value);
 int hab_set_mac(hab_session* session, const char* table, int row, const char* field, const uint8_t mac[6]);
 
-/* Parses six two-digit hexadecimal groups joined by colons. Returns 0, or HAB_INVALID (then `mac` is untouched). */
+/* Parses six two-digit hexadecimal groups joined by colons. Returns 0, or HAB_INVALID and leaves `mac`
+ * unchanged. */
 int hab_string2mac(const char* text, uint8_t mac[6]);
 
 /* Receives change notices: the table, the row and the field's own name (never an alias), valid during the call, and the
- * context given to hab_subscribe_cb. Runs on the session's one delivery thread, in commit order; it may read, write,
- * subscribe, destroy its session and block as long as it likes. */
+ * context passed to hab_subscribe_cb. Runs on the session's delivery thread, in commit order. It may read, write,
+ * subscribe, destroy its session, and block for any time. */
 typedef void (*hab_notice_handler)(const char* table, int row, const char* field, void* context);
 
-/* Asks for change notices on every field of `table`, from now on, this session's own writes included. `whole_table`
- * must be 1. Asking twice is harmless. */
+/* Subscribes to later changes of every field of `table`, including this session's own writes. `whole_table` must be 1.
+ * Repeated calls have no effect. */
 int hab_subscribe(hab_session* session, const char* table, int whole_table);
 
-/* Installs the one handler that receives every notice of the session, replacing an earlier one. Notices that come while
- * there is no handler are dropped. */
+/* Installs the handler for all notices of the session and replaces an earlier one. Notices that arrive without a
+ * handler are dropped. */
 int hab_subscribe_cb(hab_session* session, hab_notice_handler handler, void* context);
 
-/* A set of caller-owned entries in the order of `compare` (as for strcmp). Not locked. */
+/* A set of caller-owned entries, ordered by `compare` (as strcmp). Not thread-safe. */
 typedef struct sorted_set sortedSet;
 typedef int (*sortedSet_compare)(const void* left, const void* right);
 
-/* Makes an empty set with room for `capacity` entries; it grows beyond. Returns null when out of memory. */
+/* Creates an empty set with room for `capacity` entries; it grows when needed. Returns null when out of memory or
+ * `compare` is null. */
 sortedSet* sortedSet_init(size_t capacity, sortedSet_compare compare);
-/* Adds `entry`. Returns 0, or 1 when an equal entry is there already (nothing changes) or memory ran out. */
+/* Adds `entry`. Returns 0. Returns 1 and changes nothing when an equal entry exists or memory runs out. */
 int sortedSet_add(sortedSet* set, void* entry);
-/* The stored entry that compares equal to `probe`, or null. */
+/* Returns the entry that compares equal to `probe`, or null. */
 void* sortedSet_find(const sortedSet* set, const void* probe);
-/* The smallest entry, or null when the set is empty. */
+/* Returns the smallest entry, or null when the set is empty. */
 void* sortedSet_first(const sortedSet* set);
-/* Takes the entry that compares equal to `entry` out of the set (it is not freed). Returns 0, or 1 when there is none.
- */
+/* Removes the entry that compares equal to `entry`; it is not freed. Returns 0, or 1 when there is none. */
 int sortedSet_rem(sortedSet* set, const void* entry);
 size_t sortedSet_len(const sortedSet* set);
 /* Frees the set, not its entries. */

@@ -1,4 +1,4 @@
-// dro_json.h - JSON trees and texts that release themselves. Names in messages are compared with their case.
+// dro_json.h - owning pointers for JSON trees and texts. Member names are case-sensitive.
 #pragma once
 
 #include <cJSON.h>
@@ -17,12 +17,12 @@ struct JsonTextFree {
 };
 using JsonText = std::unique_ptr<char, JsonTextFree>;
 
-// The member `name` of `object`, or null; also null when `object` is null or no object.
+// Returns the member `name` of `object`, or null. Also null when `object` is null or not an object.
 inline const cJSON* json_member(const cJSON* object, const char* name) {
     return cJSON_GetObjectItemCaseSensitive(object, name);
 }
 
-// The member's text, or null when it is missing or no string. Valid as long as the tree.
+// Returns the member's text, or null when it is missing or not a string. Valid as long as the tree.
 inline const char* json_text(const cJSON* object, const char* name) {
     return cJSON_GetStringValue(json_member(object, name));
 }

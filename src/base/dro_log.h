@@ -1,4 +1,4 @@
-// dro_log.h - one log line, from any thread, with the place it comes from.
+// dro_log.h - log macros that record the source location. Any thread.
 #pragma once
 
 #include <habdynlog.h>
@@ -6,11 +6,11 @@
 namespace dro {
 
 // Levels of the router's log library.
-inline constexpr int kTrace = 1;   // progress in detail
+inline constexpr int kTrace = 1;   // detailed progress
 inline constexpr int kNotice = 2;  // notable events
 inline constexpr int kError = 4;
 
-// Where a line is logged for a caller: a default argument `Where where = DRO_HERE` names the caller's own place.
+// A caller's source location. A default argument `Where where = DRO_HERE` captures it.
 struct Where {
     const char* file;
     int line;

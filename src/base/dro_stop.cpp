@@ -12,16 +12,16 @@
 namespace dro {
 namespace {
 
-std::atomic<int> g_signalWatch{-1};  // never read from: a pending SIGUSR1 stays for its handler
+std::atomic<int> g_signalWatch{-1};  // never read, so a pending SIGUSR1 remains for its handler
 
-// One descriptor for the life of the process; threads that outlive main may still poll it.
+// One descriptor for the life of the process: threads that outlive main may still poll it.
 int request_descriptor() {
     static const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     return descriptor;
 }
 
-// True when a stop was asked for within `timeout`. A pending signal that was seen once is a request from then on, or
-// the main thread could take it away between two looks of one thread.
+// Returns true when a stop is requested within `timeout`. A pending signal becomes a request as soon as it is seen,
+// because the main thread may consume the signal before a thread's next poll.
 bool stop_within(const timespec& timeout) {
     std::array<pollfd, 2> watched = stop_descriptors();
     if (ppoll(watched.data(), watched.size(), &timeout, nullptr) <= 0) {

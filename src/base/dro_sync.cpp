@@ -60,7 +60,7 @@ Waited MonitorSignal::wait_signalled(const Waiter& waiter, std::chrono::steady_c
     return result == ETIMEDOUT ? Waited::timedOut : Waited::failed;
 }
 
-// The outer mutex is let go and taken again around the wait, which the analysis cannot follow.
+// Releases and reacquires the outer mutex around the wait, which the analysis cannot follow.
 Waited MonitorSignal::wait_until(Mutex& held, std::chrono::steady_clock::time_point deadline,
                                  const char* uuid) DRO_NO_ANALYSIS {
     Waited outcome = Waited::failed;

@@ -1,4 +1,4 @@
-// dro_sync.h - locks and the one-shot signal of the monitors, checked by clang's thread-safety analysis. Any thread.
+// dro_sync.h - locks and the monitors' one-shot signal, checked by clang's thread-safety analysis. Any thread.
 #pragma once
 
 #include <pthread.h>
@@ -25,7 +25,7 @@
 
 namespace dro {
 
-// A value that lives as long as the process: threads that are still running at exit may use it, so nothing destroys it.
+// A value that is never destroyed, because threads still running at exit may use it.
 template <typename T>
 class Immortal {
  public:
@@ -45,14 +45,14 @@ class Immortal {
     alignas(T) unsigned char space_[sizeof(T)];
 };
 
-// A plain mutex whose lock and unlock tell their pthread result (0 or an error number).
+// A mutex whose lock and unlock return the pthread result (0 or an error number).
 class DRO_CAPABILITY("mutex") Mutex {
  public:
     Mutex() = default;
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    // True when the lock was taken; `result` is the pthread result.
+    // Returns true when the lock is acquired; `result` is the pthread result.
     bool lock(int& result) noexcept DRO_TRY_ACQUIRE(true) {
         result = pthread_mutex_lock(&mutex_);
         return result == 0;
@@ -64,7 +64,7 @@ class DRO_CAPABILITY("mutex") Mutex {
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
 };
 
-// Holds a mutex for a scope. Where a failure to lock has an outcome of its own, Mutex::lock is called instead.
+// Holds a mutex for a scope. Callers that handle a failed lock use Mutex::lock instead.
 class DRO_SCOPED_CAPABILITY MutexLock {
  public:
     explicit MutexLock(Mutex& mutex) DRO_ACQUIRE(mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_.native()); }
@@ -76,7 +76,7 @@ class DRO_SCOPED_CAPABILITY MutexLock {
     Mutex& mutex_;
 };
 
-// Releases, at the end of a scope, a mutex that Mutex::lock has taken.
+// Releases a mutex, acquired by Mutex::lock, at the end of a scope.
 class DRO_SCOPED_CAPABILITY AdoptedLock {
  public:
     explicit AdoptedLock(Mutex& mutex) DRO_REQUIRES(mutex) : mutex_(mutex) {}
@@ -88,7 +88,7 @@ class DRO_SCOPED_CAPABILITY AdoptedLock {
     Mutex& mutex_;
 };
 
-// A condition variable whose deadlines run on the monotonic clock.
+// A condition variable with deadlines on the monotonic clock.
 class Condition {
  public:
     Condition();
@@ -96,7 +96,7 @@ class Condition {
     Condition& operator=(const Condition&) = delete;
 
     int wait(Mutex& mutex) DRO_REQUIRES(mutex) { return pthread_cond_wait(&condition_, mutex.native()); }
-    // 0 (also when woken for nothing), ETIMEDOUT, or another error number.
+    // Returns 0 (also on a spurious wakeup), ETIMEDOUT, or another error number.
     int wait_until(Mutex& mutex, std::chrono::steady_clock::time_point deadline) DRO_REQUIRES(mutex);
     int notify_all() { return pthread_cond_broadcast(&condition_); }
 
@@ -116,23 +116,24 @@ enum class Waited {
 // signalling thread never waits for a lock that a monitor holds while it reports.
 class MonitorSignal {
  public:
-    // Waits with `held` released, as a condition variable does, until a signal, the deadline or the process's shutdown.
-    // `held` is held again on return. `uuid` is the order's transaction.
+    // Waits until a signal, the deadline or the process's shutdown. Releases `held` during the wait, as a condition
+    // variable does. `uuid` is the order's transaction.
     Waited wait_until(Mutex& held, std::chrono::steady_clock::time_point deadline, const char* uuid) DRO_REQUIRES(held);
 
-    // Wakes the wait that began first. Returns 0, or the error number of a failed hand-over (then none is woken).
+    // Wakes the longest-waiting monitor. Returns 0, or the error number of the failed notification (then none is
+    // woken).
     int signal();
 
-    // Wakes every wait for the transaction `uuid`. Returns as signal() does.
+    // Wakes every wait for the transaction `uuid`. Returns the same values as signal().
     int signal_order(const char* uuid);
 
-    // Ends every wait as stopped, now and later. Shutdown only.
+    // Ends all current and future waits as stopped. Shutdown only.
     void stop();
 
  private:
-    friend class MonitorSignalProbe;  // the tests'
+    friend class MonitorSignalProbe;  // for tests
 
-    // One wait, in a list of them by age. A signal belongs to the wait that it finds: a later one cannot take it.
+    // One wait, in a list ordered by age. A signal is assigned to a waiter, so a later wait cannot consume it.
     struct Waiter {
         const char* uuid;
         std::optional<Waited> woken{};
@@ -144,7 +145,7 @@ class MonitorSignal {
     int wake(Waiter& waiter, Waited with) DRO_REQUIRES(inner_);
     Waited wait_signalled(const Waiter& waiter, std::chrono::steady_clock::time_point deadline) DRO_REQUIRES(inner_);
 
-    Mutex inner_;  // held for a few instructions only
+    Mutex inner_;  // held only briefly
     Condition condition_;
     Waiter* oldest_ DRO_GUARDED_BY(inner_) = nullptr;
     bool stopped_ DRO_GUARDED_BY(inner_) = false;

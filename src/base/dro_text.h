@@ -1,4 +1,4 @@
-// dro_text.h - text of a fixed size. Each object belongs to one thread at a time.
+// dro_text.h - fixed-size text. Each object belongs to one thread at a time.
 #pragma once
 
 #include <algorithm>
@@ -10,8 +10,8 @@
 
 namespace dro {
 
-// Holds at most Capacity - 1 bytes and always a NUL behind them. Longer text is cut, silently: that is what the cloud
-// and the store are promised of every fixed field. Starts empty, all bytes zero.
+// Holds at most Capacity - 1 bytes and always a NUL. Longer text is silently truncated, as the cloud and the store
+// expect of every fixed-size field. Starts empty, all bytes zero.
 template <std::size_t Capacity>
 class FixedText {
     static_assert(Capacity > 0);
@@ -35,7 +35,7 @@ class FixedText {
 
     void clear() { bytes_.fill('\0'); }
 
-    // For C interfaces that fill a buffer of capacity() bytes, the NUL included.
+    // For C functions that fill a buffer of capacity() bytes, including the NUL.
     char* data() { return bytes_.data(); }
     const char* data() const { return bytes_.data(); }
     static constexpr std::size_t capacity() { return Capacity; }

@@ -41,7 +41,7 @@ int start_detached(Body body) {
     const int result = pthread_create(&thread, &attributes, run_body, owned.get());
     pthread_attr_destroy(&attributes);
     if (result == 0) {
-        static_cast<void>(owned.release());  // run_body owns it now
+        static_cast<void>(owned.release());  // now owned by run_body
     }
     return result;
 }

@@ -1,16 +1,16 @@
-// dro_threads.h - starting the agent's short-lived threads. Any thread may call.
+// dro_threads.h - starts the agent's short-lived threads. Any thread may call.
 #pragma once
 
 #include <functional>
 
 namespace dro {
 
-// Starts `body` on a detached thread of its own. Returns 0, or the error number when no thread could be made (then
-// `body` does not run). An exception that leaves `body` ends that thread with a log line, nothing else.
+// Starts `body` on a detached thread. Returns 0, or the error number when the thread cannot be created (then `body`
+// does not run). An exception from `body` is logged and ends only that thread.
 int start_detached(std::function<void()> body);
 
-// Ends the process at once with `status`: output is flushed, but no destructor runs, since other threads are still
-// using what it would destroy.
+// Flushes the output and exits immediately with `status`. No destructor runs, because other threads still use the
+// objects.
 [[noreturn]] void end_process(int status);
 
 }  // namespace dro

@@ -20,15 +20,15 @@ constexpr Field kDeviceUuid{"CircleCfg", "cuuid"};
 
 using AckText = FixedText<256>;
 
-// An outcome that is being reported.
+// An outcome to report.
 struct Outcome {
     int result;
     const char* transUuid;
     const char* message;
-    FixedText<16> agentAnswer;  // activationStatusDROA as the report began
+    FixedText<16> agentAnswer;  // activationStatusDROA when the report began
 };
 
-// Posts the device UUID of an activated service. Returns 1 when no attempt got an answer.
+// Posts the device UUID of an activated service. Returns 1 when no attempt was answered.
 int report_activated(const Outcome& outcome, const RequestToken& request) {
     LOG_TRACE("Case match for Activation\n");
     const auto deviceUuid = read_ascii<128>(kDeviceUuid);
@@ -47,7 +47,7 @@ int report_activated(const Outcome& outcome, const RequestToken& request) {
     const bool answered = post_attempts(
         {url.c_str(), body.c_str()},
         [&](int attempt, const std::optional<std::string>& answer) {
-            if (!answer) {  // a length without a text counts as no response
+            if (!answer) {  // received, but out of memory: counts as no response
                 silence(attempt, 0);
                 return false;
             }
@@ -62,7 +62,7 @@ int report_activated(const Outcome& outcome, const RequestToken& request) {
     return answered ? 0 : 1;
 }
 
-// The Circle agent's own error text stands in for the message when the agent said that it failed.
+// Uses the Circle agent's own error text when the agent reported a failure.
 AckText failure_text(const char* what, const Outcome& outcome) {
     AckText text;
     const bool agentFailed = outcome.agentAnswer.starts_with("fail");
@@ -84,7 +84,7 @@ void report_provisioned_or_deactivated(const Outcome& outcome) {
         LOG_ERROR("TransAck API Failed\n");
         return;
     }
-    // The agent's answer tells of a provisioning, the service's state of a deactivation.
+    // The agent's answer indicates a provisioning, the service's state a deactivation.
     const auto serviceState = read_enum<16>(fields::activationStatus);
     if (outcome.agentAnswer.starts_with("provisioned")) {
         write_enum(fields::sorbStatus, "enabled");

@@ -1,4 +1,4 @@
-// Circle: the agent's health, forwarded to the cloud as it changes.
+// Circle: forwards changes of the agent's health to the cloud.
 #include "dro_circle.h"
 #include "dro_durations.h"
 #include "dro_get_dalfld.h"
@@ -10,7 +10,7 @@
 namespace dro {
 namespace {
 
-// The body as formatted JSON text; null, and logged, when memory ran out.
+// Returns the body as formatted JSON text. Null, and logged, when out of memory.
 JsonText make_body(const char* feature, const char* state) {
     const Identity identity = tv();
     FixedText<32> timestamp;

@@ -1,4 +1,4 @@
-// Circle: the monitors of activation and provisioning, and the callback that wakes them.
+// Circle: the activation and provisioning monitors, and the callback that wakes them.
 #include <array>
 
 #include "dro_circle.h"
@@ -96,7 +96,7 @@ void report_provision_wait(Waited outcome, const Order& order) {
     }
 }
 
-// The report resets all fields of the order.
+// The report resets all fields of the order, so nothing remains to be reset here.
 void t_Handler_circleProvision(const Order& order) {
     LOG_TRACE("Circle Provision Monitoring Thread Started!\n");
     LOG_TRACE(kUuidFormat, order.uuid.c_str());
@@ -119,17 +119,17 @@ constexpr OrderKind kProvision{
     .storedOrder = stored_order,
 };
 
-// What an answer of the Circle agent does. The texts name the thread that they have always named.
+// How an answer of the Circle agent is handled. Some log texts name the other thread; keep them as they are.
 struct Answer {
     bool matches;
     const char* logText;
     MonitorSignal& monitor;
     const char* signalFailed;
     int stage;
-    bool loggedWhenDone;  // "failed" is logged when the report is done, not when it failed
+    bool loggedWhenDone;  // true: kReportFailed is logged after a report that succeeded, not after one that failed
 };
 
-// A woken monitor reports under its own order; `uuid` is for the report when none can be woken.
+// A woken monitor reports with its own order's transaction. `uuid` is for the report after a failed signal.
 void wake_monitor(const Answer& answer, const char* uuid) {
     LOG_TRACE("%s", answer.logText);
     if (answer.monitor.signal() == 0) {

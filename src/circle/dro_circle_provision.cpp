@@ -12,7 +12,7 @@
 namespace dro {
 namespace {
 
-// One credential. The store field is not always spelled like the member.
+// One credential. The store field's spelling may differ from the member's.
 struct Member {
     const char* name;
     std::size_t longest;
@@ -23,7 +23,7 @@ struct Member {
     const char* storeFailure;
 };
 
-// In the order in which they are checked.
+// In the order of the checks.
 constexpr std::array<Member, 5> kMembers{{
     {
         .name = "circleId",
@@ -71,7 +71,7 @@ constexpr std::array<Member, 5> kMembers{{
         .storeFailure = "Failed to Set DAL Attr cloudhost",
     },
 }};
-// The order in which they are stored: the account last.
+// The storage order: the account last.
 constexpr std::array<std::size_t, 5> kStoreOrder{1, 2, 3, 4, 0};
 
 using Values = std::array<const char*, kMembers.size()>;
@@ -80,7 +80,7 @@ void refuse(const char* transUuid, const char* reason) {
     sendTransactionACK(transUuid, kAckFailure, reason);
 }
 
-// False when the command ends here: a member is missing (acknowledged) or too long (not acknowledged).
+// Returns false when the command ends here: a member is missing (acknowledged) or too long (not acknowledged).
 bool take_members(const cJSON* data, const char* transUuid, Values& values) {
     for (std::size_t i = 0; i < kMembers.size(); ++i) {
         const Member& member = kMembers[i];
@@ -98,7 +98,7 @@ bool take_members(const cJSON* data, const char* transUuid, Values& values) {
     return true;
 }
 
-// The outcome is reported for the activation.
+// The monitor reports the outcome under the activation's transaction.
 void order_provisioning(const char* transUuid, const FixedText<128>& activationUuid, const Values& values) {
     for (const std::size_t i : kStoreOrder) {
         if (write_ascii({"CircleCfg", kMembers[i].storeField}, values[i]) != HAB_OK) {

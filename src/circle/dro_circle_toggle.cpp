@@ -1,4 +1,4 @@
-// Circle: switching the provisioned service on and off.
+// Circle: switches the provisioned service on and off.
 #include <atomic>
 #include <cstring>
 
@@ -38,7 +38,7 @@ bool getToggleState(const char* data, ToggleText& state) {
     return true;
 }
 
-// The activation's own transaction comes again: it is answered with the state, if there is one.
+// Answers a repeat of the activation's own transaction with the current state, if there is one.
 void answer_repeated(const char* transUuid, const FixedText<16>& running) {
     if (running == "enabled") {
         sendTransactionACK(transUuid, kAckSuccess, "Already enabled");
@@ -119,7 +119,7 @@ constexpr OrderKind kToggle{
     .flag = fields::CircleToggle,
     .callbackText = "Circle Toggle callback\n",
     .threadStartedText = "Successful to spawn thread for CircleToggle\n",
-    .threadFailedText = "Failed to initialize Thread for CircleAct\n",  // the activation's text
+    .threadFailedText = "Failed to initialize Thread for CircleAct\n",  // the activation's text; keep it
     .threadRequired = true,
     .flagResetText = "CircleToggle Reset to false\n",
     .monitor = t_Handler_circleToggle,

@@ -13,7 +13,7 @@ namespace {
 
 constexpr Field kSorbSyncDone{"CircleDebug", "sorbSyncDone"};
 
-// Writes `state` when it is the one that was read.
+// Writes `state` when it is the current one.
 bool note_state(const FixedText<16>& current, std::string_view state, const char* logText) {
     if (current != state) {
         return false;
@@ -54,7 +54,7 @@ void updateSorbSyncDoneField() {
     const auto enabled = read_enum<16>(fields::sorbEnableStatusDROA);
     LOG_TRACE("(DROAGENT) - field sorbEnableStatusDROA %s\n", enabled.c_str());
 
-    // Both write the same field; when both match, the second is what remains.
+    // Both write the same field. When both match, the second value remains.
     if (!note_state(activation, "activated", "(DROAGENT) - entering for activated case and setting value\n") &&
         !note_state(activation, "provisioned", "(DROAGENT) - entering for provisioned case and setting value\n")) {
         LOG_TRACE("(DROAGENT) - Circle status is not matching with activated or provisioned\n");

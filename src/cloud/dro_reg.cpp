@@ -14,8 +14,8 @@ namespace {
 
 constexpr int kMostIdentityReads = 2;
 
-// Two fields whose names differ in the first letter only: what is set after success, and what an answer is checked
-// against.
+// Two fields whose names differ only in the case of the first letter: the first is set after success, the second is
+// checked when an answer arrives.
 constexpr Field kRegistered{"DROStatus", "addJorvdeviceIdDone"};
 constexpr Field kAnswerTaken{"DROStatus", "AddJorvdeviceIdDone"};
 
@@ -28,7 +28,7 @@ struct FeatureFlags {
     const char* bst;
 };
 
-// A feature whose flag cannot be read is reported as there.
+// A feature whose flag cannot be read is reported as present.
 const char* feature_text(const char* name, Where where = DRO_HERE) {
     return read_bool({"droFeature", name}, true, where) ? "true" : "false";
 }
@@ -54,7 +54,7 @@ void format_body(RegistrationBody& body, const Identity& identity, const Request
         flags.cdil, flags.ndn, flags.dtn, flags.bst);
 }
 
-// Formats the body once the identity is there, reading it anew where it is not. False when it stays incomplete.
+// Formats the body. Reads the identity again while it is incomplete. Returns false when it stays incomplete.
 bool make_payload(RegistrationBody& body, const RequestToken& request, const FeatureFlags& flags) {
     for (int tries = 0;;) {
         const Identity identity = tv();
@@ -97,7 +97,7 @@ void log_error_details(const cJSON* answer) {
     log_text_member(answer, "message", " message: %s\n ");
 }
 
-// False when the member is missing. The cloud may ask for a reset, which is only logged.
+// Returns false when the member is missing. A reset requested by the cloud is only logged.
 bool take_reset(const cJSON* answer) {
     const cJSON* reset = json_member(answer, "reset");
     if (cJSON_IsTrue(reset) != 0) {

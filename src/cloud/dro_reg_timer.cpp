@@ -19,8 +19,8 @@ namespace {
 
 constexpr int kDay = 86400;
 
-// Three fields of two characters and their NUL, side by side: a longer field runs into the next one, and what would run
-// out of the last is dropped.
+// Three adjacent fields of two characters and a NUL. A longer field overflows into the next one, and overflow of the
+// last is dropped.
 class TimeFields {
  public:
     explicit TimeFields(std::string_view text) {
@@ -54,7 +54,7 @@ class TimeFields {
     std::size_t column_ = 0;
 };
 
-// Sums of hostile digits wrap round instead of running over.
+// Sums of malicious input wrap instead of overflowing.
 int wrapping(std::int64_t value) {
     return static_cast<int>(static_cast<std::uint32_t>(value));
 }
@@ -83,7 +83,7 @@ int find_utc() {
     return seconds_of_day(gmtime_r, "The gmtime() function failed");
 }
 int find_local_time() {
-    tzset();  // localtime_r alone does not look for a changed time zone
+    tzset();  // localtime_r alone does not detect a changed time zone
     return seconds_of_day(localtime_r, "The localtime() function failed");
 }
 
@@ -119,7 +119,7 @@ void alarm_function(unsigned seconds) {
     struct sigaction action {};
     action.sa_handler = alarmcallback;
     sigemptyset(&action.sa_mask);
-    sigaddset(&action.sa_mask, SIGUSR1);  // the parked thread's handlers do not interrupt each other
+    sigaddset(&action.sa_mask, SIGUSR1);  // the handlers must not interrupt each other
     sigaddset(&action.sa_mask, SIGUSR2);
     sigaction(SIGALRM, &action, nullptr);
     alarm(seconds);

@@ -1,11 +1,11 @@
-// dro_url.h - the cloud's endpoints. Built at start-up; read from any thread afterwards, when they do not change.
+// dro_url.h - the cloud's endpoints. Built at start-up and constant afterwards, when any thread may read them.
 #pragma once
 
 #include "dro_text.h"
 
 namespace dro {
 
-// A URL of at most 127 characters: the base URL and a path, cut there.
+// The base URL and a path, truncated to 127 characters.
 using EndpointUrl = FixedText<128>;
 
 extern EndpointUrl BOOT_API;

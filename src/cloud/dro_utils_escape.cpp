@@ -6,7 +6,7 @@ int escapeJSON(const char* source, char* destination, std::size_t length) {
     if (source == nullptr || destination == nullptr || length == 0) {
         return -1;
     }
-    constexpr unsigned char kDropped = 0x96;  // the one byte above 0x7F that the cloud does not take
+    constexpr unsigned char kDropped = 0x96;  // the one byte above 0x7F that the cloud rejects
     for (std::size_t i = 0; i < length; ++i) {
         const char byte = source[i];
         char escape = '\0';

@@ -21,7 +21,7 @@ constexpr std::size_t kUsualAnswer = 256;
 using EasyHandle = std::unique_ptr<CURL, Releases<curl_easy_cleanup>>;
 using HeaderList = std::unique_ptr<curl_slist, Releases<curl_slist_free_all>>;
 
-// Collects the answer's body. No exception may pass through the transfer library.
+// Collects the answer's body. No exception may pass through libcurl.
 struct ResponseAccumulator {
     std::string text;
 
@@ -68,7 +68,8 @@ void set_options(CURL* easy, const char* url, const char* body, curl_slist* head
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
     if (bundle.path != nullptr) {
         curl_easy_setopt(easy, CURLOPT_CAINFO, bundle.path);
-        // Parsed certificates are kept only without a directory beside the file; it would also widen whom we trust.
+        // libcurl caches parsed certificates only when no CA directory is set. A directory would also add trusted
+        // issuers.
         curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
         curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
         curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
@@ -82,15 +83,15 @@ void set_options(CURL* easy, const char* url, const char* body, curl_slist* head
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, &answer);
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, kConnectTimeoutSeconds);
     curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(request_rules().limit.count()));
-    // Giving up does not wait for a name server that is silent.
+    // An aborted transfer does not wait for a silent name server.
     curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
-    // One connection a request, to an address looked up for it, also on a handle that has seen others.
+    // Each request uses a new connection and a new name lookup, even on a reused multi handle.
     curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
     curl_easy_setopt(easy, CURLOPT_FORBID_REUSE, 1L);
     curl_easy_setopt(easy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
 }
 
-// The answer as the caller gets it. An empty one leaves what the caller had.
+// Copies the answer to the caller. An empty answer leaves `response` unchanged.
 std::size_t hand_over(const std::string& answer, std::optional<std::string>& response) {
     if (answer.empty()) {
         return 0;
@@ -144,7 +145,7 @@ std::size_t curl_post(const char* url, const char* body, std::optional<std::stri
     LOG_TRACE("(DROagent) - res= 0x%x, HTTP status code = %ld\n", static_cast<unsigned>(result), status);
     LOG_TRACE("(Droagent) - curl_easy_strerror: %s\n", curl_easy_strerror(result));
     if (result != CURLE_OK) {
-        FixedText<32> handle;  // the second field is the transfer handle, as its address
+        FixedText<32> handle;  // the second field is the address of the transfer handle
         handle.format("%p", static_cast<const void*>(easy.get()));
         LOG_ERROR("curl_easy_perform() failed: %s::%s\n", curl_easy_strerror(result), handle.c_str());
         return 0;

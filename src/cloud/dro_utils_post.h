@@ -1,4 +1,4 @@
-// dro_utils_post.h - the transfer of one request, whose body its sender has signed. Any thread.
+// dro_utils_post.h - the transfer of one signed request. Any thread.
 #pragma once
 
 #include <chrono>
@@ -8,22 +8,22 @@
 
 namespace dro {
 
-// What a deployment settles about its requests.
+// A deployment's rules for requests.
 struct RequestRules {
-    std::chrono::milliseconds limit;        // of a whole transfer, 0 for none
-    bool needsCaBundle;                     // without one, nothing is sent
-    std::size_t largestAnswer;              // in bytes; a longer one is a failed transfer; 0: no limit
-    std::chrono::milliseconds sessionLife;  // how long a TLS session is resumed after its full handshake, 0 for never
+    std::chrono::milliseconds limit;        // per transfer, 0 for none
+    bool needsCaBundle;                     // without a readable bundle, nothing is sent
+    std::size_t largestAnswer;              // bytes; a longer answer fails the transfer; 0: no limit
+    std::chrono::milliseconds sessionLife;  // of a TLS session from its full handshake; 0: no resumption
 };
 
-// The rules in force, as provisioned. Changed, if at all, before any thread starts.
+// The current rules, initially as provisioned. May be changed only before any thread starts.
 RequestRules& request_rules();
 
-// Posts the JSON text `body` to `url` over HTTPS, on a connection of its own, and waits for the answer as long as the
-// server takes unless request_rules() says otherwise; the connection is bounded (3 s), and a stop of the process ends
-// the wait. Returns the length of the answer's body, whatever its HTTP status, and puts it into `response`; 0 when
-// there is none (no transfer, or an empty body), which leaves `response` as it was. `httpStatus`, if given, receives
-// the HTTP status code, 0 when none arrived.
+// Posts the JSON text `body` to `url` over HTTPS on a new connection and blocks until the answer is complete.
+// Connecting is limited to 3 s, the whole transfer only by request_rules(). A stop request ends the wait. Returns the
+// length of the answer's body, whatever its HTTP status, and stores the body in `response`. Returns 0 when there is
+// none (no transfer, or an empty body) and leaves `response` unchanged. `httpStatus`, if not null, receives the HTTP
+// status code, 0 when none arrived.
 std::size_t curl_post(const char* url, const char* body, std::optional<std::string>& response,
                       long* httpStatus = nullptr);
 

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t kSecretSize = 16;
 
-// Two lower-case digits a byte, as many as fit with their NUL.
+// Writes two lower-case digits per byte, as many as fit with the NUL.
 void hex_encode(const std::uint8_t* bytes, std::size_t count, char* text, std::size_t space) {
     for (std::size_t i = 0; i < count && space > 2; ++i) {
         std::snprintf(text, space, "%02x", bytes[i]);
@@ -24,7 +24,7 @@ void hex_encode(const std::uint8_t* bytes, std::size_t count, char* text, std::s
     }
 }
 
-// Puts the secret together. The volatile mask keeps the compiler from doing it in advance and storing the result.
+// Assembles the secret. The volatile mask prevents the compiler from computing it at build time and storing the result.
 std::array<std::uint8_t, kSecretSize> build_secret() {
     volatile std::uint8_t mask = 0;
     std::array<std::uint8_t, kSecretSize> secret{};

@@ -1,4 +1,4 @@
-// dro_utils_token.h - how a request proves that it comes from this router. Any thread.
+// dro_utils_token.h - the token that authenticates a request of this router. Any thread.
 #pragma once
 
 #include <cstddef>
@@ -7,12 +7,12 @@
 
 namespace dro {
 
-// Makes the time stamp and the token of one request: lower-case hexadecimal SHA-256 (FIPS 180-4) of
-// "serial:timestamp:secret", that text cut at 63 characters. The sizes count the NUL; a small buffer gets what fits.
-// Returns 0, or -1 when a size is 0.
+// Creates the time stamp and the token of one request: lower-case hexadecimal SHA-256 (FIPS 180-4) of
+// "serial:timestamp:secret", truncated to 63 characters before hashing. The sizes include the NUL; output is truncated
+// to fit. Returns 0, or -1 when a size is 0.
 int get_token(const char* serial, char* timestamp, char* token, std::size_t timestampSize, std::size_t tokenSize);
 
-// A fresh token and time stamp for this router.
+// A new token and time stamp for this router.
 struct RequestToken {
     FixedText<16> timestamp;
     FixedText<128> token;
@@ -20,7 +20,7 @@ struct RequestToken {
 };
 RequestToken make_request_token();
 
-// How the body of a signed request begins: the brace that the body closes, and three members without a comma behind.
+// The start of a signed request's body: the opening brace and three members, without a trailing comma.
 using SignedStart = FixedText<256>;
 SignedStart signed_start(const RequestToken& request);
 

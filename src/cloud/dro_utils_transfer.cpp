@@ -22,17 +22,17 @@ using Clock = std::chrono::steady_clock;
 using MultiHandle = std::unique_ptr<CURLM, Releases<curl_multi_cleanup>>;
 using ShareHandle = std::unique_ptr<CURLSH, Releases<curl_share_cleanup>>;
 
-constexpr std::size_t kIdleTransports = 2;  // threads that post at once are few; each kept one holds a parsed bundle
+constexpr std::size_t kIdleTransports = 2;  // few threads post at once, and each kept transport holds a parsed bundle
 
-// Transfers that failed so far, of all threads: each ends every session that began before it.
+// Failed transfers of all threads. A failure invalidates every session that began before it.
 std::atomic<unsigned> g_failures;
 
-// The TLS sessions with the cloud that may be resumed. A resumed session stands on the check of the server's
-// certificate that was made when it began; its end makes the next handshake a full one.
+// The TLS sessions with the cloud that may be resumed. A resumed session relies on the certificate check of its first
+// handshake. Discarding it makes the next handshake a full one.
 class TlsSessions {
  public:
-    // Lets `easy` resume a session and leave one. Without a handle, also for want of memory, each handshake is a full
-    // one.
+    // Lets `easy` resume a session and store a new one. Without a handle (disabled or out of memory), every handshake
+    // is full.
     void join(CURL* easy) {
         if (handle_ && (failures_ != g_failures || Clock::now() - began_ >= request_rules().sessionLife)) {
             handle_.reset();
@@ -41,7 +41,7 @@ class TlsSessions {
             begin();
         }
         curl_easy_setopt(easy, CURLOPT_SHARE, handle_.get());
-        // Newer libraries would otherwise keep sessions with the multi handle, without an end.
+        // Newer libcurl versions would otherwise cache sessions in the multi handle without expiry.
         curl_easy_setopt(easy, CURLOPT_SSL_SESSIONID_CACHE, handle_ ? 1L : 0L);
     }
 
@@ -62,8 +62,8 @@ class TlsSessions {
     unsigned failures_ = 0;
 };
 
-// What is kept between transfers, and used by one at a time: the multi handle keeps the certificates that it has
-// parsed, which is most of the work of a request. One made for another bundle is not used again.
+// State kept between transfers, used by one at a time. The multi handle caches parsed certificates, which are most of
+// the work of a request. A transport made for another bundle is discarded.
 struct Transport {
     MultiHandle multi;
     TlsSessions sessions;
@@ -111,7 +111,7 @@ Transports& transports() {
     return *kept;
 }
 
-// Waits without end for the transfer to move; only a stop of the process ends the wait early.
+// Effectively unlimited: the poll ends when the transfer progresses or a stop is requested.
 constexpr int kLongestPollMs = 3'600'000;
 
 CURLcode finished_result(CURLM* multi) {
@@ -120,7 +120,7 @@ CURLcode finished_result(CURLM* multi) {
     return message != nullptr && message->msg == CURLMSG_DONE ? message->data.result : CURLE_GOT_NOTHING;
 }
 
-// What a transfer waits on beside its own connection.
+// The stop descriptors that a transfer polls beside its own connection.
 struct StopWaits {
     std::array<curl_waitfd, 2> waits{};
     unsigned count = 0;
@@ -136,7 +136,7 @@ struct StopWaits {
     bool stopped() const { return waits[0].revents != 0 || waits[1].revents != 0; }
 };
 
-// Until the one transfer of `multi` has ended.
+// Runs the only transfer of `multi` to its end.
 CURLcode drive(CURLM* multi) {
     StopWaits stop;
     for (;;) {
@@ -185,7 +185,7 @@ CURLcode run_transfer(CURL* easy, const CaBundle& bundle) {
     }
     TlsSessions::leave(easy);
     if (result != CURLE_OK) {
-        ++g_failures;  // whatever went wrong, the next attempt begins anew
+        ++g_failures;  // whatever the cause, the next attempt makes a full handshake
     }
     transports().give_back(std::move(transport));
     return result;

@@ -1,5 +1,5 @@
-// dro_utils_transfer.h - how one transfer is carried out: with which trusted certificates, on which kept handles, and
-// until when. Used by curl_post alone. Any thread.
+// dro_utils_transfer.h - runs one transfer with the trusted certificates, the kept handles and the stop request. Used
+// only by curl_post. Any thread.
 #pragma once
 
 #include <curl/curl.h>
@@ -9,7 +9,7 @@
 
 namespace dro {
 
-// Hands a handle of the transfer library back with `Function`.
+// Deleter that releases a libcurl handle with `Function`.
 template <auto Function>
 struct Releases {
     template <typename T>
@@ -18,13 +18,13 @@ struct Releases {
     }
 };
 
-// The bundle of trusted certificates in use, and which version of it.
+// The CA bundle in use. The other members identify its version.
 struct CaBundle {
-    const char* path = nullptr;  // null: none can be read
+    const char* path = nullptr;  // null: none is readable
     dev_t device = 0;
     ino_t inode = 0;
     off_t size = 0;
-    timespec changed{};  // of its status too: a modification time can be put back
+    timespec changed{};  // status change time: a modification time can be reset
 
     bool operator==(const CaBundle& other) const {
         return path == other.path && device == other.device && inode == other.inode && size == other.size &&
@@ -32,12 +32,12 @@ struct CaBundle {
     }
 };
 
-// The first of the provisioned bundles that can be read.
+// Returns the first readable provisioned bundle.
 CaBundle find_ca_bundle();
 
-// Carries out the transfer that `easy` is set up for, and returns when it has ended. A stop of the process ends it with
-// CURLE_ABORTED_BY_CALLBACK. The connection is fresh and is closed; what is kept between transfers are the parsed
-// certificates of `bundle` and, until a transfer fails, the TLS session, which request_rules().sessionLife bounds.
+// Runs the transfer that `easy` is set up for and blocks until it ends. A stop request ends it with
+// CURLE_ABORTED_BY_CALLBACK. The connection is new and is closed afterwards. Kept between transfers: the parsed
+// certificates of `bundle`, and the TLS session until a transfer fails or request_rules().sessionLife expires.
 CURLcode run_transfer(CURL* easy, const CaBundle& bundle);
 
 }  // namespace dro

@@ -19,7 +19,7 @@ constexpr std::array<std::uint32_t, 64> kRound{
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
 
 constexpr std::size_t kBlock = 64;
-constexpr std::size_t kLengthPlace = 56;  // the message's length in bits closes the last block
+constexpr std::size_t kLengthPlace = 56;  // the last block ends with the message's length in bits
 
 std::uint32_t big_endian(const std::uint8_t* bytes) {
     return std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 | std::uint32_t{bytes[2]} << 8 | bytes[3];

@@ -11,13 +11,13 @@ inline constexpr std::size_t kSha256Size = 32;
 
 struct Sha256Context {
     std::array<std::uint32_t, 8> state;
-    std::array<std::uint8_t, 64> block;  // bytes not yet hashed: length % 64 of them
-    std::uint64_t length;                // bytes taken in so far
+    std::array<std::uint8_t, 64> block;  // holds length % 64 bytes not hashed yet
+    std::uint64_t length;                // bytes received so far
 };
 
 void sha256_init(Sha256Context& context);
 void sha256_update(Sha256Context& context, const void* data, std::size_t size);
-// Writes the digest and leaves the context used up.
+// Writes the digest. The context must be initialised again before further use.
 void sha256_final(Sha256Context& context, std::array<std::uint8_t, kSha256Size>& digest);
 
 }  // namespace dro

@@ -30,7 +30,7 @@ bool is(const char* text, const char* expected) {
     return std::strcmp(text, expected) == 0;
 }
 
-// Writes the address when the text spells one; other text is skipped, which counts as done.
+// Writes the address when the text is valid. Other text is skipped and counts as success.
 int write_mac_text(const Field& field, const char* text, Where where = DRO_HERE) {
     const auto mac = parse_mac(text);
     return mac ? write_mac(field, *mac, where) : HAB_OK;
@@ -41,13 +41,13 @@ int fail(const char* uuid, const char* reason, int result) {
     return result;
 }
 
-// The reason says "Success" even when the trigger failed: the cloud goes by the status.
+// The reason is "Success" even when the trigger failed: the cloud evaluates the status.
 void trigger_and_acknowledge(const char* uuid) {
     const int status = trigger_device_service();
     sendTransactionACK(uuid, status == HAB_OK ? kAckSuccess : kAckFailure, "Success");
 }
 
-// The last two writes of the commands that fail as one.
+// The last two writes of the commands that fail as a whole.
 bool request_feature(Feature feature) {
     return write_uint(fields::FeatureID, feature) == HAB_OK && trigger_device_service() == HAB_OK;
 }
@@ -63,7 +63,7 @@ int finish(const char* uuid, Feature feature) {
     return 0;
 }
 
-// Writes one member of the list; false when the store refused it.
+// Writes one member of the list. Returns false when the store rejected it.
 bool write_bulk_element(const cJSON* element, int number) {
     const char* text = json_text(element, "cdMac");
     const FixedText<20> mac(text != nullptr ? text : "");

@@ -1,4 +1,4 @@
-// Members are checked and copied, then the one handler of that name is called.
+// Checks and copies the members, then calls the command's handler.
 #include "dro_get_set_config_envelope.h"
 
 #include <algorithm>
@@ -21,7 +21,7 @@ namespace {
 
 using NameText = FixedText<128>;
 
-// What is said when a member is missing. Without a reason the member is optional: it is then read as empty.
+// How a missing member is reported. A member without a reason is optional and read as empty.
 struct Missing {
     int level;
     const char* logText;
@@ -42,10 +42,10 @@ class Envelope {
     const char* uuid() const { return uuid_.c_str(); }
     const char* command() const { return command_.c_str(); }
 
-    // The command's name, as the handlers with a short buffer for it see it.
+    // The command's name, truncated for the handlers with a short buffer.
     FixedText<20> short_command() const { return FixedText<20>(command_.view()); }
 
-    // Copies a text member. False when the command ends here: it was too long, or required and missing.
+    // Copies a text member. Returns false when the command ends here: the text is too long, or required and missing.
     template <std::size_t Capacity>
     bool text(const char* name, FixedText<Capacity>& out, const Missing& missing, const char* overflowText) const {
         const char* value = json_text(data_, name);
@@ -60,7 +60,7 @@ class Envelope {
         return true;
     }
 
-    // The member of any type, or null after it was reported missing.
+    // Returns a member of any type, or null after reporting it missing.
     const cJSON* item(const char* name, const Missing& missing) const {
         const cJSON* member = json_member(data_, name);
         if (member == nullptr) {
@@ -69,7 +69,7 @@ class Envelope {
         return member;
     }
 
-    // "fetchFor" is cut, not refused, when it is too long.
+    // A "fetchFor" that is too long is truncated, not rejected.
     FixedText<16> fetch_for() const {
         const char* value = json_text(data_, "fetchFor");
         if (value == nullptr) {
@@ -84,7 +84,7 @@ class Envelope {
         return cut;
     }
 
-    // The whole data object as unformatted text; null when there is none.
+    // Returns the whole data object as unformatted text, or null when there is none.
     JsonText printed_data() const { return JsonText(data_ != nullptr ? cJSON_PrintUnformatted(data_) : nullptr); }
 
  private:
@@ -102,7 +102,7 @@ class Envelope {
     const cJSON* data_;
 };
 
-// Each branch returns false when a member check ended the command.
+// Each handler returns false when a member check ended the command.
 
 bool update_dtn_schedule(const Envelope& envelope) {
     FixedText<20> timeZone;
@@ -176,7 +176,7 @@ bool customize_cd(const Envelope& envelope) {
     return true;
 }
 
-// BLOCK_CD and UNBLOCK_CD, and the same for a list of devices.
+// BLOCK_CD and UNBLOCK_CD, for one device and for a list.
 struct Blocking {
     explicit Blocking(const Envelope& envelope) : block(std::string_view(envelope.command()).starts_with("BLOCK")) {
         LOG_TRACE("%s", block ? "In BLOCK_CD case match!\n" : "In UNBLOCK_CD case match!\n");
@@ -291,7 +291,7 @@ int dispatch(const Envelope& envelope) {
     return command->run(envelope) ? 0 : -1;
 }
 
-// The transaction id, or null when there is none that can be acknowledged.
+// Returns the transaction id, or null when there is none that can be acknowledged.
 const char* transaction_id(const cJSON* message) {
     const char* uuid = json_text(message, "UUID");
     if (uuid == nullptr) {
@@ -307,7 +307,7 @@ const char* transaction_id(const cJSON* message) {
     return uuid;
 }
 
-// The command's name, or null after what is wrong with it was logged and, if it is missing, acknowledged.
+// Returns the command's name, or null after logging the problem. A missing name is also acknowledged.
 const char* command_name(const cJSON* message, const char* uuid) {
     const char* command = json_text(message, "cmd");
     if (command == nullptr) {

@@ -1,9 +1,10 @@
-// dro_parse_cnf.h - whether a message from the cloud is a command: JSON with a UUID. Called under mutex_all.
+// dro_parse_cnf.h - recognises commands among the cloud's messages: JSON with a UUID. Called under mutex_all.
 #pragma once
 
 namespace dro {
 
-// Hands a command to the command layer and returns its result; 0 for a message that is no JSON or no command.
+// Passes a command to the command layer and returns its result. Returns 0 for a message that is not JSON or not a
+// command.
 int parseConfigBuff(const char* message);
 
 }  // namespace dro

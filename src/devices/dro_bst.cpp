@@ -11,7 +11,7 @@ namespace {
 constexpr const char* kResults = "BSTResults";
 constexpr std::size_t kPayloadSize = 256;
 
-// A provider's name is cut to what the report has room for, not refused: it is read whole first.
+// Read in full, then truncated to fit the report: a read into a shorter buffer would fail.
 constexpr std::size_t kLongestStoredIsp = 256;
 
 }  // namespace
@@ -25,14 +25,14 @@ int init_BST_dal_sub() {
 }
 
 void bstStatus_cbHandler(void* /*context*/) {
-    make_request_token();  // only its trace of the time is wanted here
+    make_request_token();  // called only for its trace of the time
     const auto status = read_enum<32>(fields::BSTStatus);
     LOG_NOTICE("BST Status Value : %s\n", status.c_str());
     if (status != "Complete") {
         LOG_TRACE("Invalid Value to sync!\n");
         return;
     }
-    const RequestToken request = make_request_token();  // a fresh time stamp for the report
+    const RequestToken request = make_request_token();  // a new time stamp for the report
     const auto uplink = static_cast<int>(read_uint({kResults, "UplinkSpeed"}));
     const auto downlink = static_cast<int>(read_uint({kResults, "Downlinkspeed"}));
     const auto server = static_cast<int>(read_uint({kResults, "ServerId"}));

@@ -22,17 +22,16 @@ namespace {
 
 constexpr Field kListStatus{"DALHNotifyCDIL", "CDILstatus"};
 constexpr Field kTotalCount{"DALHNotifyCDIL", "TotalIndexcount"};
-constexpr Field kUpdateNotice{"DALHNotifyCDUPDATE",
-                              "IndexCD"};  // notices bear this spelling; reads and writes the other
+constexpr Field kUpdateNotice{"DALHNotifyCDUPDATE", "IndexCD"};  // spelling in notices; reads and writes use IndexCd
 
 constexpr std::array<const char*, 8> kMasks{"IndexBitMask0", "IndexBitMask1", "IndexBitMask2", "IndexBitMask3",
                                             "IndexBitMask4", "IndexBitMask5", "IndexBitMask6", "IndexBitMask7"};
 constexpr std::uint32_t kMaskBits = 32;
 constexpr std::size_t kLongestPayload = 0x40000;
 
-Mutex mutex_cdilSync;  // one cycle at a time, its reads and writes of the store included
+Mutex mutex_cdilSync;  // serialises the cycles, including their store accesses
 
-// The rows of this cycle, and how many the masks hold.
+// Reads the rows of this cycle. Returns how many are set in the masks.
 std::size_t read_masks(IndexList& list) {
     std::array<std::uint32_t, kMasks.size()> masks{};
     for (std::size_t number = 0; number < kMasks.size(); ++number) {
@@ -45,7 +44,7 @@ std::size_t read_masks(IndexList& list) {
     return count;
 }
 
-// Reads which devices the list holds, and queues or pushes it.
+// Reads the rows of the list, then queues or pushes it.
 void push_list() {
     IndexList list{};
     const std::size_t decoded = read_masks(list);
@@ -55,7 +54,7 @@ void push_list() {
     LOG_TRACE("Got new connected devices to sync\nNo of new devices are:%d\n ", total);
     if (total == 0) {
         LOG_TRACE("No Indexes for the CDIL Sync will send the Json as empty\n");
-        pushToCloud_cdil("[]");  // not queued: it ends no watch
+        pushToCloud_cdil("[]");  // not queued, so it does not end a watch
     } else if (syncCdil_timerExit(std::min(total, static_cast<int>(decoded)), list) == 0) {
         LOG_TRACE("CDIL Sync to cloud successfull!!\n");
     } else {
@@ -76,7 +75,8 @@ void sync_list() {
     if (!stop_requested()) {
         push_list();
     }
-    write_enum(kListStatus, "init");  // also at a stop: left as it is, the next list would bring no notice
+    // Also on a stop: without the reset, the next list would not change the field and send no notice.
+    write_enum(kListStatus, "init");
 }
 
 }  // namespace
@@ -107,7 +107,7 @@ void processConnectedDeviceList(cJSON* array, std::uint32_t index, int mode) {
         return;
     }
     getConnectedDeviceData(static_cast<int>(index), device.get(), mode);
-    cJSON_AddItemToArray(array, device.release());  // the array owns it now
+    cJSON_AddItemToArray(array, device.release());  // now owned by the array
 }
 
 int syncCdil_timerExit(int count, const IndexList& list) {
@@ -161,7 +161,7 @@ void t_Handler_cdilSync() {
         return;
     }
     LOG_TRACE("Got invalid value for cdil status not initing sync to cloud!\n");
-    // "init" is not written over "init": on a store that reports every write, the reset would feed itself for ever.
+    // Never write "init" over "init": on a store that reports every write, the reset would trigger itself forever.
     if (status != "init") {
         write_enum(kListStatus, "init");
     }

@@ -10,31 +10,31 @@
 
 namespace dro {
 
-// Device rows of one list, ascending. Eight masks of 32 bits name at most 256.
+// Device rows of one list, ascending. Eight 32-bit masks select at most 256.
 using IndexList = std::array<std::uint32_t, 256>;
 
-// Subscribes to the list's status, device updates, the list watch's flag and its outcome. Returns 0. Start-up only.
+// Subscribes to the list's status, device updates, the list watch's flag and its result. Returns 0. Start-up only.
 int init_cdil_dal_sub();
 
 // ---- Device list (dro_cdil.cpp, its watch in dro_cdil_watch.cpp) ----
 
-// Appends the rows that mask number `number` names to `list` and counts them in `count`.
+// Appends the rows set in mask `number` to `list` and adds them to `count`.
 void search_for_index(std::uint32_t mask, int number, std::size_t& count, IndexList& list);
 
-// Appends the record of the device at `index` to `array` (owned by the caller), built by `mode`, one of kRecord...
+// Appends the record of the device at `index` to `array` (owned by the caller). `mode` is one of kRecord...
 // (dro_utils_record.h).
 void processConnectedDeviceList(cJSON* array, std::uint32_t index, int mode);
 
-// Builds the list of the first `count` entries of `list` and queues it. Returns 0, also when the queue was full; 1 when
+// Builds the list of the first `count` rows in `list` and queues it. Returns 0, also when the queue was full, or 1 when
 // the list could not be built.
 int syncCdil_timerExit(int count, const IndexList& list);
 
-// The orders of FETCH_CD. Giving one writes DroStatus.cdilTimeout, whose notice starts the list's watch
+// The orders of FETCH_CD. give() writes DroStatus.cdilTimeout, whose notice starts the list's watch
 // (dro_cdil_watch.cpp).
 Orders& list_orders();
 
-// Records that the dispatcher has pushed a list that answers `transaction` (empty: none), and ends the watches over
-// that transaction.
+// Called after the dispatcher has pushed a list that answers `transaction` (empty: none). Records the success and ends
+// the watches of that transaction.
 void report_list_pushed(const char* transaction);
 
 // Change handlers, on the store's delivery thread.

@@ -1,4 +1,4 @@
-// One device's record changed: it goes to the queue as a list of one.
+// Queues the record of one changed device as a list of one.
 #include "dro_cdil.h"
 
 #include "dro_device_index.h"
@@ -13,7 +13,7 @@
 namespace dro {
 namespace {
 
-// The subscription's name for this field ends in a capital letter; the store knows both.
+// The subscription uses a spelling with a capital last letter; the store accepts both.
 constexpr Field kIndex{"DALHNotifyCDUPDATE", "IndexCd"};
 constexpr std::size_t kLongestPayload = 1024;
 

@@ -1,4 +1,4 @@
-// The watch over a list that the cloud asked for: it must reach the cloud in time, or the transaction fails.
+// The watch of a list requested by the cloud: when the list does not reach the cloud in time, the transaction fails.
 #include "dro_cdil.h"
 #include "dro_durations.h"
 #include "dro_fields.h"
@@ -13,15 +13,15 @@ namespace {
 
 constexpr const char* kRequestType = "FETCH_CD";
 
-// The result line of the debug trail.
+// Writes the result line of the debug log.
 void write_result(const Order& order, const char* result) {
     FixedText<64> line;
     line.format("%s,%s,%s", kRequestType, order.timestamp.c_str(), result);
     write_string(fields::dbgArg2, line.c_str());
 }
 
-// The result field, and whether its "success" is the agent's own. An own result reaches its watches in memory, so its
-// notice wakes none.
+// Guards the result field. g_resultIsOwn is true while its "success" was written by the agent itself, which wakes the
+// watches in memory. The notice of such a write must not wake another watch.
 Mutex g_resultLock;
 bool g_resultIsOwn DRO_GUARDED_BY(g_resultLock) = false;
 
@@ -30,8 +30,8 @@ void write_list_result(const char* result, bool own) {
     g_resultIsOwn = write_enum(fields::cdilDebugStatus, result) == HAB_OK && own;
 }
 
-// A list without a transaction leaves its result behind. A store that reports changes only would not report the same
-// result again. Another watch may still have to read it.
+// A list without a transaction leaves its result in the field. A store that reports only changes would not report the
+// same result again. Not cleared while another watch may still have to read it.
 void clear_last_result() {
     if (list_orders().alive() == 1 && read_enum<16>(fields::cdilDebugStatus) != "none") {
         write_list_result("none", false);
@@ -94,7 +94,7 @@ void t_Handler_cdilTimeout(const Order& order) {
     }
 }
 
-// A list without a watch is still pushed: unlike the other monitors, this one is not required.
+// Not required, unlike the other monitors: a list without a watch is still pushed.
 constexpr OrderKind kListWatch{
     .flag = fields::cdilTimeout,
     .callbackText = "CDIL Timeout callback\n",

@@ -1,5 +1,5 @@
-// dro_device_index.h - a store field that holds the row of one changed device. The device service writes the row; the
-// agent resets the field to fields::kNoDevice once it has handled the device. Any thread.
+// dro_device_index.h - a store field that contains the row of one changed device. The device service writes the row;
+// the agent resets the field to fields::kNoDevice after handling the device. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -13,17 +13,17 @@ class DeviceIndex {
  public:
     explicit DeviceIndex(const Field& field);
 
-    // For the field's change handler: the row in the field, or fields::kNoDevice, also when it cannot be read.
+    // For the field's change handler. Returns the row in the field, or fields::kNoDevice, also when the read fails.
     std::uint32_t read();
 
-    // Resets the field. Returns a row that was in it and that read() has not returned since the last reset: the caller
-    // handles that device. fields::kNoDevice when there is none. A row written between the read and the write of this
-    // function is lost.
+    // Resets the field. Returns a row found in it that read() has not returned since the last reset; the caller handles
+    // that device. Returns fields::kNoDevice when there is none. A row written between this function's read and write
+    // is lost.
     std::uint32_t reset();
 
  private:
     Field field_;
-    Mutex mutex_;  // makes the read and the write one step for the change handler
+    Mutex mutex_;  // the change handler sees the read and the write as one step
     std::uint32_t handled_ DRO_GUARDED_BY(mutex_);
 };
 

@@ -18,15 +18,15 @@ namespace {
 
 constexpr std::size_t kPayloadSize = 256;
 
-// One place that a value may come from, and what is said before it is looked at.
+// One source of a value, and the text logged before it is read.
 struct Source {
     TextReader reader;
     const char* field;
     const char* notFoundBefore;
-    bool checked = true;  // a failed read is logged
+    bool checked = true;  // log a failed read
 };
 
-// The first source that has something, escaped for JSON. `Size` counts the NUL.
+// Returns the first source that is not empty, escaped for JSON. `Size` includes the NUL.
 template <std::size_t Size, std::size_t Count>
 std::string first_present(int row, const Source (&sources)[Count], Where where = DRO_HERE) {
     FixedText<Size> value;

@@ -1,4 +1,4 @@
-// dro_dtn.h - a tagged device went online or offline: a notification goes to the queue.
+// dro_dtn.h - queues a notification when a tagged device goes online or offline.
 #pragma once
 
 namespace dro {
@@ -6,10 +6,10 @@ namespace dro {
 // Watches the tagged-device notifier. Returns 0. Start-up only.
 int init_dtn_dal_sub();
 
-// The notifier's handler, on the store's delivery thread; starts t_Handler_dtnSync unless the index says "none
-// pending".
+// Handler of the notifier, on the store's delivery thread. Starts t_Handler_dtnSync unless the index is
+// fields::kNoDevice.
 void dtnIndex_cbHandler(void* context);
-// Follows the push of a notification: resets the notifier, and handles a device that was written meanwhile. Dispatcher
+// Runs after a notification was pushed: resets the notifier, and handles a device written in the meantime. Dispatcher
 // thread; `transaction` is not used.
 void reset_tagged_device(const char* transaction);
 void t_Handler_dtnSync(unsigned index);

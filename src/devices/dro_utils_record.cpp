@@ -1,4 +1,4 @@
-// The connected-device record: one device's members, gathered from the device tables.
+// The connected-device record: one device's members, read from the device tables.
 #include <array>
 #include <cstring>
 #include <new>
@@ -13,8 +13,8 @@ namespace {
 
 using ValueText = FixedText<128>;
 
-// One member: where it is read and under which key it is added. With `otherKey`, that is the key unless the record is
-// part of the list that answers a transaction.
+// One member: its source and its key. `otherKey`, if set, replaces `key` unless the record is part of a list that
+// answers a transaction.
 struct Row {
     const char* table;
     const char* field;
@@ -50,17 +50,17 @@ constexpr std::array<Row, 3> kEnumRows{{
     {"Dilsignature", "AllowOrBlock", "cdBlockedStatus"},
 }};
 
-// `key` is a constant, which the object refers to.
+// `key` must be a constant: the object does not copy it.
 void add_member(cJSON* object, const char* key, const char* value) {
     cJSON_AddItemToObjectCS(object, key, cJSON_CreateString(value));
 }
 
-// The router's own name is no device's: it stands in the one row of its table.
+// The router's own name is in the only row of its table.
 int row_of(const Row& row, int index) {
     return std::string_view(row.table) == "General" ? 0 : index;
 }
 
-// Is the record part of the list that answers a transaction?
+// True when the record is part of a list that answers a transaction.
 bool answers_transaction(int mode) {
     if (mode != kRecordListSync) {
         return false;
@@ -91,7 +91,7 @@ void getTransAckUuid(char* buffer, std::size_t size) {
 
 void getMacIpFromTable(cJSON* object, int index, int mode) {
     const bool answering = answers_transaction(mode);
-    // Not cleared between rows: a failed read formats zeros, or what the row before left.
+    // Deliberately not cleared between rows: after a failed read the member contains zeros or the previous row's bytes.
     Mac bytes{};
     for (const Row& row : kAddressRows) {
         ValueText value;

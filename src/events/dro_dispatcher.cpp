@@ -26,11 +26,11 @@ constexpr int kUnknown = -1;
 constexpr Field kRequestType{"BSTResults", "bstRequestType"};
 
 pthread_t t_droDispatcher;
-bool g_running = false;  // start-up and shutdown only: the main thread's
-// Stands for the thread's life; made and destroyed with it.
+bool g_running = false;  // used by the main thread at start-up and shutdown only
+// Initialised and destroyed with the thread.
 pthread_mutex_t mutex_droDispatcher;
 
-// One type of event, and what is done with it. An event has the first type whose prefix its tag begins with.
+// One type of event and how it is pushed. An event's type is the first one whose prefix matches its tag.
 struct Type {
     std::string_view prefix;
     int number;
@@ -51,7 +51,7 @@ void remove_event(const char* emptyText) {
 }
 constexpr const char* kQueueEmpty = "Queue is Empty. No element removed from Queue\n";
 
-// Shutdown cut the push short: the event stays, and nothing is marked.
+// True when shutdown interrupted the push: the event stays, and nothing is marked.
 bool interrupted() {
     return stop_requested();
 }
@@ -156,7 +156,7 @@ void handle_event(const QueueHead& event, bool claimed) {
     if (type != nullptr) {
         type->push(*type, event.payload.c_str(), claimed);
     } else {
-        // It stays at the head and keeps those behind it waiting.
+        // The event stays at the head and blocks those behind it.
         LOG_NOTICE("No Case Matched!\n");
         pause_for(durations().unknownEvent);
     }
@@ -173,7 +173,7 @@ void* t_Handler_droDispatcher(void* /*argument*/) {
             if (!event) {
                 return nullptr;
             }
-            // Read after waking, so that a claim lets the next event through; a failed read keeps what was known.
+            // Read after waking, so a claim applies to the next event. A failed read keeps the last known state.
             claimed = read_bool(fields::claimState, claimed);
             handle_event(*event, claimed);
         } catch (const std::exception& failure) {
@@ -219,7 +219,7 @@ void cancel_dispatcher_thread() {
         return;
     }
     if (g_running) {
-        request_stop();  // a push under way gives up at once
+        request_stop();  // aborts a push in progress
         wake_dispatcher(true);
         pthread_join(t_droDispatcher, nullptr);
         pthread_mutex_destroy(&mutex_droDispatcher);

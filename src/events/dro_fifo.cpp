@@ -30,16 +30,16 @@ using TypeText = FixedText<40>;
 struct Slot {
     TypeText type;
     PayloadPages payload;
-    bool visible = false;  // the event's last store mark is written
+    bool visible = false;  // all store marks of the event are written
 };
 
 Mutex g_lock;
 Condition g_changed;
-// Storage that outlives the threads that use it at exit.
+// Never destroyed: threads may still use the slots at exit.
 Immortal<std::array<Slot, kSlots>> g_slots;
 int head DRO_GUARDED_BY(g_lock) = -1;
 int tail DRO_GUARDED_BY(g_lock) = -1;
-unsigned g_generation DRO_GUARDED_BY(g_lock) = 0;  // how often the queue was emptied by a reset
+unsigned g_generation DRO_GUARDED_BY(g_lock) = 0;  // incremented by each reset of the queue
 bool g_stopped DRO_GUARDED_BY(g_lock) = false;
 
 std::array<Slot, kSlots>& ArrQueue() {
@@ -49,7 +49,7 @@ Slot& slot_at(int index) {
     return ArrQueue()[static_cast<std::size_t>(index % kSlots)];
 }
 
-// Zeroed memory of which only what is written costs anything; huge pages would make the first byte cost all of it.
+// Zeroed memory that the kernel commits on first use. Huge pages are disabled: one byte would commit the whole slot.
 PayloadPages take_pages() {
     void* pages =
         mmap(nullptr, kPayloadSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -60,7 +60,7 @@ PayloadPages take_pages() {
     return PayloadPages(static_cast<char*>(pages));
 }
 
-// A slot taken for an event that is not visible yet; `index` is -1 when the last one was taken before.
+// A slot reserved for an event that is not visible yet. `index` is -1 when no slot was left.
 struct TakenSlot {
     int index;
     unsigned generation;
@@ -82,7 +82,7 @@ TakenSlot take_slot(const std::string& type) {
     return {tail, g_generation};
 }
 
-// Shows the event to the dispatcher, unless the queue was emptied since its slot was taken.
+// Makes the event visible to the dispatcher, unless the queue was reset since the slot was taken.
 void show(const TakenSlot& taken, PayloadPages payload) {
     const MutexLock lock(g_lock);
     if (taken.generation == g_generation) {

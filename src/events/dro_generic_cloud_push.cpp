@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kFixedFieldsSize = 256;  // room for everything but the payload
 
-// Formats into a body as large as the payload needs, cut there like every other body.
+// Formats into a buffer sized for the payload. Other members that exceed kFixedFieldsSize are truncated.
 std::vector<char> make_body(const RequestToken& request, const char* type, const char* payload,
                             const char* lastMembers) {
     std::vector<char> body(std::strlen(payload) + kFixedFieldsSize);

@@ -1,4 +1,4 @@
-// The link's default logger: a file of its own, opened for each line so that it may be moved away at any time.
+// The link's default logger. It opens its file for each line, so the file can be moved at any time.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -20,14 +20,14 @@ namespace {
 constexpr off_t kLargestLog = off_t{1024} * 1024;
 constexpr std::array kLevelNames{"ERROR", "DEBUG", "INFO"};
 
-pthread_mutex_t g_fileLock = PTHREAD_MUTEX_INITIALIZER;  // one line at a time, and no rotation under another's hands
+pthread_mutex_t g_fileLock = PTHREAD_MUTEX_INITIALIZER;  // serialises lines and rotation
 
 struct FileClose {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 using File = std::unique_ptr<std::FILE, FileClose>;
 
-// Never follows a link that somebody put at the file's place, nor waits for the reader of a pipe: /tmp is everybody's.
+// /tmp is world-writable. The flags refuse a planted symbolic link and do not block on a planted FIFO.
 File open_log() {
     const int descriptor = open(log_file, O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
     if (descriptor < 0) {
@@ -59,7 +59,7 @@ const char* base_name(const char* path) {
     return slash != nullptr ? slash + 1 : path;
 }
 
-// Opens the log and writes what stands before each message; null when the line is to be dropped.
+// Opens the log and writes the prefix of a line. Returns null when the line is to be dropped.
 File begin_line(Level level) {
     rotate_when_large();
     File file = open_log();
@@ -69,7 +69,7 @@ File begin_line(Level level) {
     std::array<char, 256> moment{};
     const time_t now = std::time(nullptr);
     struct tm local {};
-    tzset();  // localtime_r alone does not look for a changed time zone
+    tzset();  // localtime_r alone does not detect a changed time zone
     localtime_r(&now, &local);
     std::strftime(moment.data(), moment.size(), "%Y-%m-%d %H:%M:%S", &local);
     std::fputs(moment.data(), file.get());

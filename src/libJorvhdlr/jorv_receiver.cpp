@@ -17,11 +17,11 @@
 namespace jorv {
 namespace {
 
-constexpr int kAcceptFailurePauseMs = 100;  // the refused connection stays ready: asking again at once would only spin
+constexpr int kAcceptFailurePauseMs = 100;  // the failed connection stays pending, so an immediate retry would spin
 constexpr std::size_t kReadStep = 256;
-constexpr std::size_t kLengthLimit = 65535;  // looked at before each read, so a message may end one read beyond
+constexpr std::size_t kLengthLimit = 65535;  // checked before each read, so a message can exceed it by one read
 
-// Receivers alive, under a lock of its own.
+// Running receivers, under their own lock.
 pthread_mutex_t g_counterLock = PTHREAD_MUTEX_INITIALIZER;
 int g_counter = 0;
 
@@ -45,7 +45,7 @@ void limit_stalls(int descriptor) {
     }
 }
 
-// Appends `count` bytes and keeps a NUL behind them. Returns false when memory ran out.
+// Appends `count` bytes before the terminating NUL. Returns false when out of memory.
 bool append(std::vector<char>& message, const char* bytes, std::size_t count) {
     try {
         message.insert(message.end() - 1, bytes, bytes + count);
@@ -56,7 +56,7 @@ bool append(std::vector<char>& message, const char* bytes, std::size_t count) {
     }
 }
 
-// Reads until the peer closes or the limit is reached; true when what `message` then holds is whole.
+// Reads until the peer closes or the limit is reached. Returns true when `message` is complete.
 bool read_message(int descriptor, std::vector<char>& message) {
     std::array<char, kReadStep> step{};
     ssize_t last = 1;
@@ -141,7 +141,7 @@ int jorvHandleSock(int listening, MessageCallback callback) {
         close(descriptor);
         return -2;
     }
-    count_receivers(+1);  // before the thread can end and take itself off the count
+    count_receivers(+1);  // before the thread can exit and decrement it
     pthread_t thread{};
     errno = start_thread(thread, jorvStreamReceiver, start.get(), true);
     if (errno != 0) {
@@ -150,7 +150,7 @@ int jorvHandleSock(int listening, MessageCallback callback) {
         close(descriptor);
         return -3;
     }
-    static_cast<void>(start.release());  // the receiver owns it now
+    static_cast<void>(start.release());  // now owned by the receiver
     return 0;
 }
 

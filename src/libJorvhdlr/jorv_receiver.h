@@ -1,4 +1,4 @@
-// jorv_receiver.h - taking one message from one accepted connection, on a thread of its own.
+// jorv_receiver.h - receives one message from an accepted connection, on its own thread.
 #pragma once
 
 #include <pthread.h>
@@ -10,8 +10,8 @@ namespace jorv {
 // Starts a thread, joinable unless `detached`. Returns 0 or an error number.
 int start_thread(pthread_t& thread, void* (*body)(void*), void* argument, bool detached);
 
-// Accepts one connection on `listening` and starts its receiver. Returns 0 (also when the accept itself failed), -2
-// when memory ran out, -3 when no thread could be started; the connection is closed then.
+// Accepts one connection on `listening` and starts its receiver. Returns 0 (also when accept itself failed), -2 when
+// out of memory, -3 when the thread could not be started. On failure the connection is closed.
 int jorvHandleSock(int listening, MessageCallback callback);
 
 }  // namespace jorv

@@ -31,7 +31,7 @@ struct Link {
 };
 
 Link g_link;
-std::atomic<hab_session*> g_session{nullptr};  // the link's own; notices use it while the link may be closing
+std::atomic<hab_session*> g_session{nullptr};  // the link's own session; notices may use it while the link closes
 
 void close_socket(int& descriptor) {
     if (descriptor >= 0) {
@@ -54,7 +54,7 @@ void jorvagentChgNtf(const char* /*table*/, int /*row*/, const char* /*field*/, 
     int status = hab_get_uint(session, "JorvagentCfg", 0, "jorv_agent_connected", &connected);
     status |= hab_get_uint(session, "JorvagentCfg", 0, "jorv_agent_claimed", &claimed);
     status |= hab_get_uint(session, "JorvagentCfg", 0, "jorv_agent_registered", &registered);
-    // The number is what tools that read this log look for; it is no longer where the line stands.
+    // Tools that read this log search for this number. It is no longer the line number.
     jorvLog(DEBUG, "at line %d and func %s : Value of err is %d\n", 444, "jorvagentChgNtf", status);
     if (status != HAB_OK) {
         jorvLog(ERROR, "Couldn't notify because of hab errors\n");
@@ -92,7 +92,7 @@ int watch_status(hab_session* session, StatusCallback callback) {
     return status != HAB_OK ? status : hab_subscribe_cb(session, jorvagentChgNtf, reinterpret_cast<void*>(callback));
 }
 
-// Null when done, else the text of what failed; then no session is left open.
+// Returns null on success, else the text of the failure. On failure no session remains open.
 const char* store_step(const char* name, int notifyPort, int eventPort, StatusCallback statusCallback) {
     g_session = hab_init();
     if (g_session == nullptr) {
@@ -126,11 +126,11 @@ void accept_on(const pollfd& ready, MessageCallback callback) {
     if ((ready.revents & POLLIN) != 0 && jorvHandleSock(ready.fd, callback) < 0) {
         std::perror("Failed to initialize cloud notification thread\n");
         std::fflush(nullptr);
-        _exit(1);  // other threads are at work: nothing is destroyed under their hands
+        _exit(1);  // no destructors: other threads are still running
     }
 }
 
-// True once the exit channel has spoken.
+// Returns true when the read yields a byte or an error. End of file does not count.
 bool exit_asked(int descriptor) {
     char command = 0;
     return read(descriptor, &command, 1) != 0;
@@ -143,7 +143,7 @@ void listen_until_exit(const Link& link) {
         if (crowded) {
             jorvLog(DEBUG, "Thread Counter over Value = %d\n", receivers);
         }
-        // A crowd is waited out on the exit channel alone, so that closing the link stays prompt; poll ignores a -1.
+        // While overloaded, only the exit channel is polled, so closing the link stays prompt. poll ignores -1.
         std::array<pollfd, 3> watched{pollfd{link.exitRead, POLLIN, 0},
                                       pollfd{crowded ? -1 : link.notifySocket, POLLIN, 0},
                                       pollfd{crowded ? -1 : link.eventSocket, POLLIN, 0}};
@@ -250,7 +250,7 @@ int Jorv_Handler_InitNetwrksock(int port) {
         errno = ERANGE;
         return -4;
     }
-    // perror wants the errno of the call that failed; the log line in between may change it.
+    // perror needs the errno of the failed call, which the log line may change.
     const auto complain = [](const char* logFormat, const char* text) {
         const int error = errno;
         jorvLog(ERROR, logFormat, std::strerror(error));

@@ -1,17 +1,19 @@
-// libJorvhdlr.h - the local link with the cloud connector: two loopback ports on which it delivers, and a watch on its
-// status fields. One link a process. Jorv_Handler_init and Jorv_Handler_deInit are called from one thread at a time.
+// libJorvhdlr.h - the local link to the cloud connector: two loopback ports for its messages, and a watch on its status
+// fields. One link per process. Jorv_Handler_init and Jorv_Handler_deInit must not run concurrently.
 #pragma once
 
 #include <chrono>
 
 namespace jorv {
 
-// A whole message, NUL-terminated, valid during the call. Runs on a thread of its own, several at once; must not throw.
+// Receives a complete message, NUL-terminated, valid during the call. Runs on its own thread, several concurrently.
+// Must not throw.
 using MessageCallback = void (*)(const char* message);
-// The connector's state. Runs on the store's delivery thread, and once on the thread that calls Jorv_Handler_init.
+// Receives the connector's state. Runs on the store's delivery thread, and once on the thread that calls
+// Jorv_Handler_init.
 using StatusCallback = void (*)(int registered, int claimed, int connected);
 
-// Why Jorv_Handler_init failed.
+// Failures of Jorv_Handler_init.
 inline constexpr int kNoCallbacks = -10;
 inline constexpr int kNotificationSocketFailed = -1;
 inline constexpr int kEventSocketFailed = -2;
@@ -21,35 +23,35 @@ inline constexpr int kListenerFailed = -5;
 
 // Opens the link: listens on 127.0.0.1 at `notifyPort` and `eventPort` (a null callback leaves its port closed),
 // publishes both as "localhost:PORT" in the store under `name`, watches the connector's status (unless `statusCallback`
-// is null) and reports it once before returning 0. On failure returns a code above and leaves nothing open; it may be
+// is null) and reports it once before returning 0. On failure, returns a code above and leaves nothing open; it may be
 // called again.
 int Jorv_Handler_init(const char* name, int notifyPort, MessageCallback notifyCallback, int eventPort,
                       MessageCallback eventCallback, StatusCallback statusCallback);
 
-// Closes the link and waits for its listener, not for messages still being received. Returns 1.
+// Closes the link and waits for its listener, but not for messages still being received. Returns 1.
 int Jorv_Handler_deInit();
 
-// A socket that listens on 127.0.0.1:`port` with a backlog of 1; owned by the caller. Returns -1 (no socket), -2 (port
-// taken), -3 (cannot listen) or -4 (port outside 0 to 65535) on failure.
+// Returns a socket that listens on 127.0.0.1:`port` with a backlog of 1, owned by the caller. On failure, returns -1
+// (no socket), -2 (port in use), -3 (cannot listen) or -4 (port outside 0 to 65535).
 int Jorv_Handler_InitNetwrksock(int port);
 
-// Receiver threads alive.
+// Number of running receiver threads.
 int Jorv_Handler_receivers();
 
 // Levels of the link's own log.
 enum Level { ERROR = 0, DEBUG = 1, INFO = 2 };
 
-// The link's logger; the default appends to /tmp/libJorvhdlr.log, which past 1 MiB is kept as one ".1" and started
-// anew.
+// The link's logger. The default appends to /tmp/libJorvhdlr.log. A file of 1 MiB or more is renamed to ".1" and a new
+// one is started.
 extern void (*jorvLog)(Level level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-// Path of the default logger's file. Set, if at all, before the link is opened.
+// Path of the default logger's file. May be set only before the link is opened.
 extern const char* log_file;
 
-// Durations. Changed, if at all, before the link is opened.
+// May be changed only before the link is opened.
 struct Timings {
     std::chrono::milliseconds receive{5'000};      // a message that stalls longer is dropped
-    std::chrono::milliseconds overloaded{10'000};  // until a crowd of receivers is counted again
+    std::chrono::milliseconds overloaded{10'000};  // until the receivers are counted again
 };
 Timings& timings();
 

@@ -33,8 +33,9 @@ int Orders::give(const Order& order) {
     }
     const MutexLock lock(mutex_);
     waiting_.push_back(order);
-    // A store that reports changes only is silent about a flag that was true already, and about one that cannot be read
-    // nothing is known. The monitor is then started here; a callback that comes as well finds no waiting order.
+    // A store that reports only changes does not report a flag that was already true, and the flag is unknown when it
+    // cannot be read. In both cases the monitor is started here. A callback that arrives as well finds no waiting
+    // order.
     const bool mayBeSilent = read_bool(kind_.flag, true);
     const int status = write_bool(kind_.flag, true);
     if (status != HAB_OK) {
@@ -47,14 +48,14 @@ int Orders::give(const Order& order) {
 
 void Orders::on_flag_change() {
     LOG_TRACE("%s", kind_.callbackText);
-    // The monitor of an earlier order may have reset the flag since this order was given.
+    // The monitor of an earlier order may have reset the flag since this order was accepted.
     const bool flag = read_bool(kind_.flag);
     const MutexLock lock(mutex_);
     if (!waiting_.empty()) {
         start_oldest();
     } else if (!flag) {
         LOG_TRACE("%s", kind_.flagResetText);
-    } else if (alive_ == 0) {  // else it is the flag of that monitor's order, seen again
+    } else if (alive_ == 0) {  // otherwise the flag belongs to that monitor's order
         start(kind_.storedOrder());
     }
 }

@@ -1,9 +1,9 @@
-// dro_monitor.h - orders, and the monitors that report what came of them.
+// dro_monitor.h - orders, and the monitors that report their outcome.
 //
-// A handler that accepts an order passes it on in memory and writes the order's flag true. The flag's callback takes
-// the oldest waiting order and starts its monitor, a thread that waits under its mutex until the answering service's
-// callback signals it or a deadline passes, reports the outcome and resets the fields. Each accepted order has one
-// monitor, whatever transaction ids repeat.
+// A handler that accepts an order passes it on in memory and sets the order's flag. The flag's callback takes the
+// oldest waiting order and starts its monitor. This thread waits under its mutex until the answering service's callback
+// signals it or a deadline passes, reports the outcome and resets the fields. Each accepted order has one monitor, even
+// when transaction ids repeat.
 #pragma once
 
 #include <atomic>
@@ -17,9 +17,9 @@
 
 namespace dro {
 
-// What a monitor knows of its order.
+// The monitor's copy of its order.
 struct Order {
-    FixedText<128> uuid;        // the transaction that the outcome is reported for
+    FixedText<128> uuid;        // the transaction for the report
     FixedText<16> timestamp{};  // when the order arrived; device lists only
 };
 
@@ -29,13 +29,13 @@ struct OrderKind {
     const char* callbackText;
     const char* threadStartedText;
     const char* threadFailedText;  // for perror
-    bool threadRequired;           // a thread that cannot be started ends the process with status 1
+    bool threadRequired;           // the process exits with status 1 when the thread cannot be started
     const char* flagResetText;
-    void (*monitor)(const Order& order);  // the thread's body
-    Order (*storedOrder)();               // for a flag that another program wrote: the order as the store describes it
+    void (*monitor)(const Order& order);  // thread body
+    Order (*storedOrder)();               // reads the order from the store when another program set the flag
 };
 
-// The orders of one kind between their handler and their monitor. Any thread. Lives as long as the process.
+// The orders of one kind on their way from handler to monitor. Any thread. Must live as long as the process.
 class Orders {
  public:
     explicit Orders(const OrderKind& kind) : kind_(kind) {}
@@ -43,14 +43,14 @@ class Orders {
     Orders& operator=(const Orders&) = delete;
     ~Orders() = default;
 
-    // Passes an accepted order to its monitor and writes the flag true. Returns the status of that write; after a
-    // failed one the order is withdrawn. Without a callback on the flag the order is not kept.
+    // Passes an accepted order to its monitor and sets the flag. Returns the status of that write; a failed write
+    // withdraws the order. Without a callback on the flag the order is not kept.
     int give(const Order& order);
 
     // The flag's change callback. Store delivery thread.
     void on_flag_change();
 
-    // Monitors that have not returned yet.
+    // Number of monitors that have not returned yet.
     int alive() const { return alive_; }
 
  private:
@@ -58,13 +58,13 @@ class Orders {
     void start(const Order& order);
 
     const OrderKind& kind_;
-    Mutex mutex_;  // held while the flag is written: the callback takes no order that may still be withdrawn
+    Mutex mutex_;  // held while the flag is written, so the callback cannot take an order that is withdrawn
     std::deque<Order> waiting_ DRO_GUARDED_BY(mutex_);
     std::atomic<int> alive_{0};
 };
 
-// What the monitors share. The list watch and the activation monitor pair with the same mutex; a wait releases it, so
-// that both may wait at the same time.
+// Shared by the monitors. The list watch and the activation monitor use the same mutex; a wait releases it, so both can
+// wait at the same time.
 extern Mutex mutex_act_lock;
 extern Mutex mutex_prov_lock;
 extern Mutex mutex_toggle_lock;
@@ -73,13 +73,13 @@ extern MonitorSignal activationResponse;    // activation monitor
 extern MonitorSignal provisionResponse;     // provision monitor
 extern MonitorSignal circleToggleResponse;  // toggle monitor
 
-// Locks a monitor's mutex. On failure logs `failedText` (if any) as an error, prints the reason on standard error and
-// returns false.
+// Locks a monitor's mutex. On failure, logs `failedText` (if not null) as an error, prints the reason on standard error
+// and returns false.
 bool lock_monitor(Mutex& mutex, const char* failedText) DRO_TRY_ACQUIRE(true, mutex);
 
-// Waits for `signal` for up to `limit` with `mutex` released, and reports the outcome with `mutex` held. A wait that
-// failed is reported and continued until the same deadline. Returns false when the process's stop ended the wait
-// (nothing is reported then) or came during the report: the monitor then writes nothing more.
+// Waits for `signal` for up to `limit` with `mutex` released, and reports the outcome with `mutex` held. A failed wait
+// is reported and continued until the same deadline. Returns false when a stop request ended the wait (nothing is
+// reported) or arrived during the report: the monitor then writes nothing more.
 bool wait_and_report(Mutex& mutex, MonitorSignal& signal, const Order& order, std::chrono::milliseconds limit,
                      const std::function<void(Waited outcome)>& report) DRO_REQUIRES(mutex);
 

@@ -58,14 +58,14 @@ class Descriptor {
     int number_;
 };
 
-// How making the pid file ended.
+// Outcome of creating the pid file.
 enum class Made { done, inTheWay, failed };
 
 int open_new(const char* path) {
     return open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPidFileMode);
 }
 
-// Locks the new file and writes the pid to it. On failure the file is removed.
+// Locks the new file and writes the pid. On failure the file is removed.
 bool lock_and_write(int descriptor, const char* path, const PidText& pid) {
     const auto text = pid.view();
     errno = 0;
@@ -96,13 +96,13 @@ Made make_in_place(const char* pidPath, const PidText& pid, int& made) {
     return Made::done;
 }
 
-// Locks and writes the file under a name of this process's own, then links it to its real name: it is never seen empty,
-// and a process killed half-way leaves no lock behind. Where a file of that name cannot be made or the file system has
-// no hard links, the pid file is made in place. No step follows a symbolic link at the path.
+// Writes and locks the file under a process-specific name, then links it to its real name. It is never visible while
+// empty, and a process killed half-way leaves no lock behind. The pid file is created in place when the temporary file
+// cannot be created or the file system has no hard links. No step follows a symbolic link at the path.
 Made make_pid_file(const char* pidPath, const PidText& pid, int& made) {
     Path own;
     own.format("%s.%d", pidPath, static_cast<int>(getpid()));
-    unlink(own.c_str());  // left by a process of the same number that was killed here
+    unlink(own.c_str());  // left by a killed process with the same pid
     Descriptor file(open_new(own.c_str()));
     if (file.number() < 0) {
         return make_in_place(pidPath, pid, made);
@@ -119,7 +119,7 @@ Made make_pid_file(const char* pidPath, const PidText& pid, int& made) {
     return error == EEXIST ? Made::inTheWay : make_in_place(pidPath, pid, made);
 }
 
-// The pid in the file: at most eight digits, a sign included.
+// Returns the pid in the file: at most eight characters, including a sign.
 std::optional<int> read_pid(int descriptor) {
     FixedText<64> text;
     const ssize_t size = pread(descriptor, text.data(), FixedText<64>::capacity() - 1, 0);
@@ -136,7 +136,7 @@ std::optional<int> read_pid(int descriptor) {
     return std::nullopt;
 }
 
-// Is the file at the path still the one that is open?
+// True when the path still leads to the open file.
 bool still_there(const char* pidPath, int descriptor) {
     struct stat opened {};
     struct stat named {};
@@ -144,8 +144,8 @@ bool still_there(const char* pidPath, int descriptor) {
            opened.st_ino == named.st_ino;
 }
 
-// Looks at the file that stood in the way. True when the lock is worth another try: it was stale and is gone, or
-// somebody else who starts is just replacing it.
+// Checks the existing pid file. Returns true when the lock is worth another try: the file was stale and is removed, or
+// another starting agent is replacing it.
 bool remove_stale(const char* pidPath) {
     LOG_TRACE("open() %s\n", pidPath);
     if (access(pidPath, F_OK) != 0) {
@@ -173,7 +173,7 @@ bool remove_stale(const char* pidPath) {
         LOG_ERROR("kill(). errno %d\n", error);
         return false;
     }
-    // Of several starters one removes the file that all have read; the others look again at what is there then.
+    // When several agents start at once, one removes the stale file and the others check again.
     if (set_lock(file.number(), F_WRLCK) != 0 || !still_there(pidPath, file.number())) {
         return true;
     }

@@ -3,8 +3,8 @@
 
 namespace dro {
 
-// Creates the pid file with this process's pid in it, write-locked; a file left by a process that has died is replaced.
-// Returns the locked descriptor, owned by the caller, or -1 when another instance runs or the file cannot be made.
+// Creates the pid file, write-locked, with this process's pid. Replaces a file left by a dead process. Returns the
+// locked descriptor, owned by the caller, or -1 when another instance runs or the file cannot be created.
 int lock_process(const char* pidPath);
 
 // Releases the lock on `descriptor`, closes it and removes the pid file. Returns 0, or -1 when the file could not be

@@ -1,4 +1,4 @@
-// Start-up in its fixed order, the parked main thread, and shutdown.
+// The fixed start-up order, the parked main thread, and shutdown.
 #include "dro_main.h"
 
 #include <malloc.h>
@@ -47,8 +47,8 @@ constexpr Field kLogReload{"dalLogCfg", "DroagentConfigurationApply"};
 FixedText<32> __exec_binary_name;  // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): its known name
 std::atomic<int> bShutdown{0};
 sem_t shutdown_sem;
-// Never assigned: the descriptor of the pid file is not kept, and shutdown closes descriptor 0 in its place. What
-// matters to the next start is that the file goes; its lock ends with the process.
+// Never assigned: the pid file's descriptor is not kept, and shutdown closes descriptor 0 instead. The next start only
+// needs the file to be gone; the lock ends with the process.
 int lfd = 0;
 
 FixedText<64> pid_path() {
@@ -72,7 +72,7 @@ void tolerate(bool done, const char* failureText) {
     }
 }
 
-// The name as it was called, less its first two characters: "./" for a daemon started in its own folder.
+// Keeps argv[0] without its first two characters: "./" for a daemon started in its own folder.
 void keep_binary_name(const char* name) {
     const std::string_view text(name);
     __exec_binary_name.assign(text.substr(std::min<std::size_t>(2, text.size())));
@@ -89,7 +89,7 @@ int install_handler(int signal, void (*handler)(int), int flags, std::initialize
     return sigaction(signal, &action, nullptr);
 }
 
-// Handlers run on the parked main thread only, one at a time, so that they may log, write the store and join threads.
+// Handlers run only on the parked main thread, one at a time, so they may log, write to the store and join threads.
 int set_up_signals() {
     if (block_signals_and_watch() != 0) {
         return -1;
@@ -113,7 +113,7 @@ void let_signals_through(bool through) {
     pthread_sigmask(through ? SIG_UNBLOCK : SIG_BLOCK, &set, nullptr);
 }
 
-// Waits where signals may arrive. A signal between letting them through and waiting has posted the semaphore.
+// Waits with the signals unblocked. A signal that arrives before sem_wait has posted the semaphore, so it is not lost.
 void park() {
     let_signals_through(true);
     while (bShutdown == 0) {
@@ -123,7 +123,7 @@ void park() {
 }
 
 void on_log_reload(void* /*context*/) {
-    // A store that reports every write also reports the answer below.
+    // A store that reports every write also reports the reset below.
     if (!read_bool(kLogReload)) {
         return;
     }
@@ -136,8 +136,8 @@ void record_version() {
     LOG_TRACE("!! set_module_version_detail() is called at boot time !!\n");
 }
 
-// Three attempts, then the agent lives without a link: the bound that would stop it is one beyond the bound of the
-// loop.
+// Three attempts, then the agent runs without a link. kLastLinkPause is greater than kLastLinkTry, so the branch that
+// would stop the agent is never taken.
 void open_link() {
     bool retry = true;
     for (int count = 0; retry && count <= kLastLinkTry;) {
@@ -200,7 +200,8 @@ int droagent_main(int argc, char** argv) {
         return -1;
     }
 #ifdef M_ARENA_MAX
-    // Threads come and go with each message and event: a heap for each would keep what its longest list once took.
+    // Each message and event has its own thread. With one arena per thread, each arena would keep the memory of its
+    // longest list.
     mallopt(M_ARENA_MAX, 1);
 #endif
     start(argv);
@@ -215,14 +216,14 @@ void good_bye(const char* reason) {
     const auto is_one_of = [tag](std::initializer_list<std::string_view> tags) {
         return std::find(tags.begin(), tags.end(), tag) != tags.end();
     };
-    request_stop();  // first, so that no command starts while the rest is released
+    request_stop();  // first, so no command starts while the rest is released
     stop_monitors();
     LOG_NOTICE("Bye Bye.....\n");
     const auto path = pid_path();
     if (is_one_of({"LOCK_PROCESS"})) {
         LOG_NOTICE("Exit from LOCK_PROCESS\n");
     } else if (is_one_of({"SIG_HDLR", "SIG_EXIT"})) {
-        // The store session stays: other threads are using it.
+        // The store session stays open: other threads are using it.
         LOG_NOTICE("Exit from SIG_HDLR\n");
         cancel_dispatcher_thread();
         dynlog_lib_uninit();

@@ -1,4 +1,4 @@
-// The callbacks that the agent hands to the connector link.
+// The callbacks that the agent passes to the connector link.
 #include <exception>
 
 #include "dro_fields.h"
@@ -14,10 +14,10 @@ Mutex mutex_all;
 
 namespace {
 
-// Results of locking and unlocking mutex_all; they only feed the log lines below.
+// Result of locking and unlocking mutex_all, for the log lines below only.
 thread_local int retMutex = 0;
 
-// Runs `work` under mutex_all. A failed lock drops it, and so does a stop that came while it waited.
+// Runs `work` under mutex_all. The work is dropped when the lock fails or a stop is requested during the wait.
 template <typename Work>
 void run_serialised(Work work) {
     if (!mutex_all.lock(retMutex)) {

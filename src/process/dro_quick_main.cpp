@@ -1,5 +1,5 @@
-// The agent with shortened waits, for demonstrations and tests only; never installed. Each is read from the
-// environment, in milliseconds, and stays as required where that says nothing.
+// The agent with shorter waits, for demonstrations and tests; installed only with the lab. Each wait is read from the
+// environment in milliseconds. A variable that is not set leaves the normal wait.
 #include <chrono>
 #include <cstdlib>
 

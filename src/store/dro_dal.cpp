@@ -26,7 +26,7 @@ struct CallbackEntry {
 
 std::atomic<hab_session*> g_session{nullptr};
 
-// Notices may come while start-up is still adding handlers.
+// Notices may arrive while start-up is still adding handlers.
 Mutex g_entriesLock;
 sortedSet* g_entries DRO_GUARDED_BY(g_entriesLock) = nullptr;
 
@@ -112,7 +112,7 @@ int dal_call_on_change(const char* table, const char* field, ChangeHandler handl
         if (g_entries == nullptr || sortedSet_add(g_entries, entry.get()) != 0) {
             return 1;
         }
-        static_cast<void>(entry.release());  // the set holds it until drop_entries
+        static_cast<void>(entry.release());  // owned by the set until drop_entries
     }
     const int status = hab_subscribe(dal_get_handle(), table, 1);
     log_store_error(status);

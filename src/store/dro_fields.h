@@ -1,5 +1,5 @@
-// dro_fields.h - the single-row store fields through which the agent's roles and the router's services work together,
-// by their names in the store. With it come the reads and writes of dro_store.h.
+// dro_fields.h - the single-row store fields shared by the agent's roles and the router's services, by their names in
+// the store. Includes the reads and writes of dro_store.h.
 #pragma once
 
 #include "dro_store.h"
@@ -11,12 +11,12 @@ inline constexpr Field DeviceName{"General", "DeviceName"};
 inline constexpr Field jorv_agent_registered{"JorvagentCfg", "jorv_agent_registered"};
 inline constexpr Field jorv_force_connection{"JorvagentCfg", "jorv_force_connection"};
 
-// What the cloud has told.
+// State received from the cloud.
 inline constexpr Field claimState{"DroCfg", "claimState"};
 inline constexpr Field circle_uuid{"DroCfg", "circle_uuid"};
 inline constexpr Field circle_toggle_uuid{"DroCfg", "circle_toggle_uuid"};
 
-// What the agent supports and is busy with.
+// The agent's supported features and pending work.
 inline constexpr Field cdilSupport{"DroStatus", "cdilSupport"};
 inline constexpr Field dispatcherSupport{"DroStatus", "dispatcherSupport"};
 inline constexpr Field BSTSupport{"DroStatus", "BSTSupport"};
@@ -59,7 +59,7 @@ inline constexpr Field sorbStatus{"CircleStatus", "sorbStatus"};
 inline constexpr Field sorbActivationProgress{"CircleDebug", "sorbActivationProgress"};
 inline constexpr Field errorMessage{"CircleDebug", "errorMessage"};
 
-// A notifier's index when no device is pending.
+// Index of a notifier without a pending device.
 inline constexpr std::uint32_t kNoDevice = 257;
 
 }  // namespace dro::fields

@@ -1,5 +1,4 @@
-// dro_get_dalfld.h - the router's identity, read from the store. Any thread: each getter opens a short session of its
-// own.
+// dro_get_dalfld.h - the router's identity, read from the store. Any thread: each getter opens its own short session.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +7,7 @@
 
 namespace dro {
 
-// Sizes of the identity's texts, with the NUL.
+// Sizes of the identity's texts, including the NUL.
 inline constexpr std::size_t bufsize = 64;  // claim code
 inline constexpr std::size_t FSNsize = 16;
 inline constexpr std::size_t DeviceModelsize = 64;
@@ -29,25 +28,25 @@ struct Identity {
     FixedText<DroBaseURLsize> DroBaseURL;
 };
 
-// The process's identity record `tv`, as it was when last read: a copy, since registration reads it anew.
+// Returns a copy of the process's identity record as last read; registration may read it again.
 Identity tv();
 
-// Reads the identity from the store into the record. Returns 0 when it is complete; 1 when the serial number, connector
-// id, name, model or firmware revision is empty or the MAC is all zero. A field whose read fails is as the store left
-// it.
+// Reads the identity from the store into the record. Returns 0 when it is complete, 1 when the serial number, connector
+// id, name, model or firmware revision is empty or the MAC is all zero. A field whose read fails has the content that
+// the store library left in its buffer.
 int get_hab_info();
 
-// Single reads into a buffer of `length` bytes, NUL included. Each returns the store's status.
+// Single reads into a buffer of `length` bytes, including the NUL. Each returns the store's status.
 int Jorv_get_JorvID(char* buffer, std::size_t length);
 int Jorv_get_claimcode(char* buffer, std::size_t length);
 int get_DeviceModel(char* buffer, std::size_t length);
 int get_DeviceName(char* buffer, std::size_t length);
 int get_FSN(char* buffer, std::size_t length);
 int get_FwRevision(char* buffer, std::size_t length);
-// Drocfg.DroBaseURL; DroCfg is another table.
+// Reads Drocfg.DroBaseURL; DroCfg is a different table.
 int get_DroCfg(char* buffer, std::size_t length);
 
-// Writes the router's MAC as upper-case "AA:BB:CC:DD:EE:FF" into a buffer of at least 32 bytes, zeros when the read
+// Writes the router's MAC as upper-case "AA:BB:CC:DD:EE:FF" into a buffer of at least 32 bytes. All zeros when the read
 // fails.
 int get_DefaultMAC(char* buffer);
 

@@ -1,4 +1,5 @@
-// dro_get_set_config_service.h - requests to the device service: operands, a feature code, then the start. Any thread.
+// dro_get_set_config_service.h - requests to the device service: operands, a feature code, then the trigger. Any
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -20,17 +21,17 @@ enum Feature : std::uint32_t {
     kFeatureUnblockList = 12,
 };
 
-// Starts the device service on what was written. Returns the store's status.
+// Triggers the device service on the written request. Returns the store's status.
 int trigger_device_service(Where where = DRO_HERE);
 
-// Writes that a list is wanted, and which: "occupied" for all devices, "online" or "offline"; null leaves what was
-// asked for last. Does not start the service.
+// Writes a request for a list: "occupied" for all devices, "online" or "offline"; null keeps the last selection. Does
+// not trigger the service.
 void select_list(const char* which);
 
-// Asks for the whole list. Returns the status of the start.
+// Requests the whole list. Returns the status of the trigger.
 int request_whole_list();
 
-// The same, for lists that no transaction waits for.
+// As request_whole_list, for lists without a waiting transaction.
 void setField_SyncCD();
 
 }  // namespace dro

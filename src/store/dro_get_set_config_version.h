@@ -1,4 +1,4 @@
-// dro_get_set_config_version.h - the versions of modules, as the router shows them. Any thread.
+// dro_get_set_config_version.h - module versions that the router displays. Any thread.
 #pragma once
 
 namespace dro {

@@ -1,7 +1,7 @@
 // dro_store.h - typed reads and writes of single fields on the agent's shared store session. Any thread.
 //
-// A read logs a failed status as an error, in the caller's name, and hands back what its buffer then holds: the empty
-// text, or the initial value given. A write logs a failed status the same way and returns it.
+// A failed read is logged as an error at the caller's location and returns the content of its buffer: an empty text, or
+// the given initial value. A failed write is logged the same way, and its status is returned.
 #pragma once
 
 #include <array>
@@ -22,7 +22,7 @@ struct Field {
 
 using Mac = std::array<std::uint8_t, 6>;
 
-// What the agent's text reads look like: the three text types share it.
+// Signature shared by the reads of the three text types.
 using TextReader = int (*)(hab_session*, const char*, int, const char*, char*, std::size_t);
 
 template <std::size_t Capacity>
@@ -32,7 +32,7 @@ FixedText<Capacity> read_text(TextReader reader, const Field& field, Where where
     return text;
 }
 
-// `Capacity` counts the NUL; a value that does not fit is a failed read.
+// `Capacity` includes the NUL. A value that does not fit is a failed read.
 template <std::size_t Capacity>
 FixedText<Capacity> read_ascii(const Field& field, Where where = DRO_HERE) {
     return read_text<Capacity>(hab_get_ascii, field, where);
@@ -58,13 +58,13 @@ int write_int(const Field& field, std::int32_t value, Where where = DRO_HERE);
 int write_uint(const Field& field, std::uint32_t value, Where where = DRO_HERE);
 int write_mac(const Field& field, const Mac& mac, Where where = DRO_HERE);
 
-// The address that `text` spells (six two-digit hexadecimal groups joined by colons), if it does.
+// Parses six two-digit hexadecimal groups joined by colons. Returns `std::nullopt` for other text.
 std::optional<Mac> parse_mac(const char* text);
 
-// `mac` as six upper-case hexadecimal pairs joined by colons.
+// Formats `mac` as six upper-case hexadecimal pairs joined by colons.
 FixedText<18> mac_text(const Mac& mac);
 
-// Registers `handler` for `field`; the result is for callers that look at it.
+// Registers `handler` for `field`. Most callers ignore the result, that of dal_call_on_change.
 int on_change(const Field& field, ChangeHandler handler);
 
 }  // namespace dro

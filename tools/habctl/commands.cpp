@@ -11,7 +11,7 @@ namespace habctl {
 
 namespace {
 
-// A session, or null after hablib has said why not.
+// Opens a session. Returns null after hablib has reported the cause.
 Session open() {
     return Session(hab_init());
 }
@@ -41,7 +41,7 @@ std::vector<OwnedValue> changedValues(hab_session* session, int& status) {
     return values;
 }
 
-// All values of a table, of a device table those of the rows that hold something.
+// Appends all values of a table. For a table with several rows, only rows that contain a changed value.
 int wholeTable(hab_session* session, const TableInfo& table, const std::vector<OwnedValue>& changed,
                std::vector<OwnedValue>& values) {
     std::set<int> rows;

@@ -1,5 +1,5 @@
-// commands.h - the verbs of habctl. Each answers an exit status: 0 or a HAB_ status; what went wrong is on standard
-// error then. Words that cannot be understood throw UsageError.
+// commands.h - the subcommands of habctl. Each returns an exit status: 0 or a HAB_ status, with the cause on standard
+// error. Arguments that cannot be parsed throw UsageError.
 #pragma once
 
 #include <memory>
@@ -22,7 +22,7 @@ struct CloseSession {
 };
 using Session = std::unique_ptr<hab_session, CloseSession>;
 
-// TABLE, TABLE.FIELD or TABLE.FIELD@ROW, with what is left out empty or 0.
+// TABLE, TABLE.FIELD or TABLE.FIELD@ROW. Missing parts are empty or 0.
 struct Address {
     std::string table;
     std::string field;
@@ -31,10 +31,10 @@ struct Address {
 Address addressFrom(std::string_view text);
 std::string textOf(const hab_host_value& place);
 
-// "TABLE.FIELD@ROW=VALUE", with control bytes and backslashes in the value escaped, so that it is one line.
+// Returns "TABLE.FIELD@ROW=VALUE" as one line, with control bytes and backslashes in the value escaped.
 std::string valueLine(const hab_host_value& value);
 
-// Says on standard error what `status` means for `what`, and hands it back.
+// Prints the text of a failed `status` for `what` on standard error. Returns `status`.
 int complain(int status, std::string_view what);
 
 struct FieldInfo {
@@ -51,10 +51,10 @@ struct TableInfo {
     std::string about;
     std::vector<FieldInfo> fields;
 
-    // By its name or its alias; null when there is none.
+    // Looks up a field by name or alias. Returns null when there is none.
     const FieldInfo* field(std::string_view wanted) const;
 };
-// All tables in the schema's order.
+// Returns all tables in schema order.
 std::vector<TableInfo> describeTables(hab_session* session);
 const TableInfo* tableNamed(const std::vector<TableInfo>& tables, std::string_view name);
 
@@ -62,15 +62,15 @@ int init(bool replace, bool upgrade);
 int get(const std::string& address);
 int set(const std::string& address, const std::string& value);
 int describe(const std::string& address);
-// Prints until it is interrupted, its output is closed, or the store is gone.
+// Prints changes until interrupted, its output is closed, or the store is gone.
 int watch(const std::vector<std::string>& addresses);
 int dump(bool json, const std::vector<std::string>& tables);
 int load(const std::string& path);
-// Prints how the agent on this machine stands. HAB_OK while it takes messages, HAB_TIMEOUT while it only runs,
-// HAB_SHUTDOWN when it does not run. To be called by the agent's user or root, for whom its sockets can be seen.
+// Prints the state of the agent on this machine. Returns HAB_OK while it takes messages, HAB_TIMEOUT while it only
+// runs, HAB_SHUTDOWN when it does not run. Run it as the agent's user or as root, which can see the agent's sockets.
 int status();
 
-// A value of a field, with the storage that a hab_host_value points at.
+// A field's value, with the storage for a hab_host_value.
 struct OwnedValue {
     std::string table;
     int row = 0;
@@ -80,9 +80,9 @@ struct OwnedValue {
     hab_host_value view() const { return {table.c_str(), row, field.c_str(), text.c_str()}; }
 };
 
-// The values as a JSON text that valuesFrom reads, in the order given.
+// Returns the values as JSON for valuesFrom, in the given order.
 std::string jsonFrom(const std::vector<OwnedValue>& values, const std::vector<TableInfo>& tables);
-// Reads a JSON text. Returns HAB_OK, or the status of what is wrong with it, said on standard error.
+// Parses a JSON text. Returns HAB_OK, or the status of an error after reporting it on standard error.
 int valuesFrom(const std::string& json, const std::vector<TableInfo>& tables, std::vector<OwnedValue>& values);
 
 }  // namespace habctl

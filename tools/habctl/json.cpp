@@ -14,7 +14,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 using BadBytes = Json::error_handler_t;
 
-// JSON holds characters, a string field any bytes: what is not UTF-8 is shown as U+FFFD, and said so.
+// A string field may contain any bytes, JSON only characters. Bytes that are not UTF-8 are printed as U+FFFD, with a
+// warning.
 void noteReplacement(const OwnedValue& value) {
     const Json text = value.text;
     if (text.dump(-1, ' ', false, BadBytes::ignore) != text.dump(-1, ' ', false, BadBytes::replace)) {
@@ -24,13 +25,13 @@ void noteReplacement(const OwnedValue& value) {
 
 Json jsonValue(const OwnedValue& value, const std::string& type) {
     if (type == "bool" || type == "int" || type == "uint") {
-        return Json::parse(value.text, nullptr, false);  // the store spells them as JSON does
+        return Json::parse(value.text, nullptr, false);  // stored in the same notation as in JSON
     }
     noteReplacement(value);
     return value.text;
 }
 
-// A JSON value as the text that the store reads; HAB_WRONG_TYPE when it is of another kind than the field.
+// Converts a JSON value to the store's text form. Returns HAB_WRONG_TYPE when its type does not match the field.
 int textFrom(const Json& json, const std::string& type, std::string& text) {
     const bool number = type == "int" || type == "uint";
     if (json.is_string() && !number && type != "bool") {
@@ -115,9 +116,9 @@ int parse(const std::string& text, Json& root) {
             return complain(HAB_INVALID, names.twice + " appears twice");
         }
     } catch (const Json::parse_error& error) {
-        byte = error.byte - 1;  // it counts from 1
+        byte = error.byte - 1;  // counted from 1
     } catch (const Json::out_of_range& error) {
-        return complain(HAB_INVALID, error.what());  // a number beyond every type
+        return complain(HAB_INVALID, error.what());  // a number outside every type
     }
     return root.is_object() ? HAB_OK : complain(HAB_INVALID, "not a JSON object, at byte " + std::to_string(byte));
 }

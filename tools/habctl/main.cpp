@@ -1,4 +1,4 @@
-// habctl - the store's command line.
+// habctl - command line of the store.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kWrongUsage = 64;
 
-// What the words of a command line ask for.
+// The parsed command line.
 struct Order {
     bool force = false;
     bool upgrade = false;
@@ -23,8 +23,8 @@ struct Order {
 };
 
 void addVerbs(CLI::App& app, Order& order) {
-    CLI::App* init = app.add_subcommand("init", "Make the store file from the schema");
-    CLI::Option* force = init->add_flag("--force", order.force, "Replace a store that is there; its values are lost");
+    CLI::App* init = app.add_subcommand("init", "Create the store file from the schema");
+    CLI::Option* force = init->add_flag("--force", order.force, "Replace an existing store; its values are lost");
     init->add_flag("--upgrade", order.upgrade, "Bring the store up to date, values kept")->excludes(force);
     init->callback([&order] { order.status = habctl::init(order.force, order.upgrade); });
 
@@ -43,7 +43,7 @@ void addVerbs(CLI::App& app, Order& order) {
     watch->callback([&order] { order.status = habctl::watch(order.names); });
 
     CLI::App* dump = app.add_subcommand("dump", "Print all values that differ from their defaults, or whole tables");
-    dump->add_flag("--json", order.json, "In the form that load reads");
+    dump->add_flag("--json", order.json, "Print JSON that load can read");
     dump->add_option("TABLE", order.names);
     dump->callback([&order] { order.status = habctl::dump(order.json, order.names); });
 
@@ -53,15 +53,15 @@ void addVerbs(CLI::App& app, Order& order) {
         ->check(CLI::ExistingFile);
     load->callback([&order] { order.status = habctl::load(order.address); });
 
-    CLI::App* describe = app.add_subcommand("describe", "Say what fields are: type, length, default, purpose");
+    CLI::App* describe = app.add_subcommand("describe", "Describe fields: type, length, default, purpose");
     describe->add_option("TABLE[.FIELD]", order.address);
     describe->callback([&order] { order.status = habctl::describe(order.address); });
 
-    CLI::App* status = app.add_subcommand("status", "Say how the agent stands; fails unless it takes messages");
+    CLI::App* status = app.add_subcommand("status", "Print the agent's state; fails unless it takes messages");
     status->callback([&order] { order.status = habctl::status(); });
 }
 
-// The words as the parser takes them, last first. A value to be set is taken as it is, whatever it begins with.
+// Returns the arguments in the parser's order, last first. "--" protects a value that begins with a dash.
 std::vector<std::string> words(int count, char** texts) {
     std::vector<std::string> all(texts + 1, texts + count);
     if (all.size() == 3 && all[0] == "set") {
@@ -71,7 +71,7 @@ std::vector<std::string> words(int count, char** texts) {
     return all;
 }
 
-// Answers the exit status.
+// Returns the exit status.
 int obey(int count, char** texts) {
     CLI::App app("Reads and writes the hab store that HAB_STORE names (default /var/lib/hab/hab.db).", "habctl");
     Order order;

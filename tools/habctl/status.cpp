@@ -24,14 +24,14 @@ struct Fact {
     const char* table;
     const char* field;
 };
-// What the store says about the router and its cloud.
+// Values about the router and its cloud.
 constexpr std::array kFacts{
     Fact{"cloud", "Drocfg", "DroBaseURL"},
     Fact{"connected", "JorvagentCfg", "jorv_agent_connected"},
     Fact{"registered", "DROStatus", "addJorvdeviceIdDone"},
     Fact{"claimed", "DroCfg", "claimState"},
 };
-// About the agent: left over from its last run when none is running.
+// Values about the agent; left over from the last run when none is running.
 constexpr Fact kVersion{"version", "DalModuleVersion", "DroagentVersion"};
 constexpr std::array kPorts{
     Fact{"messages at", "JorvagentCfg", "jorv_handler_1023"},
@@ -42,7 +42,7 @@ struct CloseFile {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-// Whether the agent runs: HAB_OK or HAB_SHUTDOWN, HAB_ERROR when that cannot be told.
+// Whether the agent runs: HAB_OK or HAB_SHUTDOWN, HAB_ERROR when it cannot be determined.
 struct Standing {
     int status;
     std::string text;
@@ -59,8 +59,7 @@ Standing agentStanding() {
     if (!file) {
         return errno == ENOENT ? Standing{HAB_SHUTDOWN, "not running"} : unreadable();
     }
-    // The agent holds a write lock on the file for as long as it lives, whereas a pid may have become another
-    // program's.
+    // The agent holds a write lock on the file as long as it lives. A pid alone may belong to another program by now.
     struct flock lock {};
     lock.l_type = F_RDLCK;
     lock.l_whence = SEEK_SET;
@@ -74,13 +73,13 @@ Standing agentStanding() {
     return {HAB_OK, "running, pid " + pid, "/proc/" + pid};
 }
 
-// The inodes of the process's listening TCP sockets, by port.
+// Returns the inodes of the process's listening TCP sockets by port.
 std::map<int, std::string> listeningSockets(const std::string& process) {
     constexpr const char* kListening = "0A";
     std::map<int, std::string> sockets;
     std::ifstream table(process + "/net/tcp");
     std::string line;
-    std::getline(table, line);  // headings
+    std::getline(table, line);  // header line
     while (std::getline(table, line)) {
         std::istringstream words(line);
         std::string number, local, remote, state, queues, timer, retries, user, timeout, inode;
@@ -103,7 +102,7 @@ std::set<std::string> openSockets(const std::string& process) {
     return sockets;
 }
 
-// Whether the agent itself listens at "host:port": what the store says is true even when another program has the port.
+// True when the agent itself listens at "host:port". Another program may have the port that the store lists.
 bool listens(const std::string& process, const std::string& address) {
     int port = 0;
     std::from_chars(address.data() + address.find(':') + 1, address.data() + address.size(), port);
@@ -112,7 +111,7 @@ bool listens(const std::string& process, const std::string& address) {
     return socket != listening.end() && openSockets(process).contains("socket:[" + socket->second + "]");
 }
 
-// Throws the status, said on standard error, when the store does not have the value.
+// Thrown with the status, already reported on standard error, when the store does not have the value.
 struct Unreadable {
     int status;
 };
@@ -125,7 +124,7 @@ std::string valueOf(hab_session* session, const Fact& fact) {
     return value.data();
 }
 
-// Says where the agent takes messages. Answers whether it does everywhere.
+// Prints the agent's ports. Returns true when it listens on all of them.
 bool sayPorts(hab_session* session, const std::string& process) {
     bool ready = true;
     for (const Fact& port : kPorts) {

@@ -13,7 +13,7 @@ namespace habctl {
 
 namespace {
 
-// How often a watch makes sure that its store is still in its place.
+// How often a watch checks that its store is still in place.
 constexpr timespec kCheckPause{1, 0};
 
 struct Watch {
@@ -31,11 +31,11 @@ void onNotice(const char* table, int row, const char* field, void* context) {
         return;
     }
     if (std::fputs(valueLine({table, row, field, text.data()}).c_str(), stdout) < 0) {
-        kill(getpid(), SIGTERM);  // nobody reads any more
+        kill(getpid(), SIGTERM);  // the reader is gone
     }
 }
 
-// Notes which fields an address means, all of a table without one, all there are for the empty address.
+// Adds the fields of an address: one field, all fields of a table, or all fields for an empty address.
 int choose(const std::vector<TableInfo>& tables, const std::string& text, Watch& watch) {
     const Address wanted = text.empty() ? Address{} : addressFrom(text);
     const std::size_t before = watch.fields.size();
@@ -73,7 +73,7 @@ int watch(const std::vector<std::string>& addresses) {
     sigaddset(&ends, SIGINT);
     sigaddset(&ends, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &ends, nullptr);
-    // Declared before the session: a notice may be printing while the session is closed.
+    // Declared before the session: a notice may still print while the session closes.
     static Watch watch{};
     static const Session session(hab_init());
     if (!session) {
