@@ -68,7 +68,7 @@ std::vector<std::function<void()>> started_threads() {
 
 }  // namespace fuzz
 
-// The agent's own parts of these names, less the network, the threads and the end of the process.
+// Replacements for the agent's functions of these names, without network, threads and process exit.
 namespace dro {
 
 std::size_t curl_post(const char* url, const char* body, std::optional<std::string>& response, long* httpStatus) {
@@ -94,7 +94,7 @@ int start_detached(std::function<void()> body) {
 }
 
 void end_process(int /*status*/) {
-    std::abort();  // no input may end the agent
+    std::abort();  // no input may stop the agent
 }
 
 }  // namespace dro

@@ -1,5 +1,5 @@
 // agent.h - the agent's code inside a fuzz program: on a real store, with a cloud that answers from the input, and with
-// threads that run when the program says. Nothing here waits: every duration is zero. One thread.
+// threads that run only when the program calls them. Nothing waits: every duration is zero. Use it from one thread.
 #pragma once
 
 #include <functional>
@@ -10,15 +10,14 @@
 
 namespace fuzz {
 
-// The store of a router with an identity and every log level on, the agent started as far as its endpoints. Each call
-// puts the store back to that, and forgets answers, threads and events.
+// A store of a router with an identity and every log level enabled, and an agent started up to its endpoints. Each call
+// resets the store to that state and discards answers, threads and events.
 Store& fresh_agent();
 
-// The cloud's answer to the request after those that have one already; an empty text is none. Without one there is no
-// answer.
+// Queues the cloud's answer to a later request, in order. An empty text, or no queued answer, means no answer.
 void answer_next(std::string answer);
 
-// The bodies of the threads that were started since the last call, in their order.
+// The functions of the threads started since the last call, in order.
 std::vector<std::function<void()>> started_threads();
 
 }  // namespace fuzz

@@ -1,4 +1,4 @@
-// The cloud's answers: the first text of the input to every judge of one, then all of them to a registration.
+// The cloud's answers: the first text of the input goes to every response handler, then all texts to a registration.
 #include "agent.h"
 #include "dro_circle.h"
 #include "dro_generic_cloud_push.h"
@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const dro::Json parsed(cJSON_Parse(first));
     const cJSON* status = dro::json_member(parsed.get(), "status");
     fuzz::require((status == nullptr) == (verdict == 1));
-    // What is refused is never registered; what is accepted may still lack a member.
+    // A refused answer never registers the router. An accepted one may still lack a member.
     const int taken = dro::processsRegisterResponse(first);
     fuzz::require(taken == -1 || (status != nullptr && status->valueint != 0));
 
@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         fuzz::answer_next(answer);
     }
     dro::registerDroCloud();
-    // The first of the three answers that is taken ends it; the timer's thread is started, and not run here.
+    // The first accepted answer of three completes the registration. The timer thread that it starts does not run here.
     const bool registered = store.get("DROStatus.addJorvdeviceIdDone") == "true";
     fuzz::require(registered || taken != 0);
     fuzz::require(fuzz::started_threads().size() <= 4);

@@ -1,4 +1,4 @@
-// Texts for a JSON string: what comes out parses, to what went in less the bytes that the cloud does not take.
+// Texts for a JSON string: the result parses to the input, without the bytes that the cloud rejects.
 #include <cJSON.h>
 
 #include <algorithm>
@@ -9,7 +9,7 @@
 #include "input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    // Exactly as long as promised, so that a byte beyond is seen.
+    // Exactly `size` bytes, so the sanitizer detects an overrun.
     const auto source = std::make_unique<char[]>(size);
     std::copy_n(data, size, source.get());
     const auto escaped = std::make_unique<char[]>(2 * size + 1);

@@ -1,4 +1,4 @@
-// habctl's words: an object is a file to load; anything else is ADDRESS=VALUE.
+// habctl's arguments: a JSON object is a file to load, anything else is ADDRESS=VALUE.
 #include <algorithm>
 #include <array>
 
@@ -9,14 +9,14 @@
 namespace {
 
 bool write(fuzz::Store& store, const std::vector<habctl::OwnedValue>& values) {
-    std::vector<hab_host_value> views(1);  // never null, not even for nothing
+    std::vector<hab_host_value> views(1);  // keeps data() non-null for an empty list
     for (const habctl::OwnedValue& value : values) {
         views.push_back(value.view());
     }
     return hab_host_set_all(store.session(), views.data() + 1, values.size(), nullptr) == HAB_OK;
 }
 
-// What was loaded and dumped loads again, and is then the same.
+// A loaded and dumped file loads again and yields the same dump.
 void load(fuzz::Store& store, const std::string& text) {
     static const std::vector<habctl::TableInfo> tables = habctl::describeTables(store.session());
     std::vector<habctl::OwnedValue> values;
@@ -30,7 +30,7 @@ void load(fuzz::Store& store, const std::string& text) {
     }
     const std::string dumped = habctl::jsonFrom(values, tables);
     if (dumped.find("\xEF\xBF\xBD") != std::string::npos) {
-        return;  // bytes that no JSON text can hold were replaced
+        return;  // bytes that JSON cannot represent were replaced
     }
     store.reset();
     values.clear();
@@ -38,8 +38,7 @@ void load(fuzz::Store& store, const std::string& text) {
     fuzz::require(store.changed() == loaded);
 }
 
-// An address that is understood is spelled and understood again; a value that is taken is one line, and reads as what
-// can be set.
+// A parsed address prints and parses to itself. An accepted value is one line and reads back as a valid value.
 void set(const fuzz::Store& store, const std::string& text) {
     const std::size_t end = text.find('=');
     const habctl::Address address = habctl::addressFrom(text.substr(0, end));
@@ -82,7 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             set(store, text);
         }
     } catch (const habctl::UsageError&) {
-        return 0;  // habctl says so, and ends with status 64
+        return 0;  // habctl reports the error and exits with status 64
     }
     return 0;
 }

@@ -1,4 +1,4 @@
-// input.h - taking an input apart, and saying that what must hold does not.
+// input.h - splitting an input, and failing when a condition does not hold.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ inline std::string_view bytes(const std::uint8_t* data, std::size_t size) {
     return {reinterpret_cast<const char*>(data), size};  // NOLINT(*-reinterpret-cast): what libFuzzer hands over
 }
 
-// The parts of `input` between NUL bytes: at least one.
+// The parts of `input` between NUL bytes; at least one.
 inline std::vector<std::string> texts(std::string_view input) {
     std::vector<std::string> parts;
     for (;;) {
@@ -26,7 +26,7 @@ inline std::vector<std::string> texts(std::string_view input) {
     }
 }
 
-// Ends the run with the input kept; the stack says which condition it was.
+// Aborts so that libFuzzer keeps the input. The stack shows the failed condition.
 inline void require(bool holds) {
     if (!holds) {
         std::abort();

@@ -1,6 +1,6 @@
 // A message from the connector, through the receiver, the callback, the envelope and the command's handler. The input's
-// texts, in their order: "<ANSWER" is the cloud's next answer, "=TABLE.FIELD=VALUE" is what a service of the router
-// writes, anything else is a message, whose monitors then see their deadlines pass.
+// texts, in order: "<ANSWER" is the cloud's next answer, "=TABLE.FIELD=VALUE" is a store write by one of the router's
+// services, and anything else is a message, after which its monitors' deadlines expire.
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -19,13 +19,13 @@
 
 namespace {
 
-constexpr int kMostMessages = 32;  // of one input: more take long and teach nothing
+constexpr int kMostMessages = 32;  // per input: more are slow and find nothing new
 
-// A socket of the link's kind without a port, of which many thousand connections in a row would leave none.
+// A Unix socket in place of the link's TCP socket: thousands of connections would exhaust the ports.
 int listen_here(sockaddr_un& address, socklen_t& length) {
     const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     address.sun_family = AF_UNIX;
-    length = sizeof address.sun_family;  // nothing more: the system chooses a name
+    length = sizeof address.sun_family;  // no path: the kernel assigns an abstract name
     fuzz::require(bind(listening, reinterpret_cast<const sockaddr*>(&address), length) == 0 &&
                   listen(listening, 1) == 0);
     length = sizeof address;
@@ -33,7 +33,7 @@ int listen_here(sockaddr_un& address, socklen_t& length) {
     return listening;
 }
 
-// Delivers a message as the connector does, and waits until its receiver has ended.
+// Delivers a message as the connector does, and waits until its receiver has finished.
 void deliver(const std::string& message) {
     static sockaddr_un address{};
     static socklen_t length = 0;
@@ -57,7 +57,7 @@ void run_started() {
     }
 }
 
-// As the store's notices would: each looks at its field.
+// Calls the handlers as the store's notices would. Each one reads its own field.
 void notice() {
     for (const auto handler : {dro::cdilTimeout_cbHandler, dro::circleAct_cbHandler, dro::circleProvision_cbHandler,
                                dro::circleToggle_cbHandler, dro::activationStatus_cbHandler,

@@ -1,6 +1,5 @@
-// Records, lists and requests made of what the store holds. The input's texts are the values of the fields of the
-// tables below, in the schema's order; one row of the device tables is filled, and a list names it beside up to seven
-// empty ones.
+// Records, lists and requests built from store values. The input's texts are the values of the fields in the tables
+// below, in the schema's order. One row of the device tables is filled, and a list marks it and up to seven empty rows.
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -49,7 +48,7 @@ std::vector<Field> hostile_fields(hab_session* session) {
     return fields;
 }
 
-// The text's bytes as a number, the first the lowest.
+// The text's bytes as a little-endian number.
 std::uint32_t number(const std::string& text) {
     std::uint32_t value = 0;
     for (std::size_t i = 0; i < text.size() && i < sizeof value; ++i) {
@@ -58,7 +57,7 @@ std::uint32_t number(const std::string& text) {
     return value;
 }
 
-// A value that the store takes for the field.
+// Converts the text to a value that the store accepts for the field.
 std::string value_for(const Field& field, std::string text) {
     if (field.type == "mac" || field.type == "ipv4") {
         const std::uint32_t bits = number(text);
@@ -71,7 +70,7 @@ std::string value_for(const Field& field, std::string text) {
         return std::to_string(static_cast<std::int32_t>(number(text)));
     }
     if (field.type == "uint") {
-        // One row of each mask: a list of all rows is slow, and no different.
+        // One row per mask: a list of all rows is slow and covers nothing more.
         return std::to_string(field.address.find("IndexBitMask") == std::string::npos ? number(text)
                                                                                       : number(text) & 1U << kRow);
     }
@@ -111,7 +110,7 @@ void check_records() {
     }
 }
 
-// As the dispatcher does. A list that was not cut is JSON whatever it is made of.
+// Pushes an event as the dispatcher does. A list that was not cut is valid JSON whatever its values.
 void push(const dro::QueueHead& event) {
     if (event.type == "CDIL") {
         const dro::Json list(cJSON_Parse(event.payload.c_str()));

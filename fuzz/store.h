@@ -1,5 +1,4 @@
-// store.h - a real store whose values go back to where they were between inputs. Made once: making one for each input
-// would leave time for little else. One thread.
+// store.h - a real store whose values are reset between inputs, because creating one per input is slow. One thread.
 #pragma once
 
 #include <map>
@@ -26,16 +25,16 @@ class Store : public dro_test::TestStore {
 
     // For values that the store may refuse.
     hab_session* session() const { return session_.get(); }
-    // What differs from the schema's defaults, in the schema's order.
+    // The values that differ from the schema's defaults, in the schema's order.
     std::vector<Held> changed() const;
 
-    // From here on reset() puts every value back to what it is now; without it, to its default.
+    // Makes reset() restore the current values instead of the defaults.
     void keep() { kept_ = changed(); }
     void reset();
 
  private:
     dro_test::Session session_{hab_init()};
-    std::map<std::string, std::string> defaults_;  // by "TABLE.FIELD"
+    std::map<std::string, std::string> defaults_;  // keyed by "TABLE.FIELD"
     std::vector<Held> kept_;
 };
 

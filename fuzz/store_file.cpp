@@ -1,5 +1,5 @@
-// A store's file that is not as we wrote it. The input says what is changed in a good one, then the store is opened,
-// read through, written and brought up to date. Nothing is asked of the statuses; nothing may go beyond a buffer.
+// Corrupt store files. The input selects the changes to a valid file; the store is then opened, read completely,
+// written and upgraded. Any status is allowed; no access may exceed a buffer.
 #include <fuzzer/FuzzedDataProvider.h>
 #include <sqlite3.h>
 
@@ -14,7 +14,7 @@
 
 namespace {
 
-// Cells that are changed, and the column whose multiples of some number say in which rows.
+// The cells to change. The last column selects rows: those whose value is a multiple of a number from the input.
 constexpr std::array<const char*, 14> kCells{
     "hab_value SET field = ?1 WHERE field", "hab_value SET row = ?1 WHERE field",
     "hab_value SET value = ?1 WHERE field", "hab_value SET seq = ?1 WHERE field",
@@ -24,7 +24,7 @@ constexpr std::array<const char*, 14> kCells{
     "hab_field SET longest = ?1 WHERE id",  "hab_field SET initial = ?1 WHERE id",
     "hab_table SET name = ?1 WHERE id",     "hab_table SET rows = ?1 WHERE id"};
 
-// One value of each type, all that is in the store.
+// One field of each type, the only ones in the store.
 struct Kept {
     const char* table;
     const char* field;
@@ -51,7 +51,7 @@ struct Bench {
                 fuzz::require(hab_host_set_text(session.get(), kept.table, 0, kept.field, kept.text) == HAB_OK);
             }
         }
-        good = dro_test::file_text(folder.path());  // whole, now that nobody has it open
+        good = dro_test::file_text(folder.path());  // complete, because nobody has it open any more
         setenv("HAB_STORE", path.c_str(), 1);
     }
 };
@@ -74,7 +74,7 @@ void put(const std::string& path, const std::string& file) {
     std::ofstream(path, std::ios::binary) << file;
 }
 
-// What is well-formed for SQLite and still nonsense to us: cells of any type and size in some of a table's rows.
+// Valid SQLite with invalid content: cells of any type and size in some rows of a table.
 void change_cells(FuzzedDataProvider& input, const std::string& path) {
     sqlite3* opened = nullptr;
     sqlite3_open(path.c_str(), &opened);
@@ -101,7 +101,7 @@ void change_cells(FuzzedDataProvider& input, const std::string& path) {
     sqlite3_exec(db.get(), "COMMIT", nullptr, nullptr, nullptr);
 }
 
-// Every kind of read, each into exactly what its caller must provide.
+// Every kind of read, each into a buffer of exactly the required size.
 void read_typed(hab_session* session, const char* table, int row, const char* field) {
     std::array<char, 16> text{};
     for (const auto read : {hab_get_ascii, hab_get_string, hab_get_enum, hab_host_get_text}) {

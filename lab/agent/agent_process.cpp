@@ -58,7 +58,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
-// Only calls that are safe between fork and exec.
+// Uses only functions that are safe between fork and exec.
 [[noreturn]] void becomeAgent(const char* program, char* const* arguments, char* const* environment, int log,
                               int failure) {
     sigset_t none;

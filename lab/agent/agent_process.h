@@ -1,5 +1,5 @@
-// agent_process.h - the agent as a child process. One thread uses it, the one that made it: the child is told to end
-// when that thread does.
+// agent_process.h - the agent as a child process. Use it only from the thread that created it: the agent receives
+// SIGUSR1 when the thread that started it exits.
 #pragma once
 
 #include <sys/types.h>
@@ -16,33 +16,33 @@ namespace lab {
 
 struct AgentSettings {
     std::string program;                             // path of the binary
-    std::string logFile;                             // its standard error, appended
-    bool verbose = false;                            // show its log lines in the timeline too
-    std::map<std::string, std::string> environment;  // added to ours; proxy variables are taken out
+    std::string logFile;                             // receives its standard output and standard error, appended
+    bool verbose = false;                            // also show its log lines in the timeline
+    std::map<std::string, std::string> environment;  // added to this process's environment, without its proxy variables
 };
 
 class AgentProcess {
  public:
     explicit AgentProcess(Timeline& timeline) : timeline_(timeline) {}
-    // Stops a running agent, by force after five seconds.
+    // Stops a running agent, with SIGKILL after five seconds.
     ~AgentProcess();
     AgentProcess(const AgentProcess&) = delete;
     AgentProcess& operator=(const AgentProcess&) = delete;
 
-    // Starts it in a process group of its own. Throws std::runtime_error, also when it cannot be executed.
+    // Starts the agent in its own process group. Throws std::runtime_error, also when the program cannot be executed.
     void start(const AgentSettings& settings);
 
     bool running() const { return pid_ > 0; }
     pid_t pid() const { return pid_; }
 
-    // Becomes readable when the agent ends; -1 when there is none.
+    // Becomes readable when the agent exits; -1 when no agent runs.
     int pidFd() const { return pidFd_; }
 
-    // Sends SIGUSR1 and waits. Returns the exit status, 128 and the signal's number for a death by signal, or nothing
-    // when it did not end in time (it runs on).
+    // Sends SIGUSR1 and waits. Returns the exit status, 128 plus the signal number when a signal killed the agent, or
+    // std::nullopt on timeout (the agent keeps running).
     std::optional<int> stop(std::chrono::milliseconds timeout);
 
-    // Waits for its end without asking for it.
+    // Waits for the agent to exit without sending a signal. Results as for stop().
     std::optional<int> awaitEnd(std::chrono::milliseconds timeout);
 
  private:

@@ -74,7 +74,7 @@ void Connector::noticed(std::string_view table, std::string_view name) {
     }
     timeline_.note(Actor::Connector, "was asked to connect");
     report({.registered = true, .claimed = false, .connected = true});
-    // Cleared last: while the connector is neither registered nor connected, the agent would ask again at once.
+    // Cleared last: the agent repeats its request at once while the connector is neither registered nor connected.
     store_.set(field::JorvagentCfg::jorv_force_connection, "0");
 }
 

@@ -1,5 +1,5 @@
-// connector.h - the cloud connector: says in the store who it is and how it stands with the cloud, connects when the
-// agent asks it to, and delivers cloud messages to the agent. Any thread may call it.
+// connector.h - the cloud connector: publishes its identity and connection state in the store, connects when the agent
+// requests it, and delivers cloud messages to the agent. Any thread may call it.
 #pragma once
 
 #include <chrono>
@@ -23,16 +23,16 @@ class Connector {
     Connector(const Connector&) = delete;
     Connector& operator=(const Connector&) = delete;
 
-    // Writes its identifier and claim code; the agent reads them when it registers the router.
+    // Writes the connector's identifier and claim code. The agent reads them when it registers the router.
     void identify();
     void report(const ConnectorState& state);
-    // Reports "registered" once more, which makes the agent look whether the router is registered with the cloud.
+    // Reports "registered" again, so the agent checks whether the router is registered with the cloud.
     void nudge();
 
-    // Takes a message to the port that the agent published: connects, writes, closes. Throws std::runtime_error.
+    // Sends a message to the port that the agent has published, on a connection of its own. Throws std::runtime_error.
     void deliver(const std::string& message, const std::string& summary);
 
-    // Where messages go, as the agent published it; empty before.
+    // The agent's published message address; empty until the agent has published one.
     std::string address() const;
 
  private:
@@ -42,7 +42,7 @@ class Connector {
     Store store_;
 };
 
-// Whether somebody listens on a loopback port.
+// Returns whether a loopback port accepts connections.
 bool somebodyListens(int port);
 
 }  // namespace lab

@@ -1,5 +1,4 @@
-// delayed_jobs.h - a thread that does small jobs after a while, in the order in which they are due. Any thread may add
-// one.
+// delayed_jobs.h - a thread that runs short jobs after a delay, in due order. Any thread may add jobs.
 #pragma once
 
 #include <chrono>
@@ -16,12 +15,12 @@ class DelayedJobs {
     using Job = std::function<void()>;
 
     DelayedJobs();
-    // Waits for the job that runs; those that wait are dropped.
+    // Waits for the running job and drops the pending ones.
     ~DelayedJobs() = default;
     DelayedJobs(const DelayedJobs&) = delete;
     DelayedJobs& operator=(const DelayedJobs&) = delete;
 
-    // A job that throws is reported on standard error.
+    // Runs `job` on the jobs thread after `delay`. An exception from a job is printed on standard error.
     void after(std::chrono::milliseconds delay, Job job);
 
  private:
@@ -30,7 +29,7 @@ class DelayedJobs {
     std::mutex mutex_;
     std::condition_variable_any changed_;
     std::multimap<std::chrono::steady_clock::time_point, Job> jobs_;
-    std::jthread thread_;  // last, so that it ends before what it uses
+    std::jthread thread_;  // last member: stops before the members it uses are destroyed
 };
 
 }  // namespace lab

@@ -7,7 +7,7 @@ namespace lab {
 namespace {
 
 constexpr int kDeepest = 1000;
-constexpr double kWholeMost = 1e15;  // every whole number up to here is a double
+constexpr double kWholeMost = 1e15;  // a double holds every integer up to here exactly
 
 }  // namespace
 

@@ -1,4 +1,4 @@
-// json.h - what the lab adds to its JSON library. Pure functions, for any thread; none of them throws.
+// json.h - additions to the JSON library. Pure functions for any thread; they never throw.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -9,20 +9,20 @@ namespace lab {
 
 using Json = nlohmann::ordered_json;
 
-// Parses a text that is one JSON value and nothing else but blanks. Returns a discarded value, which is of no type,
-// when it is not, and when a value is inside more than 1000 others: printing recurses.
+// Parses a text that contains exactly one JSON value. Returns a discarded value when it does not, and when values are
+// nested more than 1000 deep, because printing recurses.
 Json parseJson(const std::string& text);
 
-// One line, without blanks. Bytes that are not UTF-8 are replaced by U+FFFD.
+// Prints one line without blanks. Bytes that are not UTF-8 become U+FFFD.
 std::string printJson(const Json& json);
 
-// The member of that exact name; null when there is none, or `object` is no object.
+// The member of exactly that name; null when it is missing or `object` is not an object.
 const Json& member(const Json& object, const char* name);
 
-// The text of a string member, or an empty text.
+// The value of a string member; empty when it is missing or not a string.
 std::string textOf(const Json& object, const char* name);
 
-// A number that is printed without a fraction when it has none.
+// A number that prints without a fraction when it has none.
 Json numberFrom(double value);
 
 }  // namespace lab

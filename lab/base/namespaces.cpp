@@ -47,13 +47,13 @@ bool mountEmpty(const std::string& folder) {
     return ::mount("tmpfs", folder.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=0700") == 0;
 }
 
-// The build folder when it is below /tmp, where it would be hidden.
+// The build folder if it is below /tmp, where the private /tmp would hide it; else empty.
 fs::path buildFolderInTmp() {
     const fs::path build = programFolder().parent_path();
     return build.string().starts_with("/tmp/") ? build : fs::path();
 }
 
-// Empties /tmp for us, except that the build folder stays where it is.
+// Mounts an empty /tmp and keeps the build folder reachable in it.
 bool privateTmp() {
     const fs::path build = buildFolderInTmp();
     const int fd = build.empty() ? -1 : ::open(build.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);

@@ -1,13 +1,13 @@
-// namespaces.h - a private network, /tmp and certificate folder for this process and its children.
+// namespaces.h - private network, /tmp and certificate folder for this process and its children.
 #pragma once
 
 #include <string>
 
 namespace lab {
 
-// To be called before any thread is started. `privateFolder` is made private as /tmp is: empty, and gone with the
-// process. Returns an empty text, or why the host does not allow it (nothing has changed then). Throws
-// std::runtime_error when it cannot be finished.
+// Call it before any thread starts. `privateFolder` becomes private in the same way as /tmp: it starts empty and is
+// discarded with the process. Returns an empty text, or the reason why the host does not allow namespaces (nothing has
+// changed then). Throws std::runtime_error when it fails halfway.
 std::string enterOwnNamespaces(const std::string& privateFolder);
 
 }  // namespace lab

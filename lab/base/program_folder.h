@@ -1,4 +1,4 @@
-// program_folder.h - where this program lies, and with it the agent's binaries. Any thread.
+// program_folder.h - the folder of this program and the agent's binaries. Any thread may call it.
 #pragma once
 
 #include <filesystem>
@@ -6,10 +6,10 @@
 
 namespace lab {
 
-// Looked up by the first call, which must come before namespaces are entered: the path is lost when /tmp is covered.
+// Determined on the first call, which must precede enterOwnNamespaces(): a private /tmp would hide the path.
 const std::filesystem::path& programFolder();
 
-// The path of a program beside this one.
+// The path of another program in the same folder.
 std::string besideUs(const std::string& program);
 
 }  // namespace lab

@@ -9,7 +9,7 @@ namespace lab {
 
 namespace {
 
-constexpr std::size_t kLineWidth = 150;  // of the "what" column, so that a line stays a line on a wide terminal
+constexpr std::size_t kLineWidth = 150;  // of the "what" column; fits a wide terminal
 
 const char* colourOf(Tone tone) {
     switch (tone) {

@@ -1,4 +1,4 @@
-// timeline.h - what happens in the lab, as events that any number of sinks show. Any thread may post.
+// timeline.h - the lab's events and the sinks that show them. Any thread may post.
 #pragma once
 
 #include <chrono>
@@ -19,13 +19,13 @@ enum class Tone { Plain, Good, Bad };
 
 struct Event {
     Actor from = Actor::Lab;
-    Actor to = Actor::Lab;  // the same as `from` for what somebody does alone
+    Actor to = Actor::Lab;  // same as `from` for an actor's own action
     std::string what;
-    std::string body;  // the whole message where `what` is a summary; may be empty
+    std::string body;  // the full message when `what` is a summary; may be empty
     Tone tone = Tone::Plain;
     std::optional<std::chrono::microseconds> took;
-    std::uint64_t exchange = 0;  // joins a request to the cloud with its answer; 0 for what is neither
-    std::string head;            // of a request: its first line and the headers that matter, a line each
+    std::uint64_t exchange = 0;  // links a cloud request to its response; 0 for other events
+    std::string head;            // for requests: the request line and the relevant headers, one per line
     std::chrono::system_clock::time_point at = std::chrono::system_clock::now();
 };
 
@@ -35,7 +35,7 @@ class Sink {
     Sink(const Sink&) = delete;
     Sink& operator=(const Sink&) = delete;
     virtual ~Sink() = default;
-    // Called by one thread at a time.
+    // Calls are serialised.
     virtual void show(const Event& event) = 0;
 };
 
@@ -43,9 +43,9 @@ class Timeline {
  public:
     void add(std::unique_ptr<Sink> sink);
     void post(const Event& event);
-    // A message from one to another, which happens now.
+    // Posts a message between two actors, time-stamped now.
     void tell(Actor from, Actor to, std::string what, std::string body = {}, Tone tone = Tone::Plain);
-    // What an actor does by itself.
+    // Posts an action of a single actor.
     void note(Actor who, std::string what, Tone tone = Tone::Plain);
 
  private:
@@ -53,22 +53,22 @@ class Timeline {
     std::vector<std::unique_ptr<Sink>> sinks_;
 };
 
-// One readable line an event: time, who -> whom, what, how long it took. Long texts are cut to about a line.
+// One readable line per event: time, from -> to, text, duration. Long texts are cut to about one line.
 std::unique_ptr<Sink> terminalSink(std::FILE* out, bool colours);
 
-// One JSON object a line, as jsonOf() gives it.
+// One JSON object per line, as returned by jsonOf().
 std::unique_ptr<Sink> jsonSink(std::FILE* out);
 
-// An event as a JSON object: time, from, to, what, and where they apply body, tone, ms, exchange and head.
+// An event as a JSON object: time, from, to, what and, where they apply, body, tone, ms, exchange and head.
 std::string jsonOf(const Event& event);
 
-// Control bytes of a text from outside written as \xNN, so that it stays on its line.
+// Escapes control bytes of external text as \xNN, so that it stays on one line.
 std::string printable(const std::string& text);
 
-// Seconds since the epoch, with their fraction.
+// Seconds since the epoch, with the fraction.
 double secondsOf(std::chrono::system_clock::time_point at);
 
-// A time as HH:MM:SS.mmm in local time.
+// Local time as HH:MM:SS.mmm.
 std::string clockText(std::chrono::system_clock::time_point at);
 
 }  // namespace lab

@@ -1,4 +1,4 @@
-// certificates.h - a certificate authority of the lab's own and a server certificate that it signed, made on the spot.
+// certificates.h - generates the lab's certificate authority and the server certificate signed by it. Any thread.
 #pragma once
 
 #include <openssl/evp.h>
@@ -20,19 +20,18 @@ using Key = std::unique_ptr<EVP_PKEY, KeyFree>;
 using Certificate = std::unique_ptr<X509, CertificateFree>;
 
 struct ServerIdentity {
-    Certificate authority;  // its key is thrown away once the server's certificate is signed
+    Certificate authority;  // its private key is discarded after signing
     Certificate server;
     Key serverKey;
 };
 
 inline constexpr long kDaySeconds = 24L * 60 * 60;
 
-// Makes both (EC keys, valid since a day), the server's for `hosts` and until `serverSeconds` from now, which may be
-// past. Throws std::runtime_error.
+// Generates both with EC keys, valid from one day ago. The server certificate covers `hosts` and expires
+// `serverSeconds` from now; a negative number makes it already expired. Throws std::runtime_error.
 ServerIdentity makeServerIdentity(const std::vector<std::string>& hosts, long serverSeconds = kDaySeconds);
 
-// Writes the certificate as PEM, in one step that a reader never sees half of; makes the folder when it is missing.
-// Throws std::runtime_error with the path.
+// Writes the certificate as PEM, atomically, and creates a missing folder. Throws std::runtime_error with the path.
 void writeBundle(const std::string& path, const X509* authority);
 
 }  // namespace lab

@@ -39,7 +39,7 @@ Problem oneOf(const Json& object, const char* name, std::initializer_list<std::s
     return std::nullopt;
 }
 
-// Checks from left to right until one finds something.
+// Runs the checks in order and returns the first problem.
 Problem first(std::initializer_list<std::function<Problem()>> checks) {
     for (const auto& check : checks) {
         if (auto problem = check()) {

@@ -1,4 +1,4 @@
-// cloud_checks.h - what a cloud asks of every request before it believes it. Pure functions, for any thread.
+// cloud_checks.h - the checks that a cloud applies to every request. Pure functions for any thread.
 #pragma once
 
 #include <cstdint>
@@ -12,27 +12,27 @@ namespace lab {
 struct Received {
     std::string method;
     std::string path;
-    std::string host;  // of the Host header, its port removed
+    std::string host;  // from the Host header, without the port
     std::string contentType;
     std::string apiKey;
     std::string body;
 };
 
-// What the cloud knows about the router and the time.
+// The router's identity and the current time, as the cloud knows them.
 struct Expected {
     std::string serial;
     std::int64_t now = 0;  // seconds since the epoch
 };
 
 struct Fault {
-    int status = 0;  // the HTTP status to answer
+    int status = 0;  // HTTP status of the response
     std::string why;
 };
 
 // NOLINTNEXTLINE(bugprone-exception-escape): its JSON throws only when memory runs out
 struct Checked {
-    Json json;                   // discarded when the body is none
-    std::optional<Fault> fault;  // the first thing that is wrong, in the order that a server would look
+    Json json;                   // discarded when the body is not JSON
+    std::optional<Fault> fault;  // the first failed check, in the order of a real server
 };
 
 Checked checkRequest(const Received& received, const Expected& expected);

@@ -25,7 +25,7 @@ std::size_t CloudRecord::mark() const {
     return dropped_ + requests_.size();
 }
 
-// Leaves `from` behind the requests that it looked at, so that none is judged twice. The caller holds the lock.
+// Advances `from` past the requests it has examined, so that `wanted` sees each one once. The caller holds the lock.
 CloudRecord::Request CloudRecord::find(std::size_t& from, const Wanted& wanted) const {
     for (from = std::max(from, dropped_); from < dropped_ + requests_.size(); ++from) {
         const Request& request = requests_.at(from - dropped_);

@@ -1,4 +1,4 @@
-// cloud_record.h - every request that reached the cloud, in order, for whoever wants to wait for one. Any thread.
+// cloud_record.h - every request that reached the cloud, in order of arrival. Any thread may add, read and wait.
 #pragma once
 
 #include <chrono>
@@ -17,10 +17,10 @@ namespace lab {
 
 // NOLINTNEXTLINE(bugprone-exception-escape): its JSON throws only when memory runs out
 struct CloudRequest {
-    std::string endpoint;  // the path, such as /transactionAck/
+    std::string endpoint;  // the path, for example /transactionAck/
     std::string body;
-    Json json;          // discarded when the body is none
-    std::string fault;  // why the cloud does not believe it; empty when all is right
+    Json json;          // discarded when the body is not JSON
+    std::string fault;  // the failed check; empty for a valid request
     std::chrono::steady_clock::time_point at = std::chrono::steady_clock::now();
 
     bool good() const { return fault.empty(); }
@@ -34,11 +34,11 @@ class CloudRecord {
 
     void add(Request request);
 
-    // The number of requests so far: a place to look from.
+    // The number of requests so far: a starting position for await() and since().
     std::size_t mark() const;
 
-    // The first request from place `from` on that is wanted; waits for it until `timeout` has passed, then null.
-    // Only the newest 10,000 are kept.
+    // Returns the first matching request from position `from` on, waiting up to `timeout`; null when none arrived. Only
+    // the newest 10,000 requests are kept.
     Request await(std::size_t from, const Wanted& wanted, std::chrono::milliseconds timeout) const;
 
     std::vector<Request> since(std::size_t from) const;

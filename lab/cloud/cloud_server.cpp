@@ -15,8 +15,8 @@ namespace lab {
 namespace {
 
 constexpr const char* kLoopback = "127.0.0.1";
-constexpr std::size_t kBodyLimit = 4UL * 1024 * 1024;  // bytes; the longest body of the agent has 2 MiB and a bit
-constexpr std::size_t kRequestsPerConnection = 1;      // the agent opens a connection for each; so stopping is prompt
+constexpr std::size_t kBodyLimit = 4UL * 1024 * 1024;  // bytes; the agent's longest body is slightly over 2 MiB
+constexpr std::size_t kRequestsPerConnection = 1;      // like the agent; idle connections would delay stopping
 constexpr const char* kJson = "application/json";
 
 std::vector<std::string> certificateHosts() {
@@ -60,7 +60,7 @@ std::string registrationBody(const RegistrationAnswer& answer) {
                       {"syncTime", answer.syncTime.empty() ? Json() : Json(answer.syncTime)}});
 }
 
-// Announces more than it sends and then gives up, which ends the connection.
+// Announces a longer body than it sends, so the library closes the connection.
 void hangUp(httplib::Response& response) {
     constexpr std::size_t kAnnounced = 100;
     response.set_content_provider(kAnnounced, kJson,
@@ -117,7 +117,7 @@ void CloudServer::startListening() {
     port_ = port;
     setUp(true);
     listener->thread = std::jthread([&server] { server.listen_after_bind(); });
-    while (!server.is_running()) {  // stop() is lost on a server that does not run yet
+    while (!server.is_running()) {  // stop() has no effect on a server that is not running yet
         std::this_thread::yield();
     }
     listener_ = std::move(listener);
@@ -141,7 +141,7 @@ void CloudServer::down() {
     setUp(false);
     if (listener_) {
         listener_->server->stop();
-        listener_.reset();  // joins: every request has been answered
+        listener_.reset();  // joins the thread: every request has been answered
     }
 }
 
@@ -182,7 +182,8 @@ std::string CloudServer::describe() const {
     return text;
 }
 
-// The mood of one answer; taken before anybody learns of the request, so that it is the one the request was sent into.
+// Consumes the mood of one answer. Called before the request is published, so a mood set in reaction to the request
+// does not affect its own answer.
 Mood CloudServer::takeMood() {
     const std::lock_guard lock(mutex_);
     const Mood mood = mood_;
@@ -192,7 +193,7 @@ Mood CloudServer::takeMood() {
     return mood;
 }
 
-// Waits for as long as was asked for. A stall ends with the next mood.
+// Waits for the configured delay. A stalled answer waits for the next mood.
 Mood CloudServer::waitToAnswer(Mood mood) {
     std::unique_lock lock(mutex_);
     const auto leaving = [this] { return !up_; };
@@ -264,7 +265,7 @@ void CloudServer::answer(const CloudRequest& request, Mood mood, httplib::Respon
             response.set_content("<html>not what you asked for</html>", "text/html");
             break;
         case Mood::Empty:
-        case Mood::Stall:  // over by now
+        case Mood::Stall:  // the stall is over
             response.status = 200;
             break;
         case Mood::Close:

@@ -1,5 +1,5 @@
-// cloud_server.h - the simulated cloud: an HTTPS server on a loopback port that checks every request as a real one
-// would and answers as it was told. Any thread may call it.
+// cloud_server.h - the simulated cloud: an HTTPS server on a loopback port that validates every request as a real cloud
+// would and answers according to its mood. Any thread may call it.
 #pragma once
 
 #include <atomic>
@@ -22,18 +22,18 @@ class SSLServer;
 
 namespace lab {
 
-// How requests that pass the checks are answered. Requests that do not are always answered 4xx {"status":0,...}.
+// How valid requests are answered. Invalid requests always get 4xx {"status":0,...}.
 enum class Mood {
     Accept,   // {"status":1}
     Refuse,   // {"status":0}
     Error,    // HTTP 500 with a body
     Empty,    // HTTP 200 without a body
-    Garbage,  // HTTP 200 with a body that is no JSON
+    Garbage,  // HTTP 200 with a body that is not JSON
     Stall,    // no answer until the mood changes
-    Close     // hangs up in the middle of the answer
+    Close     // closes the connection in the middle of the response
 };
 
-// What a registration is answered.
+// The answer to a registration.
 struct RegistrationAnswer {
     int status = 1;
     bool reset = false;
@@ -43,8 +43,8 @@ struct RegistrationAnswer {
 
 class CloudServer {
  public:
-    // Makes the certificates, writes the authority's to `caBundle` and listens. `serial` is the router's serial number.
-    // Throws std::runtime_error.
+    // Generates the certificates, writes the authority's to `caBundle` and starts listening. `serial` is the router's
+    // serial number. Throws std::runtime_error.
     CloudServer(Timeline& timeline, CloudRecord& record, std::string serial, const std::string& caBundle);
     CloudServer(const CloudServer&) = delete;
     CloudServer& operator=(const CloudServer&) = delete;
@@ -52,22 +52,23 @@ class CloudServer {
 
     int port() const { return port_; }
 
-    // The address to write into the store, for a host name of the certificate; it ends in a slash.
+    // The base URL to store for the agent; `host` must be one of the certificate's names. Ends with a slash.
     std::string baseUrl(const std::string& host) const;
 
-    // Listens on the port again, or refuses connections. Both return when it is so.
+    // up() listens on the same port again; down() refuses connections. Both return once the change is in effect.
     void up();
     void down();
     bool isUp() const;
 
-    // The mood of the next `times` answers; 0 means of all from now on. A stalled request is answered in the new mood.
+    // Sets the mood of the next `times` answers, then returns to Accept; 0 sets it permanently. Stalled requests are
+    // answered in the new mood.
     void behave(Mood mood, int times = 0);
-    // Waits so long before every answer.
+    // Delays every answer by `delay`.
     void slow(std::chrono::milliseconds delay);
     void registration(const RegistrationAnswer& answer);
     RegistrationAnswer registration() const;
 
-    // One line for a person: up or down, mood, delay.
+    // A one-line summary for the user: up or down, mood, delay.
     std::string describe() const;
 
  private:
@@ -88,19 +89,19 @@ class CloudServer {
 
     std::atomic<std::uint64_t> exchanges_ = 0;
 
-    std::mutex listenerMutex_;  // serialises up and down; never taken by a request
+    std::mutex listenerMutex_;  // serialises up() and down(); never locked by a request
     std::unique_ptr<Listener> listener_;
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     bool up_ = false;
     Mood mood_ = Mood::Accept;
-    int moodLeft_ = 0;  // answers for which the mood still holds; 0 for all
+    int moodLeft_ = 0;  // answers left in this mood; 0 for no limit
     std::chrono::milliseconds delay_{0};
     RegistrationAnswer registration_;
 };
 
-// The command line's word for a mood and back.
+// The mood's name on the command line.
 const char* nameOf(Mood mood);
 
 }  // namespace lab

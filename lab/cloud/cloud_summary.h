@@ -1,4 +1,4 @@
-// cloud_summary.h - one line for a person about a request to the cloud. Pure functions, for any thread.
+// cloud_summary.h - one-line summaries of cloud requests for the user. Pure functions for any thread.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace lab {
 
-// Such as: transactionAck/ 1 Success (1f0c...). Says WRONG and why when the request failed the checks.
+// For example: transactionAck/ 1 Success (1f0c...). An invalid request is marked WRONG, with the reason.
 std::string summary(const CloudRequest& request);
 
-// The device list in an acknowledgement or a sync; null when there is none. It belongs to the request.
+// The device list in an acknowledgement or a sync; null when there is none. Valid as long as the request.
 const Json& deviceListOf(const CloudRequest& request);
 
 }  // namespace lab

@@ -21,7 +21,7 @@ bool succeeded(const CloudRequest& request) {
     return request.text("transactionStatus") == "1";
 }
 
-// What decides about a command. A refusal decides always.
+// Matches the request that decides the outcome of a command. A refusal always decides.
 CloudRecord::Wanted decisive(Answer answer, const std::string& transaction, const Store& store) {
     switch (answer) {
         case Answer::CircleDevice:

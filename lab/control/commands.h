@@ -1,4 +1,4 @@
-// commands.h - the cloud's commands: what they are made of and what their success looks like. Any thread.
+// commands.h - the cloud commands, their example data and their expected answers. Any thread may call it.
 #pragma once
 
 #include <chrono>
@@ -10,18 +10,18 @@
 
 namespace lab {
 
-// How a command is answered when all goes well.
+// The answer to a successful command.
 enum class Answer {
     Acknowledged,       // transactionAck/ with status 1
     List,               // transactionAck/ with the device list
     CircleDevice,       // pc/circle/cuuid
-    AcknowledgedTwice,  // at once, and for the activation when the order has been carried out
+    AcknowledgedTwice,  // at once, and for the activation when the order is complete
 };
 
 struct Command {
     const char* name;
     Answer answer;
-    const char* example;  // of its data
+    const char* example;  // JSON text of its data
 };
 
 const std::vector<Command>& commands();
@@ -31,17 +31,16 @@ struct Outcome {
     bool success = false;
     std::string text;  // such as "acknowledged: 1 Success"
     std::chrono::milliseconds took{0};
-    CloudRecord::Request answer;  // the request that decided; null when nothing came
+    CloudRecord::Request answer;  // the deciding request; null on timeout
 };
 
-// A fresh transaction id.
 std::string newTransaction();
 
-// The envelope of a command; `data` is JSON text or empty for none.
+// The envelope of a command. `data` is JSON text, or empty for none.
 std::string envelope(const std::string& transaction, const std::string& command, const std::string& data);
 
-// Delivers a command and waits for the request that shows its success or failure. A command that is not known is
-// expected to be acknowledged. Throws std::runtime_error when it cannot be delivered.
+// Delivers a command and waits for the request that shows success or failure. An unknown command expects an
+// acknowledgement. Throws std::runtime_error when the command cannot be delivered.
 Outcome sendCommand(Lab& lab, const std::string& command, const std::string& data, std::chrono::milliseconds timeout,
                     const std::string& transaction = newTransaction());
 

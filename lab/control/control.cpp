@@ -12,8 +12,8 @@ namespace lab {
 
 namespace {
 
-constexpr int kNoPort = 80;                     // the library asks for one; a local socket has none
-constexpr time_t kAnswerPatienceSeconds = 600;  // a command may be waited for that long
+constexpr int kNoPort = 80;                     // required by the library, unused on a local socket
+constexpr time_t kAnswerPatienceSeconds = 600;  // a command may take this long
 
 std::optional<Reply> ask(const std::string& operation, const Json& arguments) {
     httplib::Client client(controlPath(), kNoPort);
@@ -58,7 +58,7 @@ ControlServer::ControlServer(Lab& lab) : server_(std::make_unique<httplib::Serve
         throw std::runtime_error("cannot listen on " + path);
     }
     thread_ = std::jthread([this] { server_->listen_after_bind(); });
-    while (!server_->is_running()) {  // stop() is lost on a server that does not run yet
+    while (!server_->is_running()) {  // stop() has no effect on a server that is not running yet
         std::this_thread::yield();
     }
 }

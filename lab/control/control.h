@@ -1,4 +1,4 @@
-// control.h - how a second terminal reaches a running lab: HTTP on a local socket that only the user can open.
+// control.h - controls a running lab from a second terminal: HTTP on a local socket that only the same user can open.
 #pragma once
 
 #include <memory>
@@ -18,9 +18,9 @@ std::string controlPath();
 
 class ControlServer {
  public:
-    // Listens. Throws std::runtime_error when a lab listens there already.
+    // Starts listening. Throws std::runtime_error when another lab is listening.
     explicit ControlServer(Lab& lab);
-    // Waits for operations that are being done.
+    // Waits for running operations.
     ~ControlServer();
     ControlServer(const ControlServer&) = delete;
     ControlServer& operator=(const ControlServer&) = delete;
@@ -30,10 +30,10 @@ class ControlServer {
     std::jthread thread_;
 };
 
-// Does an operation whose arguments are a JSON text and gives the reply as JSON: {"ok","text"}.
+// Runs an operation with arguments as JSON text and returns the reply as JSON: {"ok","text"}. Never throws.
 std::string performJson(Lab& lab, const std::string& operation, const std::string& arguments);
 
-// Asks the running lab; a lab that does not run is a reply with what to do.
+// Sends an operation to the running lab; waits up to ten minutes. Without a lab, the reply explains how to start one.
 Reply askLab(const std::string& operation, const Json& arguments);
 
 }  // namespace lab

@@ -16,7 +16,7 @@ namespace {
 constexpr const char* kSerial = "LAB000000000001";
 constexpr const char* kHost = provisioning::kNonProductionMarkers.front();
 constexpr const char* kPidFile = "/tmp/droagent.pid";
-constexpr std::chrono::seconds kStartPatience{20};  // three attempts at the link, five seconds apart, and a bit
+constexpr std::chrono::seconds kStartPatience{20};  // three link attempts, five seconds apart, plus a margin
 
 std::string makeStore(const LabSettings& settings, const std::filesystem::path& folder) {
     std::string path = settings.storePath.empty() ? (folder / "hab.db").string() : settings.storePath;

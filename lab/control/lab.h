@@ -1,4 +1,4 @@
-// lab.h - the whole lab: a fresh store, the cloud, the router's services and the agent between them.
+// lab.h - the complete lab: a new store, the cloud, the router's services and the agent.
 #pragma once
 
 #include <filesystem>
@@ -19,13 +19,13 @@
 namespace lab {
 
 struct LabSettings {
-    std::string storePath;  // empty for one in a temporary folder
+    std::string storePath;  // empty: a store in a temporary folder
     int devices = 12;
-    bool verbose = false;  // the agent's log lines in the timeline
+    bool verbose = false;  // show the agent's log lines in the timeline
     std::string caBundle = provisioning::kCaBundle;
 };
 
-// A folder of its own that goes away with its owner.
+// A temporary folder, removed with its object.
 class TemporaryFolder {
  public:
     TemporaryFolder();
@@ -38,22 +38,22 @@ class TemporaryFolder {
     std::filesystem::path path_;
 };
 
-// Made and destroyed by one thread, which also starts and stops the agent; the parts may be used by any.
+// Created and destroyed by one thread, which also starts and stops the agent. Any thread may use the parts.
 class Lab {
  public:
-    // Makes the store file (HAB_STORE is set to it) and fills in the router, then opens everything but the agent.
-    // Throws std::runtime_error, also when the store file exists already.
+    // Creates the store file, sets HAB_STORE to it, writes the router's values and starts everything except the agent.
+    // Throws std::runtime_error, also when the store file already exists.
     Lab(Timeline& timeline, const LabSettings& settings);
     ~Lab();
     Lab(const Lab&) = delete;
     Lab& operator=(const Lab&) = delete;
 
-    // Starts the binary of that name beside this program and waits until it takes messages. Returns how long that took.
-    // Throws std::runtime_error.
+    // Starts the named binary from this program's folder and waits until it accepts messages. Returns the start-up
+    // time. Throws std::runtime_error.
     std::chrono::milliseconds startAgent(const std::string& program,
                                          const std::map<std::string, std::string>& environment = {});
 
-    // Makes the router unregistered and the connector report once more, so that the agent asks the cloud again.
+    // Marks the router as unregistered and repeats the connector's report, so the agent registers again.
     void registerAgain();
 
     std::string logFile() const { return (folder_.path() / "droagent.log").string(); }
@@ -81,7 +81,7 @@ class Lab {
     AgentProcess agent;
 };
 
-// What keeps an agent from running on this host: another one, or somebody on its ports. Empty when nothing does.
+// Why no agent can run on this host: one is already running, or a port is in use. Empty when nothing prevents it.
 std::string inTheWay();
 
 }  // namespace lab

@@ -13,9 +13,9 @@ namespace lab {
 namespace {
 
 constexpr std::int64_t kSendPatienceMs = 20000;
-constexpr std::size_t kListLength = 24;  // devices that "status" names at most
+constexpr std::size_t kListLength = 24;  // devices listed by "status" at most
 
-// What a word stands for; `others` are words that the caller has dealt with already.
+// The value of a word. `others` are further valid words, handled by the caller and listed in the error.
 template <typename Value>
 Value oneOf(const std::map<std::string, Value>& known, const std::string& word, const std::string& others = {}) {
     const auto found = known.find(word);
@@ -29,7 +29,7 @@ Value oneOf(const std::map<std::string, Value>& known, const std::string& word, 
     throw std::runtime_error("\"" + word + "\" is not one of: " + words);
 }
 
-// A number that was typed, or `otherwise` when nothing was.
+// The number in a text argument, or `otherwise` when it is empty.
 int numberTyped(const Json& arguments, const char* name, int otherwise) {
     const std::string text = textOf(arguments, name);
     int number = 0;
@@ -47,7 +47,7 @@ std::chrono::milliseconds delayTyped(const Json& arguments) {
     return std::chrono::milliseconds(numberTyped(arguments, "value", 0));
 }
 
-// The data of a command with a device's MAC put in as cdMac.
+// Inserts a device's MAC into command data as cdMac.
 std::string withDevice(Lab& lab, const std::string& data, const std::string& device) {
     Json tree = parseJson(data.empty() ? "{}" : data);
     if (!tree.is_object()) {
@@ -122,7 +122,7 @@ Reply claim(Lab& lab, const Json& arguments) {
 }
 
 bool isTimeOfDay(const std::string& text) {
-    constexpr std::size_t kLength = 8;  // both digits of each number
+    constexpr std::size_t kLength = 8;  // two digits per number
     std::tm time{};
     const char* end = ::strptime(text.c_str(), "%H:%M:%S", &time);
     return text.size() == kLength && end != nullptr && *end == '\0' && time.tm_sec < 60;

@@ -1,4 +1,4 @@
-// operations.h - what can be done to a running lab, by name and with arguments as JSON texts. Any thread.
+// operations.h - the operations on a running lab, by name with JSON arguments. Any thread may call it.
 #pragma once
 
 #include <string>
@@ -9,10 +9,10 @@ namespace lab {
 
 struct Reply {
     bool ok = false;
-    std::string text;  // for a person; may have several lines
+    std::string text;  // for the user; may have several lines
 };
 
-// Does it and says how it went; an operation or an argument that is not known is an answer too. Never throws.
+// Runs an operation and returns its result. An unknown operation or invalid argument returns ok = false. Never throws.
 //
 //   status                       send {command, data, device, timeoutMs}   device {action, name}
 //   devices {count}              cloud {mood, value}                       claim {value}

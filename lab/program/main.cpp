@@ -1,4 +1,4 @@
-// drolab - the lab around the agent, on the command line.
+// drolab - the command line of the lab.
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
@@ -19,7 +19,7 @@ int tellReply(const lab::Reply& reply) {
     return reply.ok ? 0 : 1;
 }
 
-// What the command line asked for: filled in by the parser, done afterwards.
+// The requested action: filled in by the parser, run afterwards.
 struct Request {
     std::function<int()> act;
     lab::Json arguments = lab::Json::object();
@@ -89,7 +89,7 @@ void addSend(CLI::App& app, Request& request) {
     });
 }
 
-// A subcommand made of words: each becomes a text argument of the operation.
+// A subcommand with positional words. Each word becomes a text argument of the operation.
 struct Words {
     const char* name;
     const char* about;
@@ -116,7 +116,7 @@ void addWords(CLI::App& app, Request& request, const Words& words) {
     });
 }
 
-// What acts on a running lab, besides sending a command.
+// Operations on a running lab, except send.
 const std::vector<Words>& acts() {
     static const std::vector<Words> kActs{
         {

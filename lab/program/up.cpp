@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::chrono::seconds kStopPatience{10};
 
-// SIGINT and SIGTERM as something to wait for; every thread started afterwards leaves them alone.
+// SIGINT and SIGTERM as a descriptor. Threads started afterwards inherit the blocked signals.
 class EndSignals {
  public:
     EndSignals() {
@@ -32,7 +32,7 @@ class EndSignals {
     EndSignals(const EndSignals&) = delete;
     EndSignals& operator=(const EndSignals&) = delete;
 
-    // Whether a signal came; false when the process behind `pidFd` ended first.
+    // True when a signal arrived; false when the process of `pidFd` exited first.
     bool awaitOrEndOf(int pidFd) const {
         std::array<pollfd, 2> waiting{pollfd{fd_, POLLIN, 0}, pollfd{pidFd, POLLIN, 0}};
         while (::poll(waiting.data(), waiting.size(), -1) < 0 && errno == EINTR) {

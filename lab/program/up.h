@@ -1,4 +1,4 @@
-// up.h - `drolab up`: the lab in the foreground, as a live timeline.
+// up.h - `drolab up`: runs the lab in the foreground and shows a live timeline.
 #pragma once
 
 #include "lab.h"
@@ -8,11 +8,11 @@ namespace lab {
 struct UpSettings {
     LabSettings lab;
     bool json = false;
-    int webPort = 0;  // of the page; 0 for none
+    int webPort = 0;  // of the web page; 0 for none
 };
 
-// Runs until SIGINT or SIGTERM, or until the agent ends by itself. Returns the exit status: 0, or 1 when the lab could
-// not start or the agent ended otherwise than asked. To be called before any thread is started.
+// Runs until SIGINT, SIGTERM or the agent's exit. Returns the exit status: 0, or 1 when the lab cannot start or the
+// agent exits by itself or with an error. Call it before any thread starts.
 int runUp(const UpSettings& settings);
 
 }  // namespace lab

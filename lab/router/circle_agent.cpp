@@ -8,7 +8,7 @@ namespace lab {
 
 namespace {
 
-// Long enough for the monitor that the order starts to be waiting.
+// Long enough for the order's monitor to be waiting.
 constexpr std::chrono::milliseconds kUsualDelay{300};
 
 constexpr const char* kCircleDevice = "lab-circle-device-0001";

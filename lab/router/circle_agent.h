@@ -1,5 +1,5 @@
-// circle_agent.h - the router's agent of the parental-control service: takes orders from CircleCfgInternal and answers
-// after a while. Any thread may call it.
+// circle_agent.h - the router's agent of the parental-control service: reads orders from CircleCfgInternal and answers
+// after a delay. Any thread may call it.
 #pragma once
 
 #include <atomic>
@@ -18,20 +18,19 @@ enum class CircleMood { Success, Fail, Silent };
 class CircleAgent {
  public:
     explicit CircleAgent(Timeline& timeline);
-    // Waits for an answer that is being written; those that wait are dropped.
+    // Waits for an answer in progress and drops the pending ones.
     ~CircleAgent() { store_.follow({}, nullptr); }
     CircleAgent(const CircleAgent&) = delete;
     CircleAgent& operator=(const CircleAgent&) = delete;
 
     void mood(CircleMood mood) { mood_ = mood; }
-    // The error text of failures from now on.
+    // Sets the error text of later failures.
     void failsWith(const std::string& error);
-    // How long after an order the answer comes. An answer that is too quick is not heard: the agent's monitor must wait
-    // for it first.
+    // Sets the time between an order and its answer. The agent misses an answer that arrives before its monitor waits.
     void delay(std::chrono::milliseconds delay) { delayMs_ = delay.count(); }
     std::string describe() const;
 
-    // Writes an answer nobody has asked for.
+    // Writes an answer without an order.
     void answerNow(const std::string& answer, const std::string& error);
     void reportRunning(bool running);
     void reportProvisioned(bool provisioned);
@@ -51,7 +50,7 @@ class CircleAgent {
     std::mutex mutex_;
     std::string error_ = "radio not ready";
     Store store_;
-    DelayedJobs jobs_;  // last, so that jobs end before what they use
+    DelayedJobs jobs_;  // last member: jobs stop before the members they use are destroyed
 };
 
 }  // namespace lab

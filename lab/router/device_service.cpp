@@ -72,7 +72,7 @@ void DeviceService::noticed(std::string_view table, std::string_view name) {
                (field::DALHNotifyCDIL::CDILstatus.is(table, name) &&
                 store_.get(field::DALHNotifyCDIL::TotalIndexcount) == "0" &&
                 store_.get(field::DALHNotifyCDIL::CDILstatus) == "init")) {
-        // The agent marks a list that it has delivered, except an empty one, whose cycle it only ends.
+        // The agent writes cdilDebugStatus for each list it delivers. For an empty list it only resets the cycle.
         closeList();
     }
 }
@@ -180,7 +180,7 @@ void DeviceService::closeList() {
         return;
     }
     listOut_ = false;
-    // A transaction that came meanwhile keeps its place.
+    // A newer transaction keeps its place.
     if (!listTransaction_.empty() && store_.get(field::DroStatus::cdilTransUuid) == listTransaction_) {
         store_.set(field::DroStatus::cdilTransUuid, "Noop");
     }

@@ -1,5 +1,5 @@
-// device_service.h - the router's device service: carries out the requests that the agent writes into DALHConfig, and
-// announces what happens to devices. Any thread may call it.
+// device_service.h - the router's device service: executes the requests that the agent writes into DALHConfig, and
+// announces device events. Any thread may call it.
 #pragma once
 
 #include <atomic>
@@ -14,7 +14,7 @@
 
 namespace lab {
 
-// How requests are met: carried out, left lying, or with a list that announces one device more than it marks.
+// Requests are executed, ignored, or answered with a list that announces one device more than its masks mark.
 enum class ServiceMood { Ok, Silent, Wrong };
 
 struct SpeedTest {
@@ -29,7 +29,7 @@ struct SpeedTest {
 class DeviceService {
  public:
     DeviceService(Timeline& timeline, Population& population);
-    // Waits for a request that is being carried out; those that wait are dropped.
+    // Waits for a request in progress and drops the pending ones.
     ~DeviceService() { store_.follow({}, nullptr); }
     DeviceService(const DeviceService&) = delete;
     DeviceService& operator=(const DeviceService&) = delete;
@@ -38,10 +38,9 @@ class DeviceService {
     void slow(std::chrono::milliseconds delay) { delayMs_ = delay.count(); }
     std::string describe() const;
 
-    // What the router notices about devices; each returns the row. They throw std::runtime_error with a text for a
-    // person.
+    // Device events on the router; each returns the device's row. Throw std::runtime_error with a message for the user.
     int deviceJoined(const std::string& name);
-    // Also tells the agent when the device is tagged for that change.
+    // Also notifies the agent when the device is tagged for this state.
     int deviceOnline(const std::string& name, bool online);
     int deviceUpdated(const std::string& name);
     void speedTestDone(const SpeedTest& result);
@@ -65,11 +64,11 @@ class DeviceService {
     std::atomic<std::int64_t> delayMs_;
 
     std::mutex listMutex_;
-    bool listOut_ = false;         // a list was handed over and its end not seen yet
-    std::string listTransaction_;  // the transaction that it answers; empty for none
+    bool listOut_ = false;         // a list was announced and its completion not seen yet
+    std::string listTransaction_;  // the transaction that the list answers; empty for none
 
     Store store_;
-    DelayedJobs jobs_;  // last, so that jobs end before what they use
+    DelayedJobs jobs_;  // last member: jobs stop before the members they use are destroyed
 };
 
 }  // namespace lab

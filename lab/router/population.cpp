@@ -19,7 +19,7 @@ struct Kind {
     bool wired;
 };
 
-// Makers and models are made up.
+// Fictional brands and models.
 constexpr std::array kKinds{
     Kind{.name = "phone", .type = "Phone", .brand = "Nordlicht", .model = "N7 Mini", .wired = false},
     Kind{.name = "laptop", .type = "Computer", .brand = "Kestrel", .model = "AirBook 14", .wired = false},
@@ -53,7 +53,7 @@ bool sameName(const std::string& left, const std::string& right) {
 }  // namespace
 
 Device deviceNumber(int number) {
-    // Neighbours differ in kind and owner, so that a small network looks like a household.
+    // Neighbours differ in kind and owner, so a small network looks like a household.
     const auto index = static_cast<std::size_t>(number);
     const Kind& kind = kKinds.at(index % kKinds.size());
     const char* owner = kOwners.at((index / kKinds.size() + index % kKinds.size()) % kOwners.size());

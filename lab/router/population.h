@@ -1,4 +1,4 @@
-// population.h - the devices on the router's network, as rows of its device tables. Any thread may use it.
+// population.h - the devices on the router's network, stored as rows of its device tables. Any thread may use it.
 #pragma once
 
 #include <array>
@@ -24,35 +24,35 @@ struct Device {
     bool online = true;
 };
 
-// Believable devices, the same for the same number each time: names differ, also in their case-folded forms.
+// A realistic device, always the same for the same number. Names are unique regardless of case.
 Device deviceNumber(int number);
 
-// The eight masks that name rows: bit b of mask m stands for row m * 32 + b.
+// The eight masks that mark rows: bit b of mask m marks row m * 32 + b.
 std::array<std::uint32_t, 8> masksOf(const std::vector<int>& rows);
 
 class Population {
  public:
     explicit Population(Store& store);
 
-    // Makes the network consist of the first `count` devices, 0 to 256, rows in their order, without a notice to the
-    // cloud. Throws std::runtime_error when there are more wanted.
+    // Fills the first `count` rows with the first `count` devices and clears the others, without notifying the agent.
+    // Throws std::runtime_error unless `count` is 0 to 256.
     void resize(int count);
 
-    // Puts a device of that name into the first free row and returns the row. Throws std::runtime_error when the name
-    // is taken or every row is.
+    // Adds a device with this name in the first free row and returns the row. Throws std::runtime_error when the name
+    // is taken or no row is free.
     int join(const std::string& name);
     void remove(int row);
-    // What the user calls it; an empty text goes back to the default.
+    // Sets the user's names for a device; an empty text restores the default.
     void customise(int row, const std::string& name, const std::string& type, const std::string& brand,
                    const std::string& model);
     void setOnline(int row, bool online);
-    // New signal values, as after a walk through the house.
+    // Writes new signal values, as if the device had moved.
     void refresh(int row);
 
     std::optional<int> rowOf(const Mac& mac) const;
-    // By name (upper or lower case) or MAC text; throws std::runtime_error that names some who are there.
+    // Finds a device by name, in any case, or by MAC text. Throws std::runtime_error that lists a few existing names.
     int find(const std::string& nameOrMac) const;
-    // Rows in use, in order: all, or those with the given state.
+    // Rows in use in ascending order, optionally only those in the given state.
     std::vector<int> rows(std::optional<bool> online = std::nullopt) const;
     Device at(int row) const;
 
@@ -64,8 +64,8 @@ class Population {
     Store& store_;
     mutable std::mutex mutex_;
     std::array<std::optional<Device>, kRows> devices_;
-    int made_ = 0;    // devices given a number so far; each has its own MAC
-    int walked_ = 0;  // refreshes so far
+    int made_ = 0;    // devices numbered so far; each has a unique MAC
+    int walked_ = 0;  // number of refreshes
 };
 
 }  // namespace lab

@@ -12,7 +12,7 @@
 namespace lab {
 
 struct Store::Notices {
-    std::mutex handling;  // held while the handler runs, so that the owner can wait for it
+    std::mutex handling;  // held while the handler runs; lets the owner wait for it
     Handler handler;
 
     std::mutex mutex;
@@ -161,7 +161,7 @@ bool Store::await(const Field& field, const std::string& value, std::chrono::mil
 }
 
 bool Store::awaitWrite(const Field& field, const std::function<void()>& act, std::chrono::milliseconds timeout) {
-    // Shared with the handler, which may still run when this call has given up.
+    // Shared with the handler, which may still be running when this call times out.
     const auto written = std::make_shared<std::atomic<bool>>(false);
     follow({field.table}, [written, field](std::string_view table, int row, std::string_view name) {
         if (field.is(table, name) && row == field.row) {

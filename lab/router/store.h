@@ -1,5 +1,5 @@
-// store.h - a session of the router's store with its owner, values as text, and waiting for what others write.
-// Any thread may use a Store; handlers run on its session's delivery thread.
+// store.h - a session of the router's store that closes itself, values as text, and waiting for changes. Any thread may
+// use a Store; handlers run on the session's delivery thread.
 #pragma once
 
 #include <habhost.h>
@@ -15,7 +15,7 @@
 
 namespace lab {
 
-// A field of the store; `row` applies to the device tables.
+// A field of the store. `row` applies to the device tables.
 struct Field {
     const char* table;
     const char* name;
@@ -35,16 +35,16 @@ struct Value {
 using Mac = std::array<std::uint8_t, 6>;
 std::string macText(const Mac& mac);
 
-// Makes a store file with every value at its default; the file must not exist. Throws std::runtime_error.
+// Creates a store file with every value at its default. The file must not exist. Throws std::runtime_error.
 void createStore(const std::string& path);
 
 class Store {
  public:
     using Handler = std::function<void(std::string_view table, int row, std::string_view field)>;
 
-    // Opens a session of the store that HAB_STORE names. Throws std::runtime_error.
+    // Opens a session of the store in HAB_STORE. Throws std::runtime_error.
     Store();
-    // Returns when no handler of it runs any more; not to be called from one.
+    // Waits for a running handler. Must not be called from a handler.
     ~Store();
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
@@ -55,19 +55,19 @@ class Store {
     std::uint32_t number(const Field& field) const;
     Mac mac(const Field& field) const;
 
-    // Writes texts of the form that get() gives; several go in together or not at all. Throws std::runtime_error.
+    // Writes texts in the format of get(); several values are written atomically. Throws std::runtime_error.
     void set(const Field& field, const std::string& text);
     void set(const std::vector<Value>& values);
 
-    // Installs the one handler and asks for the notices of the tables.
+    // Replaces the handler, waiting for a running one, and subscribes to the tables.
     void follow(const std::set<std::string>& tables, Handler handler);
 
-    // Waits until `holds` or the time is over, looking again at every notice of the tables. Returns whether it held.
+    // Waits until `holds` returns true, checking it again on every notice of the tables. Returns false on timeout.
     bool await(const std::set<std::string>& tables, const std::function<bool()>& holds,
                std::chrono::milliseconds timeout);
     bool await(const Field& field, const std::string& value, std::chrono::milliseconds timeout);
 
-    // Calls `act` and waits for the next notice of a field, whatever is written. Takes the handler's place.
+    // Calls `act` and waits for the next notice of the field, whatever its value. Replaces and removes the handler.
     bool awaitWrite(const Field& field, const std::function<void()>& act, std::chrono::milliseconds timeout);
 
  private:
@@ -78,7 +78,7 @@ class Store {
     void check(const char* what, const Field& field, int status) const;
 
     hab_session* session_;
-    Notices* notices_;  // never freed: the library may still be entering the handler when the session is gone
+    Notices* notices_;  // never freed: the library may still enter the handler after the session is closed
 };
 
 }  // namespace lab

@@ -8,7 +8,7 @@ namespace lab {
 
 namespace {
 
-// What the agent writes. Fields that others write too are told only for the agent's own word.
+// Fields that the agent writes. Fields with other writers are shown only for the value that the agent writes.
 struct Told {
     Field field;
     const char* only = nullptr;

@@ -1,4 +1,4 @@
-// store_story.h - tells the timeline what the agent writes into the store. Runs on its own session's delivery thread.
+// store_story.h - posts the agent's store writes to the timeline. Runs on its own session's delivery thread.
 #pragma once
 
 #include "store.h"

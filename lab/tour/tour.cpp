@@ -18,7 +18,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kPatience{5000};  // for what should take milliseconds
+constexpr milliseconds kPatience{5000};  // for events that take milliseconds
 constexpr int kWrongUsage = 64;
 constexpr Pace kShipped{milliseconds(5000), milliseconds(20000), milliseconds(75000)};
 constexpr Pace kQuick{milliseconds(250), milliseconds(1500), milliseconds(1500)};
@@ -27,7 +27,7 @@ double secondsSince(std::chrono::steady_clock::time_point begin) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-// On a terminal, says each second that a step is still waiting, on a line that is wiped again.
+// On a terminal, shows each second that a step is still waiting. The line is erased when the step ends.
 class ProgressLine {
  public:
     ProgressLine(const std::string& what, bool terminal) {
@@ -61,7 +61,7 @@ class ProgressLine {
 struct Tour::Chapter {
     const char* name;
     const char* about;
-    bool quick;  // has waits that only the quick agent makes short
+    bool quick;  // has waits that only the quick agent shortens
     void (*tell)(Tour& tour);
 };
 
@@ -97,7 +97,7 @@ bool Tour::wanted(const std::string& name) const {
            std::find(settings_.only.begin(), settings_.only.end(), name) != settings_.only.end();
 }
 
-// The exit status when a chapter is asked for that does not exist, else 0.
+// Returns the exit status for an unknown chapter, else 0.
 int Tour::wrongChapter() const {
     for (const auto& name : settings_.only) {
         const auto& all = chapters();
@@ -111,12 +111,12 @@ int Tour::wrongChapter() const {
 
 void Tour::makeLab() {
     if (!settings_.timelineFile.empty()) {
-        // Opened once and left to the end of the process, as standard output is.
+        // Stays open until the process exits, like standard output.
         std::FILE* file = std::fopen(settings_.timelineFile.c_str(), "we");
         check(file != nullptr, "cannot write " + settings_.timelineFile);
         timeline_.add(jsonSink(file));
     }
-    // After the file, which would be out of sight in a private folder.
+    // After opening the file, because a private folder would hide it.
     const std::string shared = enterOwnNamespaces(std::filesystem::path(provisioning::kCaBundle).parent_path());
     if (!shared.empty()) {
         const std::string obstacle = inTheWay();
@@ -174,7 +174,7 @@ void Tour::chapter(const Chapter& chapter) {
     try {
         useAgent(quick);
         chapter.tell(*this);
-    } catch (const std::exception& problem) {  // between two steps
+    } catch (const std::exception& problem) {  // thrown between two steps
         step("set the scene", [&] { throw StepFailed(problem.what()); });
     }
     lab_->cloud.behave(Mood::Accept);
@@ -184,7 +184,7 @@ void Tour::chapter(const Chapter& chapter) {
     told_.push_back({chapter.name, running_, steps_ - stepsBefore, held_ - heldBefore, secondsSince(begin)});
 }
 
-// The first chapter starts the agent in a step of its own.
+// The chapter "start" starts the agent in a step of its own.
 void Tour::useAgent(bool quick) {
     const std::string program = quick ? "droagent-quick" : "droagent";
     if (program == running_ && lab_->agent.running()) {

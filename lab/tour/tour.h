@@ -1,4 +1,4 @@
-// tour.h - `drolab tour`: the agent's story in chapters of checked steps. One thread.
+// tour.h - `drolab tour`: chapters of checked steps that show what the agent does. Use it from one thread.
 #pragma once
 
 #include <functional>
@@ -14,63 +14,61 @@ namespace lab {
 struct TourSettings {
     bool list = false;
     bool full = false;
-    std::vector<std::string> only;  // chapters; empty for all
+    std::vector<std::string> only;  // chapters to run; empty for all
     std::string timelineFile;       // empty for none
 };
 
-// Returns the exit status: 0 when every step held, 1 when one did not or the lab could not start, 64 for a chapter that
-// does not exist. To be called before any thread is started.
+// Returns the exit status: 0 when every step passed, 1 when a step failed or the lab could not start, 64 for an unknown
+// chapter. Call it before any thread starts.
 int runTour(const TourSettings& settings);
 
-// What a step throws when something is not as it should be; the text says what.
+// Thrown by a failed step, with a message for the user.
 struct StepFailed : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The durations of the agent that a chapter runs.
+// The durations of the agent that the chapter runs.
 struct Pace {
-    std::chrono::milliseconds pause;        // after a request without an answer
-    std::chrono::milliseconds listWatch;    // for a device list that does not come
-    std::chrono::milliseconds circleWatch;  // for a Circle agent that does not answer
+    std::chrono::milliseconds pause;        // before a request without an answer is repeated
+    std::chrono::milliseconds listWatch;    // until a missing device list times out
+    std::chrono::milliseconds circleWatch;  // until a silent Circle agent times out
 };
 
 class Tour {
  public:
     explicit Tour(const TourSettings& settings);
 
-    // Runs every chapter that is wanted; returns the exit status.
     int run();
 
-    // For the chapters. A step prints one line; what it throws is its failure, and the next step goes on.
+    // For the chapters. A step prints one line. An exception fails the step; the next step runs.
     void step(const std::string& what, const std::function<void()>& act);
     Lab& lab() { return *lab_; }
     const Pace& pace() const { return pace_; }
     std::chrono::milliseconds startAgent();
-    // Registers the router when it is not, and makes it claimed or not.
+    // Registers the router if necessary and sets its claim state.
     void settle(bool claimed);
 
     // Delivers a command and checks its acknowledgement.
     void acknowledged(const std::string& command, const std::string& data, const std::string& status,
                       const std::string& reason);
-    // Delivers a command and returns the device list that it is answered with.
+    // Delivers a command and returns the request with the device list.
     CloudRecord::Request listed(const std::string& command, const std::string& data);
 
-    // Waits for a request that is right in every check and wanted.
+    // Waits for a matching request and checks that it is valid.
     CloudRecord::Request request(std::size_t from, const std::string& what, const CloudRecord::Wanted& wanted,
                                  std::chrono::milliseconds extra = std::chrono::milliseconds(0));
-    // Waits for an acknowledgement of a transaction and checks it.
+    // Waits for a transaction's acknowledgement and checks it.
     void acknowledgement(std::size_t from, const std::string& transaction, const std::string& status,
                          const std::string& reason, std::chrono::milliseconds extra = std::chrono::milliseconds(0));
-    // Waits until a field holds a value.
     void stored(const Field& field, const std::string& value);
-    // How many acknowledgements of a transaction came since.
+    // The number of a transaction's acknowledgements since `from`.
     int acknowledgements(std::size_t from, const std::string& transaction);
 
  private:
     struct Chapter;
     static const std::vector<Chapter>& chapters();
 
-    // How a chapter went.
+    // The result of a chapter.
     struct Told {
         const char* chapter;
         std::string agent;
@@ -100,7 +98,6 @@ class Tour {
 void check(bool holds, const std::string& otherwise);
 void checkSame(const std::string& what, const std::string& is, const std::string& wanted);
 
-// The chapters, each a list of steps.
 void tourStart(Tour& tour);
 void tourCommands(Tour& tour);
 void tourBadMessages(Tour& tour);

@@ -1,4 +1,4 @@
-// Parental control: activated, provisioned, switched off and on, and what goes wrong on the way.
+// Parental control: activation, provisioning, switching off and on, and failures.
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -32,7 +32,7 @@ void deviceReported(Tour& tour, std::size_t from, const std::string& transaction
     checkSame("circleUUID", report->text("circleUUID"), tour.lab().store.get(field::CircleCfg::cuuid));
 }
 
-// The monitor is over when it has put the order away.
+// The monitor resets the order as its last action.
 void orderPutAway(Tour& tour) {
     tour.stored(field::CircleCfgInternal::activationStatusDROA, "none");
     tour.stored(field::CircleCfgInternal::actionDROA, "none");
@@ -123,7 +123,7 @@ void switches(Tour& tour) {
               [&] { tour.acknowledged("TOGGLE_CIRCLE_STATE", R"({"toggle":"ON"})", "0", "Invalid toggle request"); });
 }
 
-// Waits for a line of the agent's log, behind what it holds at `from`: only there it says that a monitor waits.
+// Waits for a line that the agent logs after offset `from`. Only the log shows that a monitor is waiting.
 void awaitLog(const Tour& tour, const std::string& file, std::uintmax_t from, const std::string& text) {
     const auto deadline = std::chrono::steady_clock::now() + tour.pace().circleWatch;
     for (;;) {
@@ -155,7 +155,7 @@ void overlaps(Tour& tour) {
                   },
                   milliseconds(5000)),
               "the Circle agent did not take the order");
-        // The refusal takes the flag back; earlier than this it would keep the first order's monitor from starting.
+        // The refusal resets the flag. Any earlier, it would prevent the first order's monitor from starting.
         awaitLog(tour, lab.logFile(), logged, "Circle Activation Monitoring Thread Started!");
         tour.acknowledged("ACTIVATE_CIRCLE", kPlain, "0", "Earlier SORB activation request already in progress");
         deviceReported(tour, from, first);

@@ -1,4 +1,4 @@
-// What the cloud can order for a device, and what becomes of orders that are no good.
+// The cloud's commands for devices, and how invalid ones are handled.
 #include "store_fields.h"
 #include "tour.h"
 
@@ -69,7 +69,7 @@ void describes(Tour& tour, const std::string& name, const std::string& mac) {
     });
 }
 
-// Messages that get no answer at all.
+// Messages that are never answered.
 void ignores(Tour& tour, const std::string& mac) {
     Lab& lab = tour.lab();
     const std::size_t from = lab.record.mark();

@@ -1,4 +1,4 @@
-// What the router tells the cloud without being asked.
+// Events that the router reports to the cloud.
 #include <array>
 #include <ctime>
 
@@ -10,7 +10,7 @@ namespace lab {
 
 namespace {
 
-// A time of day in UTC that is so many seconds ahead.
+// The UTC time of day `seconds` from now.
 std::string timeOfDayIn(int seconds) {
     const std::time_t when = std::time(nullptr) + seconds;
     std::tm utc{};
@@ -61,7 +61,7 @@ void droppedUnlessClaimed(Tour& tour) {
     check(watching.awaitWrite(
               field::RADebugLog::dbgArg1, [&] { lab.devices.deviceJoined("Nobody's phone"); }, std::chrono::seconds(5)),
           "the event was not queued");
-    // Events leave in their order, and an update leaves claimed or not: once it has come, the first has had its turn.
+    // Events are sent in order, and an update is sent even when unclaimed: once it arrives, the first event is done.
     lab.devices.deviceUpdated("Nobody's phone");
     tour.request(from, "device update", ofType("UPDATE_CD"));
     for (const auto& request : lab.record.since(from)) {

@@ -1,4 +1,4 @@
-// The list of devices: asked for, empty, late, and one device of it.
+// The device list: requested, empty, late, and updated for one device.
 #include <set>
 
 #include "cloud_summary.h"
@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::chrono::seconds kListPatience{5};
 
-// The MACs in a list must be those of the rows.
+// The MACs in the list must match those of the rows.
 void checkDevices(Tour& tour, const CloudRequest& request, const char* macMember, const std::vector<int>& rows) {
     std::set<std::string> listed;
     for (const Json& device : deviceListOf(request)) {
@@ -32,7 +32,7 @@ void fetched(Tour& tour, const std::string& status, const std::string& fetchFor,
     tour.stored(field::DroStatus::cdilTransUuid, "Noop");
 }
 
-// A request for a list that nobody builds, or that has nothing in it, ends with a late refusal. Returns the wait.
+// A list request whose list is never built, or is empty, is refused after the watch period. Checks the refusal.
 void timedOut(Tour& tour, std::size_t from, const std::string& transaction) {
     const auto refusal = tour.request(
         from, "refusal of the list request",
@@ -72,7 +72,7 @@ void oddLists(Tour& tour) {
         lab.connector.deliver(envelope(transaction, "FETCH_CD", data), "FETCH_CD " + data);
         timedOut(tour, from, transaction);
         lab.devices.mood(ServiceMood::Ok);
-        // What the silent service left pending would take the next list that nobody asked for.
+        // The unanswered transaction is still pending and would claim the next unrequested list.
         lab.store.set(field::DroStatus::cdilTransUuid, "Noop");
     });
 }

@@ -1,4 +1,4 @@
-// The agent comes up, becomes known, and goes.
+// The agent's start, registration and shutdown.
 #include <sys/stat.h>
 
 #include <fstream>

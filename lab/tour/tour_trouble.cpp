@@ -1,4 +1,4 @@
-// The cloud refuses, does not answer, answers nonsense or is slow.
+// The cloud refuses, does not answer, answers garbage or is slow.
 #include "store_fields.h"
 #include "tour.h"
 
@@ -8,8 +8,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Delivers a harmless command and waits for `attempts` acknowledgements of it; checks that no more come before the next
-// command's. Returns the time between the first attempt and the last.
+// Delivers a harmless command, waits for `attempts` acknowledgements of it and checks that no more arrive before the
+// next command's. Returns the time between the first attempt and the last.
 milliseconds attemptsOf(Tour& tour, int attempts) {
     Lab& lab = tour.lab();
     const std::string transaction = newTransaction();
@@ -28,7 +28,7 @@ milliseconds attemptsOf(Tour& tour, int attempts) {
         },
         attempts * tour.pace().pause);
     tour.lab().cloud.behave(Mood::Accept);
-    // Commands are done one after the other: when the next is acknowledged, this one is over, its last pause included.
+    // Commands run one after the other: once the next one is acknowledged, this one and its last pause are over.
     const std::size_t next = lab.record.mark();
     const std::string probe = newTransaction();
     lab.connector.deliver(envelope(probe, "UPDATE_DTN_SCHEDULE", data), "UPDATE_DTN_SCHEDULE");

@@ -1,4 +1,4 @@
-// lab.js - the lab's page: shows what the lab tells, and has it do what the buttons say.
+// lab.js - the lab's page: shows the lab's events and runs its operations.
 // Texts from the lab only ever become text nodes.
 
 const key = location.hash.slice(1);
@@ -6,7 +6,7 @@ const byId = id => document.getElementById(id);
 
 // ---- Small parts ----
 
-// An element with attributes (`class`, `title`, `data-x`, ...; false or null for none), `on` for listeners, and children.
+// An element with attributes (`class`, `title`, ...; false or null omits one), `on` for listeners, and children.
 function make(tag, attributes = {}, ...children) {
     const element = document.createElement(tag);
     for (const [name, value] of Object.entries(attributes)) {
@@ -47,7 +47,7 @@ function shorten(text, length) {
     return text.length > length ? text.slice(0, length - 1) + '…' : text;
 }
 
-// Whether an event tells of a failure: a request that was not believed or that reports one, or an answer that is no success.
+// Whether an event reports a failure: a rejected request, a request that reports one, or an unsuccessful answer.
 function failed(event) {
     if (event.tone === 'bad' || !event.exchange) {
         return event.tone === 'bad';
@@ -56,14 +56,13 @@ function failed(event) {
         : !event.what.startsWith('200 ') || /"status":\s*0/.test(event.what);
 }
 
-// Takes the oldest children away.
 function keepNewest(parent, count) {
     while (parent.childElementCount > count) {
         parent.firstElementChild.remove();
     }
 }
 
-// Puts a child first and takes the oldest away.
+// Prepends a child and removes the oldest ones.
 function prependNewest(parent, child, count) {
     parent.prepend(child);
     while (parent.childElementCount > count) {
@@ -89,7 +88,7 @@ class Timeline {
             this.list.classList.toggle('failures-only', event.target.checked);
             this.settle();
         });
-        // Who scrolls up wants to read; who scrolls down to the end wants to follow.
+        // Scrolling up stops following the end of the list; scrolling back to the end resumes it.
         this.list.addEventListener('scroll', () => {
             const rest = this.list.scrollHeight - this.list.scrollTop - this.list.clientHeight;
             if ((rest < 4) !== this.following) {
@@ -144,7 +143,7 @@ class Timeline {
         return row;
     }
 
-    // Puts the text and the arrow (or the mark, for what somebody does alone) where the lifelines are.
+    // Places the text and the arrow (or the mark, for an actor's own action) on the lifelines.
     static draw(event, lanes, label) {
         const count = Timeline.actors.length;
         const middle = name => {
@@ -224,9 +223,9 @@ class StoreView {
 
     constructor(tables, onChange) {
         this.onChange = onChange;
-        this.cells = new Map();  // by table.row.field
+        this.cells = new Map();  // keyed by table.row.field
         this.tables = new Map();
-        this.fresh = new Map();  // cells that changed last, with the time
+        this.fresh = new Map();  // recently changed cells, with the time
         this.changed = 0;
         for (const table of tables) {
             this.addTable(table);
@@ -252,7 +251,7 @@ class StoreView {
         }
     }
 
-    // The cells of a row; in a table of one row each field has a line of its own.
+    // The cells of a row. In a table with one row, each field has its own line.
     addRow(table, row) {
         const cells = table.fields.map(field => {
             const cell = make('td', {class: 'value initial', 'data-table': table.name, 'data-row': row, 'data-field': field.name}, field.initial);
@@ -286,7 +285,7 @@ class StoreView {
         return this.cells.get(`${table}.${row}.${field}`)?.value ?? '';
     }
 
-    // Values as they were written, in their order. Those without a time were there before.
+    // Applies values in write order. Values without a time are initial ones.
     update(values) {
         const timed = values.filter(value => value.time !== undefined);
         const befores = values.map(value => this.write(value));
@@ -305,7 +304,7 @@ class StoreView {
         this.onChange(values);
     }
 
-    // Only what changed together with the last change, or shortly before it, stays marked.
+    // Only cells that changed with the last change or shortly before it stay highlighted.
     fade(now) {
         for (const [cell, time] of this.fresh) {
             if (now - time > StoreView.freshSeconds) {
@@ -315,7 +314,7 @@ class StoreView {
         }
     }
 
-    // Returns the value that was there.
+    // Returns the previous value.
     write(change) {
         const known = this.find(change);
         const before = known.value;
@@ -342,7 +341,7 @@ class StoreView {
         return before;
     }
 
-    // A row whose every value is the default is not in use.
+    // A row is unused when all its values are defaults.
     tellRow(table, row) {
         table.rows.get(row).classList.toggle('unused', table.fields.every(field => this.value(table.name, row, field.name) === field.initial));
     }
@@ -398,13 +397,13 @@ class StoreView {
     }
 }
 
-// ---- Cloud: what reached it, whether it was believed, what it answered ----
+// ---- Cloud: the requests that reached it, their validity and their answers ----
 
 class CloudView {
     static kept = 300;
 
     constructor() {
-        this.open = new Map();  // requests by exchange
+        this.open = new Map();  // requests, keyed by exchange
         this.count = 0;
         byId('refused-only').addEventListener('change', event => byId('requests').classList.toggle('refused-only', event.target.checked));
     }
@@ -461,13 +460,13 @@ class CloudView {
     }
 }
 
-// ---- Act: everything that can be done to the lab ----
+// ---- Act: operations on the lab ----
 
 class Replies {
     static kept = 20;
     static list = document.querySelector('#replies ol');
 
-    // Asks for an operation and shows the reply; `label` says what was asked.
+    // Runs an operation and shows the reply. `label` describes the request.
     static async ask(operation, args, label) {
         const text = make('span', {class: 'text'}, '…');
         const item = make('li', {class: 'pending'}, make('b', {}, label), text);
@@ -487,8 +486,7 @@ class Replies {
     }
 }
 
-// Each press asks for `operation` with what the button says and with the inputs it uses. What they may be is the lab's to
-// check; its reply tells.
+// Each button runs `operation` with its own arguments and the listed inputs. The lab validates them.
 const groups = [
     {title: 'How the cloud answers', operation: 'cloud',
         inputs: [{name: 'value', label: 'Times or ms', size: 6}],
@@ -528,7 +526,7 @@ function groupForm({title, operation, inputs = [], buttons}) {
         ...buttons.map(([label, args, uses]) => button(label, () => press(label, args, uses))));
 }
 
-// The devices that the store has, each with what is done most.
+// The devices in the store, each with its most common operations.
 class Devices {
     constructor(store) {
         this.store = store;
@@ -664,7 +662,7 @@ for (const [i, tab] of tabs.entries()) {
     });
 }
 
-// ---- What the lab tells ----
+// ---- Events from the lab ----
 
 function tellConnection(text, state) {
     byId('connection').textContent = text;
@@ -713,6 +711,6 @@ async function begin() {
     listen(timeline, store, new CloudView());
 }
 
-// Another key is another run's.
+// A different key belongs to a different run of the lab.
 addEventListener('hashchange', () => location.reload());
 begin();

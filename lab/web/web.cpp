@@ -22,9 +22,9 @@ constexpr int kForbidden = 403;
 constexpr int kTooMany = 503;
 constexpr std::size_t kBodyLimit = 1024UL * 1024;
 constexpr int kReadersMost = 8;
-constexpr std::size_t kThreads = 16;                // a reader keeps one, as does a command that waits for its answer
-constexpr std::chrono::seconds kReaderPatience{2};  // for one that does not read; it comes back when it wants to
-constexpr std::chrono::seconds kHeartbeat{10};      // a reader that is gone is noticed at the next write
+constexpr std::size_t kThreads = 16;  // an open page occupies one, and so does a command waiting for its answer
+constexpr std::chrono::seconds kReaderPatience{2};  // write time-out for stuck readers; they may reconnect
+constexpr std::chrono::seconds kHeartbeat{10};      // a lost reader is detected on the next write
 
 std::string describeLab() {
     Json list = Json::array();
@@ -53,7 +53,7 @@ bool same(const std::string& one, const std::string& other) {
     return one.size() == other.size() && CRYPTO_memcmp(one.data(), other.data(), one.size()) == 0;
 }
 
-// Where a reader that lost its connection was; 0 for a new one.
+// The position of a reader that reconnects; 0 for a new one.
 std::uint64_t placeOf(const httplib::Request& request) {
     const std::string text = request.get_header_value("Last-Event-ID");
     std::uint64_t place = 0;
@@ -92,7 +92,7 @@ WebPage::WebPage(Lab& lab, std::shared_ptr<WebFeed> feed, int port)
 
 WebPage::~WebPage() {
     feed_->end();
-    // Those who read are told of the end first; the server would only hang up on them.
+    // Let readers receive the end of the feed; stopping the server would only close their connections.
     const auto deadline = std::chrono::steady_clock::now() + kReaderPatience;
     while (readers_ > 0 && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -105,7 +105,7 @@ std::string WebPage::address() const {
     return std::string("http://") + kLoopback + ":" + std::to_string(port_) + "/#" + key_;
 }
 
-// Why a request is not answered, or null.
+// Returns why a request is refused, or null.
 const char* WebPage::refusal(const httplib::Request& request) const {
     const std::string host = request.get_header_value("Host");
     const std::string port = ":" + std::to_string(port_);
@@ -115,7 +115,7 @@ const char* WebPage::refusal(const httplib::Request& request) const {
     if (isAsset(request)) {
         return nullptr;
     }
-    // An event source cannot send headers of its own.
+    // EventSource cannot set request headers.
     if (!same(request.get_header_value(kKeyHeader), key_) && !same(request.get_param_value("key"), key_)) {
         return "The key is missing or of another run: open the address that drolab printed.";
     }
@@ -172,7 +172,7 @@ void WebPage::listen(int port) {
     server_->set_payload_max_length(kBodyLimit);
     server_->set_write_timeout(kReaderPatience);
     server_->new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
-    // Not the library's choice, with which a second server of the same user would share the port.
+    // The library's default, SO_REUSEPORT, would let a second server of the same user share the port.
     server_->set_socket_options([](socket_t socket) {
         const int yes = 1;
         ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
@@ -183,7 +183,7 @@ void WebPage::listen(int port) {
                                  std::to_string(port + 1));
     }
     thread_ = std::jthread([this] { server_->listen_after_bind(); });
-    while (!server_->is_running()) {  // stop() is lost on a server that does not run yet
+    while (!server_->is_running()) {  // stop() has no effect on a server that is not running yet
         std::this_thread::yield();
     }
 }

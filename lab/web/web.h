@@ -1,9 +1,9 @@
-// web.h - the lab as a page in a browser of this machine: HTTP on 127.0.0.1 only, with server-sent events for what is
-// new.
+// web.h - the lab as a web page: HTTP on 127.0.0.1 only, with server-sent events for updates.
 //
-// Whoever acts must hold the key, which is in the part of the page's address that browsers keep to themselves. So
-// neither another user of the machine nor another site in the same browser sees or does anything: a request with
-// another Host (a name that was made to point here), without the key, or a POST with another Origin is refused.
+// Every request except for the page's static files needs the key. It is in the fragment of the page's URL, which
+// browsers do not send. A request is refused with a different Host header (DNS rebinding), without the key, or as a
+// POST with a different Origin. So neither other users of the machine nor other sites in the same browser can see or
+// control the lab.
 #pragma once
 
 #include <atomic>
@@ -25,18 +25,18 @@ namespace lab {
 
 constexpr int kWebPort = 8466;
 
-// Made and destroyed by one thread.
+// Created and destroyed by one thread.
 class WebPage {
  public:
-    // Listens on the port, or on any for 0. `feed` gets the store's values; the timeline's events come from a feedSink.
-    // Throws std::runtime_error, also when the port is taken.
+    // Listens on `port`, or on any free port for 0. The page adds the store's values to `feed`; add a feedSink to the
+    // timeline for its events. Throws std::runtime_error, also when the port is in use.
     WebPage(Lab& lab, std::shared_ptr<WebFeed> feed, int port);
-    // Ends the feed. Waits for operations that are being done.
+    // Ends the feed. Waits for running operations.
     ~WebPage();
     WebPage(const WebPage&) = delete;
     WebPage& operator=(const WebPage&) = delete;
 
-    // What to open, with the key.
+    // The page's URL, including the key.
     std::string address() const;
 
  private:
@@ -49,7 +49,7 @@ class WebPage {
     const std::shared_ptr<WebFeed> feed_;
     int port_ = 0;
     const std::string key_;
-    const std::string description_;  // what the page needs to know once: commands and tables
+    const std::string description_;  // static data for the page: commands and tables
     WebStore store_;
     std::atomic<int> readers_ = 0;
     std::unique_ptr<httplib::Server> server_;

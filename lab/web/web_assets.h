@@ -1,4 +1,4 @@
-// web_assets.h - the page's files, which travel inside the program. Constants only.
+// web_assets.h - the page's files, embedded in the program. Constants only.
 #pragma once
 
 #include <array>

@@ -1,6 +1,5 @@
-// web_feed.h - what the page is told: the lab's newest events and the store's values as they are, in one numbered
-// order. Any thread adds. Each reader asks for what is newer than what it has, so that one who is slow or gone holds up
-// nobody.
+// web_feed.h - the page's data: the lab's newest events and the store's current values, in one numbered sequence. Any
+// thread may add items. Each reader requests the items after its own position, so slow or lost readers block nobody.
 #pragma once
 
 #include <chrono>
@@ -21,18 +20,18 @@ class WebFeed {
     // Adds {"event":`json`}. Only the newest 3,000 are kept, and no more than 16 MiB of them.
     void addEvent(const std::string& json);
 
-    // Adds {"value":`json`} and drops the one of the same name that was there.
+    // Adds {"value":`json`} and drops the previous value of the same name.
     void addValue(const std::string& name, const std::string& json);
 
     struct News {
-        std::uint64_t upTo = 0;  // where to go on from
-        std::string items;       // a JSON array, or empty when nothing came
-        bool over = false;       // nothing will come any more
+        std::uint64_t upTo = 0;  // position for the next call
+        std::string items;       // a JSON array; empty on timeout
+        bool over = false;       // the feed has ended; nothing follows these items
     };
-    // What came after `from`, 0 for the beginning, about 1 MiB at most; waits for it until `patience` is over.
+    // Items after position `from` (0 for all), about 1 MiB at most. Waits up to `patience` for the first one.
     News after(std::uint64_t from, std::chrono::milliseconds patience) const;
 
-    // Readers get what is left, and then that it is over.
+    // Readers receive the remaining items and then the end of the feed.
     void end();
 
  private:
@@ -48,7 +47,7 @@ class WebFeed {
     bool over_ = false;
 };
 
-// Shows the timeline's events to the feed.
+// A sink that adds the timeline's events to the feed.
 std::unique_ptr<Sink> feedSink(std::shared_ptr<WebFeed> feed);
 
 }  // namespace lab

@@ -29,7 +29,7 @@ void describe(const hab_host_field* field, void* context) {
         {{"name", field->name}, {"type", field->type}, {"initial", field->initial}, {"about", field->about}});
 }
 
-// `at` is null for a value that was there before anybody looked.
+// `at` is null for an initial value.
 void add(WebFeed& feed, const hab_host_value& value, const std::chrono::system_clock::time_point* at) {
     Json item{{"table", value.table}, {"row", value.row}, {"field", value.field}, {"value", value.text}};
     if (at != nullptr) {

@@ -1,5 +1,5 @@
-// web_store.h - the store's tables for the page: what they are made of, and every value as it is written. Made and
-// destroyed by one thread; values are read on its session's delivery thread.
+// web_store.h - the store's tables for the page: their structure and every value as it changes. Created and destroyed
+// by one thread; values are read on the session's delivery thread.
 #pragma once
 
 #include <mutex>
@@ -13,8 +13,8 @@ namespace lab {
 
 class WebStore {
  public:
-    // Adds every value that differs from its default to the feed, and from then on every one that is written, with the
-    // time. Throws std::runtime_error.
+    // Adds every value that differs from its default to the feed, then every value that is written, with its time.
+    // Throws std::runtime_error.
     explicit WebStore(WebFeed& feed);
     ~WebStore() { store_.follow({}, nullptr); }
     WebStore(const WebStore&) = delete;
@@ -27,7 +27,7 @@ class WebStore {
     void written(const std::string& table, int row, const std::string& name);
 
     WebFeed& feed_;
-    std::mutex mutex_;  // held from reading a value until it is in the feed, so that an older one never comes later
+    std::mutex mutex_;  // held from reading a value until it is in the feed, which keeps values in order
     Store store_;
 };
 

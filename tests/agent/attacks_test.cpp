@@ -1,5 +1,5 @@
-// What the agent survives: being killed, signals at any instant, a hostile connector, a cloud that comes and goes, a
-// store that cannot be written or is gone, a clock that jumps. tests/campaign runs these many times over.
+// Robustness: kills and signals at random moments, a hostile connector, an unreliable cloud, a read-only, full or
+// missing store, and a jumping clock. tests/campaign runs these many times.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -22,8 +22,9 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-// Sends a message until the agent has taken it, as its closing of the connection shows. In a crowd the system may drop
-// a connection that the listener has no place for after its sender believed it made. Returns how often it sent.
+// Sends a message until the agent has accepted it, which it shows by closing the connection. With many clients the
+// kernel may drop a connection that the client considers established, because the listener's backlog is full. Returns
+// the number of attempts.
 int deliver(const std::string& message) {
     for (int times = 1;; ++times) {
         const int descriptor = connect_to(kNotificationPort);
@@ -37,7 +38,7 @@ int deliver(const std::string& message) {
     }
 }
 
-// An instant, not a wait for anything.
+// A random delay, not a wait for an event.
 void some_time(milliseconds longest) {
     static thread_local std::mt19937 random{std::random_device{}()};
     std::uniform_int_distribution<long> choose(0, std::chrono::microseconds(longest).count());
@@ -62,13 +63,13 @@ class Attacks : public ProcessTest {
                    json_value(request.body, "transactionStatus") == "1";
         });
     }
-    // Sends a command of its own and waits for its acknowledgement; no more is then known of the requests before.
+    // Sends a command and waits for its acknowledgement. Forgets the requests before it.
     void expect_answer() {
         cloud.forget();
         deliver(block_command(++number_));
         ASSERT_TRUE(eventually([this] { return acknowledged(number_); })) << number_;
     }
-    // What the agent has when it does nothing, after its first command.
+    // The agent's idle resource use after its first command.
     auto idle(const AgentProcess& agent) {
         EXPECT_TRUE(agent.wait_for_link()) << agent.output();
         const auto threads = threads_and_descriptors(agent).first;
@@ -102,8 +103,8 @@ TEST_F(Attacks, KilledAtAnyInstantItStartsAgainAndNothingCommittedIsLost) {
         }
         ASSERT_EQ(agent.wait_exit(), 256 + SIGKILL) << agent.output();
         ASSERT_EQ(store.get("DALHNotifyNDN.Index"), std::to_string(committed % 200));
-        // An order that the device service sees is whole, and one that the cloud believes done was given. The other way
-        // round the cloud, without an acknowledgement, knows that it has to repeat its command.
+        // An order that the device service sees is complete, and an acknowledged order was written. The reverse may
+        // fail: without an acknowledgement the cloud repeats its command.
         const bool ordered = store.get("DALHConfig.ProcessID") == "1";
         ASSERT_TRUE(ordered || !acknowledged(number_));
         if (ordered) {
@@ -120,7 +121,7 @@ TEST_F(Attacks, KilledAtAnyInstantItStartsAgainAndNothingCommittedIsLost) {
     tell(kills, " kills among ", committed, " writes, ", unfinished, " with a command under way");
 }
 
-// True once the process has a handler of its own for SIGUSR1; before that, the signal's default would end it.
+// True once the process has installed its own SIGUSR1 handler. Until then the default action would kill it.
 bool handles_end(pid_t process) {
     const std::string status = file_text("/proc/" + std::to_string(process) + "/status");
     const auto at = status.find("SigCgt:");
@@ -129,7 +130,7 @@ bool handles_end(pid_t process) {
 
 TEST_F(Attacks, SigusrOneEndsItAtAnyInstant) {
     const Cases<const char*, Answer, const char*, const char*> states{
-        // connector registered, the cloud's answer, the log's line that the instant is near, and what this is
+        // connector registered, the cloud's answer, the log line that precedes the moment, the name of the case
         {"1", kAccepted, nullptr, "start-up"},
         {"0", kAccepted, "=====LOCKed Process..=====\n", "a command"},
         {"0", kAccepted, "NDN Event Matched!\n", "a push"},
@@ -144,7 +145,7 @@ TEST_F(Attacks, SigusrOneEndsItAtAnyInstant) {
         const auto& [registered, answer, near, what] = states[static_cast<std::size_t>(i) % states.size()];
         SCOPED_TRACE(what);
         store.set_all({{"JorvagentCfg.jorv_agent_registered", registered}, {"DroStatus.CircleAct", "false"}});
-        cloud.down();  // lets what is stalled go
+        cloud.down();  // releases stalled requests
         cloud.up();
         cloud.answer_all(answer);
         AgentProcess agent(store);
@@ -236,7 +237,7 @@ TEST_F(Attacks, ManyCommandsInAStormOfSignalsAndManyAtOnceLeaveNothingBehind) {
         }
     }
     cloud.forget();
-    // The listener keeps one connection waiting; who comes then is asked to come again, after a second at first.
+    // The listener's backlog is one connection. Clients beyond that retry, after one second at first.
     const std::size_t together = static_cast<std::size_t>(rounds(8, 50));
     std::atomic<int> late = 0;
     std::atomic<int> again = 0;
@@ -291,7 +292,7 @@ int run(const std::string& words) {
     return std::system(words.c_str());
 }
 
-// While it lives, what is temporary is made in a file system of one megabyte.
+// While it exists, temporary files are created in a one-megabyte file system.
 struct SmallDisk {
     bool there = std::getenv("DRO_TEST_NAMESPACE") != nullptr &&
                  run("mkdir -p /tmp/small && mount -t tmpfs -o size=1m small /tmp/small") == 0;
@@ -309,7 +310,7 @@ TEST_F(Attacks, AStoreThatFailsIsSaidAndOutlived) {
         GTEST_SKIP() << "no file system of the test's own";
     }
     const Cases<std::string, std::string, std::string, std::string> troubles{
-        // how it begins and, if it does, ends; what the running agent says, and what one that starts then says
+        // command that starts the fault, command that ends it, log text of a running agent, log text of a starting one
         {"cat /dev/zero > /tmp/small/full 2> /dev/null", "rm /tmp/small/full", "disk is full", "disk is full"},
         {"mount --bind /tmp/small /tmp/small && mount -o remount,ro,bind /tmp/small", "umount /tmp/small",
          "its bell file cannot be opened", "read-only"},
@@ -325,7 +326,7 @@ TEST_F(Attacks, AStoreThatFailsIsSaidAndOutlived) {
         AgentProcess agent(small, launch);
         ASSERT_TRUE(agent.wait_for_link()) << agent.output();
         run(begin);
-        // The room that earlier commits have left is used up first.
+        // Fills the space that earlier commits have left.
         ASSERT_TRUE(eventually([&, &said = said] {
             cloud.forget();
             deliver(block_command(++number_));
@@ -342,7 +343,7 @@ TEST_F(Attacks, AStoreThatFailsIsSaidAndOutlived) {
         run(begin);
         expect_prompt_end(agent);
         AgentProcess next(small, launch);
-        // Where nothing can be written the connector is not told of the link: after three attempts it lives without.
+        // The link needs a writable store. After three attempts the agent runs without it.
         if (saidAtStart == said) {
             EXPECT_TRUE(next.log().wait_for("LibJorvhdlr init failed! Re-trying in 5 sec...\n", 3));
             next.signal(SIGUSR2);  // answered once it is parked
@@ -358,12 +359,12 @@ TEST_F(Attacks, AStoreThatFailsIsSaidAndOutlived) {
 }
 
 #ifdef DRO_JUMPING_CLOCK
-// All pauses are one function's, and all deadlines of monitors another's.
+// All pauses share one function and all monitor deadlines another, so one case each covers them.
 TEST_F(Attacks, NoWaitLooksAtTheCalendar) {
     constexpr milliseconds kPause{300};
     constexpr milliseconds kWatch{500};
     Launch launch = quick(kPause.count(), kWatch.count());
-    launch.environment["LD_PRELOAD"] = DRO_JUMPING_CLOCK;  // an hour forth or back at each look
+    launch.environment["LD_PRELOAD"] = DRO_JUMPING_CLOCK;  // one hour forward or back on each call
     store.set_all({{"JorvagentCfg.jorv_agent_registered", "1"}, {"DroStatus.cdilSupport", "true"}});
     cloud.script("addJorvDeviceId/", {kEmpty, kEmpty});
     AgentProcess agent(store, launch);
@@ -377,7 +378,7 @@ TEST_F(Attacks, NoWaitLooksAtTheCalendar) {
     expect_wait(attempts[2].at - attempts[1].at, kPause);
     const std::string stamp = json_value(attempts[0].body, "ePOCHTimeStamp");
     EXPECT_GT(std::abs(std::stol(stamp) - std::time(nullptr)), 3000) << "the clock was right";
-    // The link tells the connector's state once more: a registration that the order would have to wait for.
+    // The link repeats the connector's state, which starts a registration that would delay the order.
     ASSERT_TRUE(agent.log().wait_for("Returning from JorvAgentStatus_cbHandler\n", 2));
     const std::string order = R"({"UUID":"u","cmd":"FETCH_CD","data":{"status":0,"fetchFor":"app"}})";
     const auto ordered = Clock::now();

@@ -1,5 +1,5 @@
-// The Circle service: which orders are refused and how, what is written for the Circle agent, what is reported, and how
-// its health reaches the cloud.
+// The Circle service: refused orders, the values written for the Circle agent, the acknowledgements, and health reports
+// to the cloud.
 #include <array>
 #include <cstring>
 #include <functional>
@@ -25,8 +25,8 @@ Texts joined(Texts first, const Texts& second) {
 
 class Circle : public AgentTest {
  protected:
-    // What `order` writes while the field `failing` cannot be written, and its acknowledgements, with
-    // kNoAcknowledgement behind them for each other request.
+    // Checks what `order` writes while the field `failing` cannot be written, and its acknowledgements, followed by one
+    // kNoAcknowledgement for each other request.
     void expect_order(const std::function<void()>& order, const Texts& writes, const Texts& reported,
                       const std::string& failing = "") {
         forget();
@@ -121,7 +121,7 @@ TEST_F(Circle, AnOutcomeThatNobodyHeardChangesNoState) {
 constexpr const char* kProvision = "PROVISION_CIRCLE";
 constexpr const char* kRunning = "u-2 1 Success: Provision running";
 
-// The five credentials, of these lengths.
+// The five credentials with these lengths.
 std::string credentials(std::size_t id = 5, std::size_t access = 5, std::size_t refresh = 5, std::size_t local = 5,
                         std::size_t host = 5) {
     return R"({"circleId":")" + std::string(id, 'i') + R"(","accessToken":")" + std::string(access, 'a') +
@@ -171,10 +171,10 @@ TEST_F(Circle, AProvisioningIsRefusedForEachReason) {
 }
 
 TEST_F(Circle, AProvisioningIsWrittenInItsOrderUntilAWriteFails) {
-    // `upTo`: writes of the order, the failed one included. Lengths: as credentials() has them.
+    // `upTo`: number of the order's writes, including the failed one. `lengths`: as for credentials().
     const auto expect = [&](const std::string& failing, int upTo, const std::string& answer,
                             const std::array<std::size_t, 5>& lengths = {5, 5, 5, 5, 5}) {
-        // A service that another activation has provisioned does not matter.
+        // A service that another activation has provisioned does not block the order.
         store.set_all({{"DroStatus.CircleAct", "true"}, {"CircleStatus.activationStatus", "provisioned"}});
         const auto [id, access, refresh, local, host] = lengths;
         const Texts order{"CircleCfg.accessToken=" + std::string(access, 'a'),

@@ -1,4 +1,4 @@
-// Cloud commands: what each envelope comes to - its log line, its acknowledgement, its writes to the store.
+// Cloud commands: each envelope's log line, acknowledgement and store writes.
 #include "dro_get_set_config_ack.h"
 #include "dro_get_set_config_envelope.h"
 #include "pipeline.h"
@@ -8,7 +8,7 @@ namespace {
 
 class Command : public AgentTest {
  protected:
-    // What a message comes to: the parser's result, a line of the log, and all its acknowledgements.
+    // Checks the results of a message: the parser's return value, one log line and all acknowledgements.
     void expect(const std::string& message, int result, const std::string& said, int level, const Texts& acks) {
         SCOPED_TRACE(message);
         forget();
@@ -18,7 +18,7 @@ class Command : public AgentTest {
     }
 
     static std::string text_of(std::size_t length) { return std::string(length, 'x'); }
-    // A data object that ends with a text of this length; `before` are its other members.
+    // A data object whose last member is a text of this length. `before` holds its other members.
     static std::string data_with(const std::string& name, std::size_t length, const std::string& before = "") {
         return "{" + before + "\"" + name + "\":\"" + text_of(length) + "\"}";
     }
@@ -131,14 +131,14 @@ TEST_F(Command, WritesItsRequestAndTriggersLast) {
         return "DroCfg.claimState=true DroStatus.cdilTransUuid=u DroStatus.cdilfetchFor=" + fetchFor +
                " DILGeneral.CDILTrigger=true FeatureID=8 CDILRequest=occupied ProcessID=1 ";
     };
-    // Members that just fit.
+    // Members of the maximum length.
     const std::string time = text_of(19);
     const std::string times = data_with("endTime", 19, R"("timeZone":")" + time + R"(","startTime":")" + time + "\",");
     const std::string word = text_of(31);
     const std::string words = R"("cdType":")" + word + R"(","cdBrand":")" + word + R"(","cdModel":")" + word + "\",";
     const std::string longest = data_with("cdMac", 19, R"("cdName":")" + text_of(127) + "\"," + words);
     const Cases<const char*, std::string, std::string, const char*> cases{
-        // command, data, writes (to DALHConfig unless another table is named), acknowledgement (the list is one itself)
+        // command, data, writes (to DALHConfig unless another table is named), acknowledgement (null: the list itself)
         {"DEVICE_CLAIMED", "", claim(""), nullptr},
         {"DEVICE_CLAIMED", R"({"fetchFor":"123456789012345"})", claim("123456789012345"), nullptr},
         {"DEVICE_CLAIMED", R"({"fetchFor":"12345678901234567890"})", claim("123456789012345"), nullptr},

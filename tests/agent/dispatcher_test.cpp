@@ -1,5 +1,5 @@
-// The event queue - 256 slots that are no ring, small events that cost little - and its dispatcher: events leave in
-// their order, each by its own way, and stop when told to.
+// The event queue - 256 slots, not a ring, with small events kept cheap - and its dispatcher: events are sent in order,
+// each type by its own path, until the dispatcher is stopped.
 #include "dro_dispatcher.h"
 
 #include <unistd.h>
@@ -66,14 +66,14 @@ TEST_F(Queue, ShowsAnEventOnlyOnceItsMarkIsWritten) {
     EXPECT_TRUE(log.in_order({"In func enqueue_buf\n", "After memset\n", "Returning from enqueue_buf\n"}));
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // their own bookkeeping would be counted
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // sanitizers' own memory would be counted
 long resident_bytes() {
-    const std::string pages = file_text("/proc/self/statm");  // the program's, and of these the resident ones
+    const std::string pages = file_text("/proc/self/statm");  // total pages, then resident pages
     return std::stol(pages.substr(pages.find(' '))) * sysconf(_SC_PAGESIZE);
 }
 
 TEST_F(Queue, CostsLittleForSmallEvents) {
-    dro::enqueue_buf({"NDNEV", "{}"});  // what the first event takes once
+    dro::enqueue_buf({"NDNEV", "{}"});  // one-time allocations of the first event
     const long before = resident_bytes();
     while (dro::enqueue_buf({"NDNEV", std::string(200, 'x')}) == 1) {
     }
@@ -93,8 +93,8 @@ class Dispatcher : public AgentTest {
         ASSERT_TRUE(log.wait_for("gets the claimState\n"));
     }
 
-    // Queues an event and waits until it was handled. `sent` is path and type of the request, or empty; `mark` is what
-    // the dispatcher itself then writes.
+    // Queues an event and waits until it has been handled. `sent` is the request's path and type, or empty; `mark` is
+    // the progress mark that the dispatcher then writes.
     void expect(const char* tag, const std::string& sent, const std::string& mark, const char* logged, int level) {
         SCOPED_TRACE(sent + logged);
         forget();
@@ -175,7 +175,7 @@ TEST_F(Dispatcher, KeepsTheClaimStateThatItCannotRead) {
 TEST_F(Dispatcher, LooksAtAnUnknownEventAgainAndAgainWhileLaterOnesWait) {
     start();
     const auto begin = std::chrono::steady_clock::now();
-    dro::enqueue_buf({"NDN", "{}"});  // two letters short
+    dro::enqueue_buf({"NDN", "{}"});  // two characters short
     dro::enqueue_buf({"NDNEV", "{}"});
     ASSERT_TRUE(log.wait_for("No Case Matched!\n", 4));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 3 * durations.unknownEvent);

@@ -1,4 +1,4 @@
-// How the outside reaches the agent: the router's identity, the store's notices, and the connector's callbacks.
+// External inputs: the router's identity, the store's notices, and the connector's callbacks.
 #include <thread>
 
 #include "dro_dal.h"
@@ -65,7 +65,7 @@ TEST_F(Entry, NoticesReachTheHandlerOfTheirField) {
     store.set("RADebugLog.dbgArg2", "nobody's");
     store.set("RADebugLog.dbgArg1", "ours");
     EXPECT_TRUE(eventually([] { return calls == 5; }));
-    // Told apart by the first 63 characters only.
+    // Only the first 63 characters are compared.
     const std::string longName(70, 'T');
     EXPECT_EQ(dro::dal_call_on_change(longName.c_str(), "a", count, nullptr), 0);
     EXPECT_EQ(dro::dal_call_on_change(longName.c_str(), "b", count, nullptr), 1);

@@ -1,4 +1,4 @@
-// The connector link: one message a connection, its limits, and an init that leaves nothing open when it fails.
+// The connector link: one message per connection, its limits, and a failing init that leaves nothing open.
 #include <fnmatch.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -29,7 +29,6 @@ void on_status(int registered, int claimed, int connected) {
     g_statuses.push_back(std::to_string(registered) + std::to_string(claimed) + std::to_string(connected));
 }
 
-// What a list holds by now.
 Texts seen(const Texts& list) {
     const std::lock_guard lock(g_mutex);
     return list;
@@ -40,7 +39,7 @@ bool listens(int port) {
     return descriptor >= 0 && close(descriptor) == 0;
 }
 
-// Receivers that wait for a message which does not come, until their connections are closed.
+// Opens connections whose receivers wait for a message until the connections are closed.
 std::vector<int> crowd(int size) {
     std::vector<int> connections;
     for (int i = 1; i <= size; ++i) {
@@ -60,7 +59,7 @@ class Link : public ::testing::Test {
     }
     ~Link() override {
         jorv::Jorv_Handler_deInit();
-        // Receivers are not waited for by the link.
+        // The link does not wait for receivers.
         EXPECT_TRUE(eventually([] { return jorv::Jorv_Handler_receivers() == 0; }));
         jorv::log_file = "/tmp/libJorvhdlr.log";
     }
@@ -83,7 +82,7 @@ TEST_F(Link, DeliversWholeMessagesOnly) {
         return seen(g_messages).back();
     };
     EXPECT_EQ(deliver(kNotificationPort, "first"), "first");
-    EXPECT_TRUE(listens(kNotificationPort));  // and says nothing
+    EXPECT_TRUE(listens(kNotificationPort));  // sends nothing
     const int stalled = connect_to(kEventPort);
     ASSERT_EQ(send(stalled, "half", 4, 0), 4);
     EXPECT_EQ(deliver(kEventPort, "second"), "second");
@@ -160,7 +159,7 @@ TEST_F(Link, EndsTheProcessWithoutAThreadForAMessage) {
 }
 
 TEST_F(Link, AnswersOnLoopbackOnly) {
-    constexpr in_addr_t kElsewhere = 0xC0000201;  // 192.0.2.1, the machine's own
+    constexpr in_addr_t kElsewhere = 0xC0000201;  // 192.0.2.1, an address of this machine
     if (std::system("ip address add 192.0.2.1/24 dev lo") != 0) {
         GTEST_SKIP() << "no network of the test's own";
     }
@@ -204,12 +203,12 @@ TEST_F(Link, KeepsOneOldLogOfItsOwn) {
     const std::string line = file_text(log_path_);
     EXPECT_EQ(fnmatch("20*-*-* *:*:* (*):jorv_log.cpp:*\tERROR: after 1\n", line.c_str(), 0), 0) << line;
     EXPECT_EQ(std::filesystem::file_size(log_path_ + ".1"), kLargest);
-    // Somebody else's file behind a link stays as it is.
+    // A symbolic link to a file of another program: the file stays unchanged.
     std::filesystem::remove(log_path_);
     std::filesystem::create_symlink(log_path_ + ".1", log_path_);
     jorv::jorvLog(jorv::ERROR, "lost\n");
     EXPECT_EQ(std::filesystem::file_size(log_path_ + ".1"), kLargest);
-    // Nobody is waited for who does not read somebody else's pipe.
+    // A pipe without a reader must not block the caller.
     std::filesystem::remove(log_path_);
     ASSERT_EQ(mkfifo(log_path_.c_str(), 0600), 0);
     jorv::jorvLog(jorv::ERROR, "%s\n", std::string(kLargest, 'x').c_str());

@@ -1,5 +1,5 @@
-// A device's record - eighteen members, always there, in the order and under the keys that the cloud knows - and the
-// list of them: asked for, built from the index masks, and pushed as an answer or on its own.
+// A device's record - always eighteen members, in fixed order and with the cloud's keys - and the device list:
+// requested, built from the index masks, and sent as an answer or unrequested.
 #include "dro_cdil.h"
 #include "dro_fifo.h"
 #include "dro_get_set_config_list.h"
@@ -55,9 +55,9 @@ TEST_F(Record, IsCompleteWhereTheStoreHasNoRowOrFails) {
               R"("cdType":"","cdBrand":"","cdNetworkInfo":"Home router","cddisplayType":"","cdConnectionInterface":"",)"
               R"("connSsid":"","downloadBw":"","uploadBw":"","deviceSignalStrength":"","deviceLinkRate":"",)"
               R"("cdStatus":"","cdTaggedStatus":"","cdBlockedStatus":""})");
-    // The line of code that stands in between is its own business.
+    // The texts end with a source line number, which is not compared.
     EXPECT_EQ(log.count_starting(std::string("Error : ") + hab_error_string(HAB_NOSUCH_ITEM) + " || line : ", 4), 17U);
-    // An address that cannot be read shows the bytes before it.
+    // An unreadable address shows the previous bytes.
     add_device(store, 4);
     StoreSpy spy;
     spy.fail("Dilsignature.DeviceIP", HAB_TIMEOUT);
@@ -74,14 +74,14 @@ constexpr const char* kLooked = "CDIL Status on DALHNotify is ";
 
 class DeviceList : public AgentTest {
  protected:
-    // Subscribes to the device service's notices, without a dispatcher: what is queued stays there.
+    // Subscribes to the device service's notices without a dispatcher, so events stay queued.
     void start_sync() {
         store.set("DroStatus.cdilSupport", "true");
         dro::init_cdil_dal_sub();
     }
 
-    // One cycle of the device service: rows 0, 31 and 224, and what it says their number is. Over when the agent has
-    // also seen its own reset: a cycle handed over before that would be taken for two.
+    // One cycle of the device service: rows 0, 31 and 224, with their announced number. Waits until the agent has
+    // handled the notice of its own reset; an earlier second cycle would be handled twice.
     void complete_cycle(const char* total) {
         store.set_all({{"DALHNotifyCDIL.IndexBitMask0", "2147483649"},
                        {"DALHNotifyCDIL.IndexBitMask7", "1"},
@@ -262,7 +262,7 @@ TEST_F(DeviceList, TenCyclesAtOnceSettle) {
     for (int i = 0; i < 10; ++i) {
         store.set(kStatus, "complete");
     }
-    // Each thread that found a list puts "init" back once, and each write has been looked at.
+    // Each thread that found a list resets the status to "init" once, and every write's notice has been handled.
     const auto settled = [&] {
         const std::size_t resets = spy.writes(kStatus).size();
         return resets > 0 && resets == log.count(std::string(kLooked) + "complete\n") &&

@@ -1,5 +1,5 @@
-// The monitors: each order to the Circle agent, and each list that the cloud asked for, has one that reports what came
-// of it, or that nothing did.
+// The monitors: each order to the Circle agent and each list requested by the cloud has one monitor, which reports the
+// result or a time-out.
 #include <algorithm>
 #include <csignal>
 #include <cstring>
@@ -32,10 +32,9 @@ constexpr const char* kActivationStarted = "Circle Activation Monitoring Thread 
 constexpr const char* kListSeen = "CDIL Timeout callback\n";
 constexpr const char* kListStarted = "Cdil Timeout Monitoring Thread Started!\n";
 constexpr std::chrono::milliseconds kSoon{150};
-constexpr std::chrono::milliseconds kLater{600};  // long enough for an answer that is given at once
+constexpr std::chrono::milliseconds kLater{600};  // enough for an immediate answer
 
-// One kind of order: its flag, the field in which it is answered, what its monitor waits with, and the acknowledgement
-// that comes of silence.
+// One kind of order: its flag, its answer field, its monitor's signal, and the acknowledgement after a time-out.
 struct Kind {
     const char* flag;
     const char* answer;
@@ -53,7 +52,7 @@ const Kind kList{"DroStatus.cdilTimeout", "RADebugLog.cdilDebugStatus", dro::tim
 
 class Monitors : public AgentTest {
  protected:
-    // Subscribes, with this long until an answer is late. There is no dispatcher.
+    // Subscribes, with `watch` as the answer time-out. There is no dispatcher.
     void start(std::chrono::milliseconds watch) {
         durations.circleWatch = durations.listWatch = watch;
         dro::set_durations(durations);
@@ -67,7 +66,7 @@ class Monitors : public AgentTest {
         dro::init_devToCld_push_sync();
     }
 
-    // Gives an order, which is watched when this returns. `waiting`: the monitors of the kind that then wait.
+    // Writes an order and waits until it is monitored. `waiting`: the number of waiting monitors of its kind.
     void order(const Kind& kind, const char* toggleUuid = "u-2", int waiting = 1) {
         if (&kind == &kToggle) {
             store.set("CircleStatus.sorbStatus", "none");
@@ -87,7 +86,7 @@ class Monitors : public AgentTest {
         return eventually([] { return active_monitors() == 0; });
     }
 
-    // Waits for the end of all monitors; what was reported, sorted, since two may report in either order.
+    // Waits until all monitors have returned. Returns the acknowledgements, sorted: their order is not defined.
     Texts acks_when_over() {
         EXPECT_TRUE(over());
         Texts all = acknowledgements(0);
@@ -102,7 +101,7 @@ class Monitors : public AgentTest {
 
 TEST_F(Monitors, ReportSilenceAndLoseAnEarlyAnswer) {
     start(kSoon);
-    store.set(kAnswer, "activated");  // before there is an order
+    store.set(kAnswer, "activated");  // before any order
     store.set(kList.answer, "success");
     ASSERT_TRUE(log.wait_for(kDone) && log.wait_for(kListPushed));
     const Cases<const Kind*, Texts> cases{
@@ -114,8 +113,7 @@ TEST_F(Monitors, ReportSilenceAndLoseAnEarlyAnswer) {
           "LastCircleTransUUID is u-2\n", "Circle Toggle request timeout reached\n"}},
         {&kList, {kListSeen, kListStarted, "LastCdilTransUUID is t-1\n", "Cdil status request timeout reached\n"}}};
     for (const auto& [kind, said] : cases) {
-        // Notices come one at a time, in the order of the writes: once this one has, those of the order before have
-        // too.
+        // Notices are delivered one at a time in write order: once this one is handled, so are the order's.
         log.forget();
         store.set("DALHNotifyCDUPDATE.IndexCD", "257");
         ASSERT_TRUE(log.wait_for("Reset for the UPDATE_CD Index\n"));
@@ -142,7 +140,7 @@ TEST_F(Monitors, ReportAnAnswerOnceThatIsGivenTwice) {
     store.set(kAnswer, "activated");
     ASSERT_EQ(cloud.wait_for(1).size(), 1U);
     store.set(kAnswer, "activated");
-    store.set(kActivation.flag, "true");  // the same order seen again
+    store.set(kActivation.flag, "true");  // a repeated notice of the same order
     ASSERT_TRUE(log.wait_for(kActivationSeen, 2));
     cloud.release();
     ASSERT_TRUE(over());
@@ -205,7 +203,7 @@ TEST_F(Monitors, ALockThatFailsEndsTheMonitor) {
     start(kPatience);
     const Cases<const Kind*, dro::Mutex*, const char*> cases{
         {&kActivation, &dro::mutex_act_lock, "Unable to Lock Activation Mutex\n"},
-        {&kProvision, &dro::mutex_prov_lock, ""},  // said on standard error only
+        {&kProvision, &dro::mutex_prov_lock, ""},  // reported on standard error only
         {&kToggle, &dro::mutex_toggle_lock, "Unable to Lock Circle State toggle Mutex\n"},
         {&kList, &dro::mutex_act_lock, "Unable to Lock cdilstatus Mutex\n"}};
     for (const auto& [kind, mutex, logged] : cases) {
@@ -304,7 +302,7 @@ TEST_F(Monitors, WhatElseTheStopCutsShortWritesNothingMoreEither) {
 
 TEST_F(Monitors, ReportTheAnswer) {
     start(kPatience);
-    // `said`: texts in their order, and behind them the one of the reset's notice, which comes at any time.
+    // `said`: log texts in order, except for the last one: the reset's notice may come at any time.
     const auto expect = [&](const Kind& kind, const char* answer, const Texts& said, const Texts& reports,
                             const Texts& writes) {
         SCOPED_TRACE(answer);
@@ -404,7 +402,7 @@ TEST_F(Monitors, OfTwoThatWaitTheAnswerWakesTheActivationOrTheOlderToggle) {
     order(kToggle, "u-3", 2);
     store.set(kToggle.answer, "enabled");
     ASSERT_TRUE(log.wait_for("CircleToggle Reset to false\n"));
-    store.set(kToggle.answer, "enabled");  // no toggle of this program's is outstanding any more
+    store.set(kToggle.answer, "enabled");  // ignored: no toggle is outstanding any more
     EXPECT_EQ(acks_when_over(), (Texts{"u-2 1 Success-Enabled", "u-3 0 Fail-Error timeout"}));
 }
 
@@ -430,7 +428,7 @@ TEST_F(Monitors, AListWithoutAWatchIsAskedForAllTheSame) {
     EXPECT_TRUE(eventually([&] { return fault.failed() == 1; }) && over());
     const std::string errors = ::testing::internal::GetCapturedStderr();
     EXPECT_TRUE(errors.starts_with("Failed to initialize Thread for cdilTimeout\n: ")) << errors;
-    order(kList);  // the transaction is free again
+    order(kList);  // the transaction can be used again
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // From a notifier's row number to the cloud: new devices, tagged devices, changed records and finished speed tests; and
-// how threads and memory that are not to be had end them.
+// failures to start a thread or allocate memory.
 #include <cJSON.h>
 
 #include <algorithm>
@@ -34,7 +34,7 @@ namespace {
 
 class Notifications : public AgentTest {
  protected:
-    // Starts the pipeline of a claimed router that supports everything.
+    // Starts the pipeline of a claimed router with all features.
     void start_all() {
         store.set_all({{"DroStatus.dispatcherSupport", "true"},
                        {"DroStatus.cdilSupport", "true"},
@@ -43,7 +43,7 @@ class Notifications : public AgentTest {
         dro::init_devToCld_push_sync();
     }
 
-    // Writes a notifier and expects exactly this push.
+    // Writes a notifier and expects exactly one push with this content.
     void expect_push(const char* notifier, const char* value, const std::string& rest) {
         cloud.forget();
         store.set(notifier, value);
@@ -78,7 +78,7 @@ TEST_F(Notifications, EachDeviceReachesTheCloud) {
     EXPECT_EQ(log.count_starting("Index  = ") + log.count_starting("Index in DTN t_Handler is "), 2U)
         << "the resets start no thread";
 
-    // The mark for "no device" is none to the notifier of new ones.
+    // The other notifiers' value for "no device" has no special meaning for new devices.
     store.set("DALHNotifyNDN.Index", "257");
     EXPECT_EQ(cloud.wait_for(2).size(), 2U);
     EXPECT_TRUE(log.has("Index in NDN t_Handler is 257\n"));
@@ -124,7 +124,7 @@ TEST_F(Notifications, ADeviceThatTheResetFindsIsHandledWhileNoticesAreHeldUp) {
             }
         };
         StoreSpy spy;
-        spy.before_write("DroStatus.cdilsyncAt", hold_up_and_change);  // an update resets its field soon after this
+        spy.before_write("DroStatus.cdilsyncAt", hold_up_and_change);  // an update resets its field soon after
         cloud.script("syncCD/", {kStall});
         store.set(notifier, "5");
         ASSERT_EQ(cloud.wait_for(1, "syncCD/").size(), 1U);
@@ -151,7 +151,7 @@ TEST_F(Notifications, ADeviceWhoseResetFailedIsNotFoundAgain) {
 }
 
 TEST_F(Notifications, FewDevicesAreLostInQuickSuccession) {
-    constexpr int kRows = 200;  // each once a turn, and no more than the queue holds
+    constexpr int kRows = 200;  // each row once per turn; they all fit into the queue
     const int turns = rounds(0, 10);
     if (turns == 0) {
         GTEST_SKIP() << "a measurement, for a quiet machine";
@@ -172,7 +172,7 @@ TEST_F(Notifications, FewDevicesAreLostInQuickSuccession) {
                 cloud.forget();
                 for (int row = 0; row < kRows; ++row) {
                     store.set(notifier, std::to_string(row));
-                    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the distance under test
+                    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the interval under test
                 }
                 EXPECT_TRUE(store.wait_for(notifier, "257"));
                 EXPECT_TRUE(eventually([] { return dro::isQueueEmpty(); }));
@@ -189,7 +189,7 @@ TEST_F(Notifications, FewDevicesAreLostInQuickSuccession) {
             EXPECT_LE(lost, 10) << notifier;
         }
     }
-    // Only a device that is written while a reset runs can be lost.
+    // Only a device that is written during a reset can be lost.
     dro::DeviceIndex index(dro::fields::dtnIndex);
     std::vector<std::chrono::nanoseconds> resets(1000);
     for (auto& reset : resets) {
@@ -221,7 +221,7 @@ TEST_F(Notifications, ATaggedDeviceIsDescribedByTheBestSources) {
     const Texts guessed{"DeviceTypeOstra", "DisplayNameOstra", "DeviceModel", "DeviceBrand"};
     const Texts inspected{"DeviceTypeDPI", "DisplayNameDPI"};
     const Texts custom{"DeviceTypeCustom", "DisplayNameCustom", "DisplayModelCustom", "DisplayBrandCustom"};
-    // What is known of the device grows from one to the next.
+    // Each case adds to what is known about the device.
     const auto expect = [&](const char* state, const Texts& fields, const Texts& values, const std::string& described,
                             bool online) {
         log.forget();
@@ -296,7 +296,7 @@ TEST_F(Notifications, OnlyACompleteSpeedTestIsReported) {
 
 // ---- Threads ----
 
-// Whoever watches over the agent starts it afresh.
+// The supervisor restarts the agent.
 TEST_F(Notifications, AThreadThatCannotBeStartedEndsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (const char* flag : {"cdilSupport", "dispatcherSupport", "CircleAct", "CircleProvision", "CircleToggle"}) {
@@ -323,9 +323,9 @@ TEST_F(Notifications, AThreadThatCannotBeStartedEndsTheProcess) {
 
 // ---- Memory ----
 
-// It runs out while JSON is read or made, at each single allocation in turn: whatever is at work goes on or gives up
-// with its line, and the next attempt is whole again.
-int g_left = 0;  // allocations until one fails; below zero: it has failed
+// Memory runs out while JSON is parsed or printed, at each allocation in turn. The operation continues or logs an error
+// and stops, and the next attempt succeeds.
+int g_left = 0;  // allocations until one fails; negative: it has failed
 
 void* allocate(std::size_t size) {
     return g_left-- == 0 ? nullptr : std::malloc(size);
@@ -339,7 +339,7 @@ class ScarceMemory : public AgentTest {
     }
     ~ScarceMemory() override { cJSON_InitHooks(nullptr); }
 
-    // What was queued and what was sent.
+    // The queued event and the requests sent.
     Texts made() {
         Texts texts = dro::isQueueEmpty() ? Texts{} : Texts{take_payload()};
         for (const Request& request : cloud.requests()) {

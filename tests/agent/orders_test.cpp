@@ -1,5 +1,5 @@
-// Orders in sequence: each accepted order has one outcome of its own, whatever transaction ids repeat, whenever the
-// next order arrives, and whether the store reports every write or changes only.
+// Orders in sequence: each accepted order has exactly one outcome, whatever transaction ids repeat, whenever the next
+// order arrives, and whether the store reports every write or only changes.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -48,7 +48,7 @@ const std::array<Kind, 6>& kinds() {
          dro::toggle_orders(), "CircleCfgInternal.sorbEnableStatusDROA", "enabled"},
         {"TOGGLE_CIRCLE_STATE", R"({"toggle":"off"})", dro::mutex_toggle_lock, dro::circleToggleResponse,
          dro::toggle_orders(), "CircleCfgInternal.sorbEnableStatusDROA", "disabled"},
-        // As a first order only: one that is answered with a service that runs, and reported to the Circle endpoint.
+        // Used as a first order only: it is answered by a running service and reported to the Circle endpoint.
         {"ACTIVATE_CIRCLE", R"({"overRide":1})", dro::mutex_act_lock, dro::activationResponse, dro::activation_orders(),
          kAnswer, "activated"},
     }};
@@ -60,13 +60,13 @@ constexpr std::size_t kActivated = 5;
 
 enum class When { beforeTheFirstWaits, whileItWaits, whileItReports };
 
-// What the router knows before the first order: an open activation "a-0" of a provisioned service.
+// The router's state before the first order: an open activation "a-0" of a provisioned service.
 struct Router {
     std::string circleUuid = "a-0";
     bool open = true;
 };
 
-// The acknowledgements that an order brings about, its outcome included.
+// The acknowledgements of an order, including its outcome.
 Texts expected(std::size_t kind, const std::string& uuid, Router& router) {
     if (kind == kActivated) {
         router = {uuid, true};
@@ -85,7 +85,7 @@ Texts expected(std::size_t kind, const std::string& uuid, Router& router) {
                     : Texts{uuid + " 0 Invalid Operation, Circle Action was not initiated"};
     }
     if (uuid == router.circleUuid) {
-        return {};  // the activation's own id: no answer
+        return {};  // the activation's own id: not acknowledged
     }
     return {uuid + (kind == kToggleOn ? " 1 Success-Enabled" : " 1 Success-Disabled")};
 }
@@ -110,7 +110,7 @@ class OrderPairs : public AgentTest, public ::testing::WithParamInterface<bool> 
             "DALHNotifyNDN", "Index", [](void* count) { ++*static_cast<std::atomic<int>*>(count); }, &handled_);
         forget();
     }
-    // Waits until the agent has handled every notice so far: they are delivered in order.
+    // Waits until the agent has handled every notice so far, which are delivered in order.
     void handle_notices() {
         const int before = handled_;
         store.set("DALHNotifyNDN.Index", "1");
@@ -119,8 +119,8 @@ class OrderPairs : public AgentTest, public ::testing::WithParamInterface<bool> 
     static void send(const Kind& kind, const std::string& uuid) {
         dro::JorvAgentNotification_cbHandler(envelope(uuid, kind.command, kind.data).c_str());
     }
-    // The Circle agent answers every monitor that waits, one after the other. Only the first of two toggles can be
-    // answered: with its end no toggle is outstanding any more.
+    // The Circle agent answers all waiting monitors, one after the other. Only the first of two toggles can be
+    // answered: when its monitor finishes, no toggle is outstanding.
     void answer_all(const Kind& first, const Kind& second) {
         while (active_monitors() > 0 && !HasFailure()) {
             const Kind& waiting = waiters(first.signal) > 0 ? first : second;
@@ -175,7 +175,7 @@ class OrderPairs : public AgentTest, public ::testing::WithParamInterface<bool> 
         for (const Request& request : cloud.requests("pc/circle/cuuid")) {
             got.push_back(json_value(request.body, "uuid") + " reported as running");
         }
-        if (twoToggles) {  // which of the two the answer reaches is open
+        if (twoToggles) {  // the answer may reach either of the two
             for (Texts* texts : {&got, &all}) {
                 for (std::string& text : *texts) {
                     text = text.substr(0, text.find(' ')) + " toggled";
@@ -244,7 +244,7 @@ TEST_F(OneOrder, IsWithdrawnWhenItsFlagCannotBeWrittenAndNotKeptWithoutACallback
     {
         StoreSpy spy;
         spy.fail("DroStatus.CircleToggle", HAB_TIMEOUT);
-        // The notice of an earlier write comes while the order's own write is under way.
+        // The notice of an earlier write arrives during the order's own write.
         spy.before_write("DroStatus.CircleToggle", [this] {
             store.set("DroStatus.CircleToggle", "false");
             EXPECT_TRUE(log.wait_for("Circle Toggle callback\n"));
@@ -252,19 +252,19 @@ TEST_F(OneOrder, IsWithdrawnWhenItsFlagCannotBeWrittenAndNotKeptWithoutACallback
         dro::toggle_orders().give({.uuid = dro::FixedText<128>("failed")});
     }
     store.set_all({{"DroStatus.CircleToggle", "false"}, {"DroCfg.circle_toggle_uuid", "stored"}});
-    store.set("DroStatus.CircleToggle", "true");  // another program's
+    store.set("DroStatus.CircleToggle", "true");  // written by another program
     EXPECT_EQ(acknowledgements(1), Texts{"stored 0 Fail-Error timeout"});
     EXPECT_EQ(outcomes().size(), 1U);
 }
 
-// An earlier monitor's report resets the flag while the notice of the next order is on its way.
+// An earlier monitor resets the flag before the notice of the next order is handled.
 TEST_F(OneOrder, IsTakenAlsoWhenItsFlagReadsFalseByThen) {
     start();
     static std::atomic<bool> goOn;
     goOn = false;
     dro::dal_call_on_change(
         "DALHNotifyNDN", "Index", [](void*) { eventually([] { return goOn.load(); }); }, nullptr);
-    store.set("DALHNotifyNDN.Index", "1");  // holds up the notices behind it
+    store.set("DALHNotifyNDN.Index", "1");  // delays the notices behind it
     dro::toggle_orders().give({.uuid = dro::FixedText<128>("x")});
     store.set("DroStatus.CircleToggle", "false");
     goOn = true;
@@ -314,7 +314,7 @@ TEST_F(Fetches, SixtyPairsHaveAnOutcomeEach) {
         const std::string second = "s-" + std::to_string(pair);
         dro::init_fetch_cd(first.c_str(), 0, "app");
         complete_list();
-        std::this_thread::sleep_for(std::chrono::milliseconds(pair * 50 / 59));  // the distance under test
+        std::this_thread::sleep_for(std::chrono::milliseconds(pair * 50 / 59));  // the interval under test
         dro::init_fetch_cd(second.c_str(), 0, "app");
         complete_list();
         for (const std::string& uuid : {first, second}) {
@@ -331,7 +331,7 @@ TEST_F(Fetches, SixtyPairsHaveAnOutcomeEach) {
             both += listed() && late() == 1 ? 1 : 0;
         }
     }
-    // The watch was not waiting yet when the list of the first fetch was pushed under its id.
+    // The monitor is not waiting yet when the list of the first fetch is sent under its id.
     tell("answered with a list and with the time-out: ", both, " of 120");
     EXPECT_LE(both, 12);
 }
@@ -344,18 +344,18 @@ TEST_F(Fetches, AListEndsTheWatchesOfItsOwnTransaction) {
     complete_list();
     ASSERT_TRUE(watches_end(1)) << "both of the second transaction";
     store.set("DroStatus.cdilTransUuid", "Noop");
-    complete_list();  // answers none
+    complete_list();  // answers no transaction
     ASSERT_EQ(cloud.wait_for(1, "syncCD/").size(), 1U);
     store.set("DALHNotifyCDIL.TotalIndexcount", "0");
     store.set("DroStatus.cdilTransUuid", "one");
-    complete_list();  // the empty list, which is pushed directly
+    complete_list();  // an empty list, which is sent directly
     ASSERT_EQ(cloud.wait_for(2, "transactionAck/").size(), 2U);
     EXPECT_EQ(waiters(dro::timeoutResponse), 1);
     log.forget();
     store.set("RADebugLog.cdilDebugStatus", "none");
     ASSERT_TRUE(log.wait_for("cdilDebugStatus field set to none\n"));
     EXPECT_EQ(waiters(dro::timeoutResponse), 1);
-    store.set("RADebugLog.cdilDebugStatus", "success");  // another program's
+    store.set("RADebugLog.cdilDebugStatus", "success");  // written by another program
     EXPECT_TRUE(watches_end(0));
     EXPECT_TRUE(log.has("Cdil Successful\n"));
     EXPECT_EQ(store.get("RADebugLog.cdilDebugStatus"), "none");

@@ -7,11 +7,11 @@
 namespace dro_test {
 namespace {
 
-// A member of a record: under which key it stands (answering a transaction, otherwise), where its value comes from and
-// what that is: # stands for the row's number, @ for the same in two hexadecimal digits.
+// A member of a record: its key (in an answer to a transaction, otherwise), the store field of its value, and the value
+// as stored and as sent. # is replaced by the row number, @ by the row number in two hexadecimal digits.
 struct Member {
     const char* keys[2];
-    const char* field;  // null: from no device
+    const char* field;  // null: not a device field
     const char* stored;
     const char* shown;
 };

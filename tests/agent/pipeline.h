@@ -1,4 +1,4 @@
-// pipeline.h - devices in the store, and how their records and other bodies look to the cloud.
+// pipeline.h - devices in the store, and their records and other bodies as sent to the cloud.
 #pragma once
 
 #include "agent_test.h"
@@ -8,18 +8,17 @@ namespace dro_test {
 
 using Texts = std::vector<std::string>;
 
-// Fills the device tables at `row` with values that show the row's number.
+// Fills row `row` of the device tables with values derived from the row number.
 void add_device(TestStore& store, int row);
 
-// The same for a device of long texts, whose record is longer than what is kept of it.
+// Same, with long texts: the device's record exceeds the agent's record limit.
 void add_wordy_device(TestStore& store, int row);
 
-// The record of a device that add_device() made, byte for byte; under the keys of a list that answers a transaction, or
-// the other ones.
+// The exact record of a device made by add_device(). The keys differ in lists that answer a transaction.
 std::string device_record(int row, bool answering = false);
 
-// What follows token, time stamp and serial number in a request's body, the comma included; "UNSIGNED " and the body's
-// start when these three are not as they should be.
+// The rest of a request body after token, time stamp and serial number, including the comma. "UNSIGNED " and the start
+// of the body when one of the three is invalid.
 std::string after_signature(const std::string& body);
 
 }  // namespace dro_test

@@ -1,5 +1,5 @@
-// The signed request: whom it goes to, how it is signed, whom the agent trusts, what it takes for an answer; and the
-// pushes of single events and of speed tests.
+// The signed request: its destination, its signature, the trusted certificates and the accepted answers; and the pushes
+// of single events and speed tests.
 #include <openssl/sha.h>
 
 #include <array>
@@ -41,7 +41,7 @@ Digest openssl_sha256(const std::string& text) {
     return digest;
 }
 
-// Every length around the block's edges, with bytes of every value, against another implementation.
+// Compares every length around the block boundaries, with bytes of every value, with OpenSSL.
 TEST(Sha256, MatchesTheStandard) {
     std::string text;
     for (int length = 0; length < 300; ++length, text += static_cast<char>(length)) {
@@ -86,7 +86,7 @@ TEST_F(Post, SignsWithSerialTimeAndSecret) {
         EXPECT_EQ(token.data(), hex);
         EXPECT_TRUE(log.has(std::string("TimeStamp : ") + timestamp.data() + "\n"));
     }
-    token.fill('#');  // a small buffer gets what fits
+    token.fill('#');  // a small buffer receives a truncated token
     EXPECT_EQ(dro::get_token("ABC", timestamp.data(), token.data(), timestamp.size(), 6), 0);
     EXPECT_EQ(std::string(token.data()).size(), 4U);
     EXPECT_EQ(token[6], '#');
@@ -127,13 +127,13 @@ TEST_F(Post, HandsOverWhateverBodyCame) {
     EXPECT_TRUE(log.has("(DROagent) - res= 0x0, HTTP status code = 500\n"));
     EXPECT_EQ(log.count_starting("curl_easy_perform() failed: Transferred a partial file::0x"), 1U);
     EXPECT_EQ(log.count_starting("curl_easy_perform() failed: Failure when receiving data from the peer::0x"), 1U);
-    EXPECT_EQ(dro::curl_post("https://qa.dro.localhost:1/", "{}", answer), 0U);  // nobody listens
+    EXPECT_EQ(dro::curl_post("https://qa.dro.localhost:1/", "{}", answer), 0U);  // nothing listens there
     EXPECT_EQ(log.count_starting("curl_easy_perform() failed: Couldn't connect to server::0x"), 1U);
 }
 
 TEST_F(Post, TrustsTheBundleAndNoticesItsChange) {
     EXPECT_EQ(post(), 12U);
-    trust(make_identity());  // somebody else's authority
+    trust(make_identity());  // an untrusted authority
     EXPECT_EQ(post(), 0U);
     trust(identity());
     EXPECT_EQ(post(), 12U);
@@ -151,7 +151,8 @@ TEST_F(Post, TrustsTheBundleAndNoticesItsChange) {
     EXPECT_EQ(post(), 0U);
 }
 
-// A session is resumed while it is young, the bundle is the same and all went well; the connection is always another.
+// A session is resumed only while it is recent, the bundle is unchanged and the last request succeeded. Each request
+// uses a new connection.
 TEST_F(Post, ResumesATlsSessionOnlyOnTheSameTrust) {
     const auto resumed = [this] {
         cloud.forget();
@@ -167,7 +168,7 @@ TEST_F(Post, ResumesATlsSessionOnlyOnTheSameTrust) {
     const int port = only_request().remotePort;
     EXPECT_TRUE(resumed());
     EXPECT_NE(only_request().remotePort, port);
-    trust(identity());  // the same certificates, but another file
+    trust(identity());  // the same certificates in a new file
     EXPECT_FALSE(resumed());
     EXPECT_TRUE(resumed());
     remove_ca_bundle();
@@ -281,7 +282,7 @@ TEST_F(Pushes, UnknownTypesAreNotSent) {
 
 TEST_F(Pushes, AnAnswerIsJudgedByItsStatus) {
     const Cases<int (*)(const char*), std::string, std::string> judges{
-        // the sender's judge, its name, and what failures have before it
+        // the endpoint's response handler, its name in log lines, the prefix of its failure lines
         {dro::processTransAckApiResponse, "Trans ACK API", "\n "},
         {dro::processGenericApiResponse, "G-API", "\n"},
         {dro::processpushdataApiResponse, "pushstdata-API", "\n"},

@@ -1,4 +1,4 @@
-// The agent as a process: its lock, its start, its link, its end.
+// The agent as a process: lock, start, link, exit.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -60,7 +60,7 @@ TEST_F(Process, TreatsAPidFileByWhatItHolds) {
     const std::string elsewhere = store.folder() + "/elsewhere";
     const char* const noNumber = "Error reading data from pid file - possibly data is in wrong format\n";
     const Cases<std::string, bool, const char*> cases{
-        // its content, whether it stands behind a link, and what is said (nothing: it starts)
+        // the pid file's content, whether it is a symbolic link, the expected message (null: the agent starts)
         {"99999999\n", false, nullptr},
         {"999999991\n", false, nullptr},
         {"hello\n", false, noNumber},
@@ -87,7 +87,7 @@ TEST_F(Process, TreatsAPidFileByWhatItHolds) {
     }
     EXPECT_EQ(file_text(elsewhere), "99999999\n");
 
-    // A stale one that somebody keeps locked for longer than a start takes.
+    // A stale file that stays locked for longer than a start waits.
     std::ofstream(kPidFile) << "99999999\n";
     const int held = open(kPidFile, O_RDWR | O_CLOEXEC);
     struct flock whole {
@@ -152,7 +152,7 @@ TEST_F(Process, SaysWhyItCannotStart) {
 
 TEST_F(Process, SaysGoodByeAsFarAsTheReasonGoes) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    // The reasons, what is said, and what is released: the input (1), the pid file (2), the session (4).
+    // The reasons, the log text, and the released resources: input (1), pid file (2), session (4).
     const Cases<Texts, const char*, int> cases{
         {{"LOCK_PROCESS"}, "Exit from LOCK_PROCESS", 0},
         {{"SIG_HDLR", "SIG_EXIT"}, "Exit from SIG_HDLR", 1 + 2},
@@ -161,7 +161,7 @@ TEST_F(Process, SaysGoodByeAsFarAsTheReasonGoes) {
     const auto leave = [](const std::string& reason) {
         dro::lock_process(kPidFile);
         dro::dal_init();
-        dro::stop_requested();  // makes its descriptor now, lest it take the place of the closed one
+        dro::stop_requested();  // creates its descriptor now; later it would reuse the number of the closed one
         dro::good_bye(reason.c_str());
         const bool fileGone = !std::filesystem::exists(kPidFile);
         unlink(kPidFile);
@@ -175,8 +175,8 @@ TEST_F(Process, SaysGoodByeAsFarAsTheReasonGoes) {
     }
 }
 
-#if !defined(__SANITIZE_THREAD__)  // it has a thread of its own that does
-// How often each thread has been on a processor, as the kernel says it.
+#if !defined(__SANITIZE_THREAD__)  // its runtime has a periodically waking thread
+// Each thread's context switch counts, as reported by the kernel.
 std::map<std::string, std::string> switches_of(pid_t process) {
     std::map<std::string, std::string> switches;
     for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
@@ -191,7 +191,7 @@ TEST_F(Process, NeverWakesUpWhileThereIsNothingToDo) {
     store.set_all({{"DroStatus.dispatcherSupport", "true"}, {"DroStatus.cdilSupport", "true"}});
     const AgentProcess agent(store);
     ASSERT_TRUE(agent.wait_for_link());
-    // Asleep once the counts stand still; then they must stay so.
+    // The agent is asleep once the counts stop changing. Then they must stay constant.
     std::map<std::string, std::string> before;
     const auto moved = [&] { return std::exchange(before, switches_of(agent.pid())) != before; };
     ASSERT_TRUE(eventually([&] { return !eventually(moved, std::chrono::milliseconds(50)); }));

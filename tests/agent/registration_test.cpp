@@ -1,4 +1,4 @@
-// Registration: what the cloud is told about the router, what its answer changes, and the daily sync that it sets.
+// Registration: the router's data sent to the cloud, the effects of the answer, and the daily sync it configures.
 #include <unistd.h>
 
 #include <csignal>
@@ -18,11 +18,11 @@ class Registration : public AgentTest {
     ~Registration() override { alarm(0); }
 
     std::vector<Request> sent() const { return cloud.requests("addJorvDeviceId/"); }
-    // A time of day.
+    // A time of day in seconds.
     static constexpr int at(int h, int min = 0, int sec = 0) { return h * 3600 + min * 60 + sec; }
     bool done() const { return store.get("DROStatus.addJorvdeviceIdDone") == "true"; }
 
-    // Registers against an accepting cloud and hands back the body.
+    // Registers with an accepting cloud and returns the request body.
     std::string registered_body() {
         cloud.forget();
         cloud.script("addJorvDeviceId/", {text_answer(kRegistered)});
@@ -50,7 +50,7 @@ TEST_F(Registration, SaysExactlyWhoTheRouterIsAndOnce) {
     dro::registerDroCloud();
     EXPECT_EQ(sent().size(), 1U);
     EXPECT_TRUE(log.has("AddjorvDeviceId API already done\n", 2));
-    // A body that is too long is cut.
+    // An overlong body is truncated.
     store.set_all({{"General.DeviceName", std::string(63, 'n')},
                    {"General.DeviceModel", std::string(63, 'm')},
                    {"General.FwRevision", std::string(63, 'f')},
@@ -179,7 +179,7 @@ TEST_F(Registration, SyncsByTheLocalTime) {
     setenv("TZ", "EAST-5:30", 1);
     const int offset = (dro::find_local_time() - dro::find_utc() + 86400) % 86400;
     unsetenv("TZ");
-    EXPECT_NEAR(offset, at(5, 30), 1);  // the two are read one after the other
+    EXPECT_NEAR(offset, at(5, 30), 1);  // the two clocks are read one after the other
 }
 
 TEST_F(Registration, SyncsByTheOneAlarm) {

@@ -28,7 +28,7 @@ struct Seen {
 std::mutex g_mutex;
 
 Seen& seen() {
-    static auto* const all = new Seen;  // threads of the agent may outlive main's statics
+    static auto* const all = new Seen;  // agent threads may outlive main's statics
     return *all;
 }
 
@@ -41,7 +41,7 @@ int failure_of(const std::string& name) {
     return seen().failures.contains(name) ? seen().failures.at(name) : HAB_OK;
 }
 
-// Notes a write and returns the status it is to fail with.
+// Records a write and returns its injected status.
 int note_write(const char* table, const char* field, const std::string& value) {
     const std::string name = name_of(table, field);
     std::unique_lock lock(g_mutex);
@@ -56,7 +56,7 @@ int note_write(const char* table, const char* field, const std::string& value) {
     return failure_of(name);
 }
 
-// True when the write changes nothing that the store reports.
+// True when the write leaves the value unchanged and only changes are reported.
 bool dropped(hab_session* session, const char* table, int row, const char* field, const std::string& value) {
     {
         const std::lock_guard lock(g_mutex);
@@ -68,7 +68,7 @@ bool dropped(hab_session* session, const char* table, int row, const char* field
     return hab_host_get_text(session, table, row, field, held.data(), held.size()) == HAB_OK && value == held.data();
 }
 
-// The store library's own function behind ours of the same name.
+// The store library's function that the function of the same name here replaces.
 template <typename Function>
 Function* behind(Function* /*ours*/, const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -122,10 +122,10 @@ std::vector<std::string> StoreSpy::writes(std::string_view start) const {
     return matching;
 }
 
-// Defined in the test program, these stand before the library's functions of the same names.
+// These definitions in the test program take precedence over the library's functions of the same names.
 extern "C" {
 
-// `failure` is the status that the call fails with.
+// `failure` is the injected status.
 #define SPY(function, type, failure, unchanged)                                                     \
     int function(hab_session* session, const char* table, int row, const char* field, type value) { \
         static const auto next = behind(function, #function);                                       \

@@ -1,5 +1,5 @@
-// store_spy.h - the agent's calls of the store, as they pass: what it writes, to the letter and in order, and reads and
-// writes that fail. Calls of the agent's code come through here, those of the tests' own sessions do not. Any thread.
+// store_spy.h - observes the agent's store calls: records writes exactly and in order, and injects failing reads and
+// writes. Only calls from the agent's code pass through it, not those of the tests' own sessions. Any thread.
 #pragma once
 
 #include <functional>
@@ -9,7 +9,7 @@
 
 namespace dro_test {
 
-// One at a time. Fields are named as "TABLE.FIELD".
+// Only one may exist at a time. Fields are named "TABLE.FIELD".
 class StoreSpy {
  public:
     StoreSpy();
@@ -17,17 +17,16 @@ class StoreSpy {
     StoreSpy& operator=(const StoreSpy&) = delete;
     ~StoreSpy();
 
-    // From now on every read and write of the field fails with `status`, as the library fails, and does nothing.
+    // Makes every later read and write of the field fail with `status`, without any effect.
     void fail(const std::string& field, int status);
 
-    // From now on a write of the value that a field holds already does nothing, as on a store that reports changes
-    // only.
+    // Makes later writes of an unchanged value do nothing, as on a store that reports only changes.
     void report_changes_only();
 
-    // `action` runs on the writing thread just before each write of the field.
+    // Runs `action` on the writing thread before each write of the field.
     void before_write(const std::string& field, std::function<void()> action);
 
-    // Writes so far whose "TABLE.FIELD=VALUE" starts with `start`, in their order, the failed ones too.
+    // The writes so far whose "TABLE.FIELD=VALUE" starts with `start`, in order, including failed ones.
     std::vector<std::string> writes(std::string_view start = "") const;
 };
 

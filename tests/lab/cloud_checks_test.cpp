@@ -1,4 +1,4 @@
-// What the simulated cloud lets pass and what it does not: each case spoils one thing of a request that is right.
+// The simulated cloud's request checks: each case breaks one part of a valid request.
 #include "cloud_checks.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ const std::string kSynced =
     R"("cddisplayType":"","connSsid":"","downloadBw":"","uploadBw":"","deviceSignalStrength":"","deviceLinkRate":"",)"
     R"("cdStatus":"1","cdTaggedStatus":"0","cdBlockedStatus":"0"})";
 
-// A request that is right, but for the endpoint's own members.
+// A valid request, apart from the endpoint's own members.
 Received request(const std::string& path, const std::string& members) {
     const std::string body = R"({"token":")" + expectedToken(kSerial, kStamp) + R"(","ePOCHTimeStamp":")" + kStamp +
                              R"(","serialNumber":")" + kSerial + "\"" + members + "}";
@@ -57,7 +57,7 @@ TEST(CloudChecks, OneThingWrongIsSeenAndNamed) {
     }
     const Received ack = acknowledgement();
     const Received sync = request("/syncCD/", R"(,"type":"CDIL","syncAt":"","cdl":[)" + kSynced + "]");
-    // The request, a piece of it, what stands there instead, and the fault.
+    // The request, a part of it, its replacement, and the expected fault.
     const dro_test::Cases<Received, std::string, std::string, const char*> members{
         {ack, R"("token":"a)", R"("token":"b)", "401 the token does not belong to this serial number and time stamp"},
         {ack, R"("token")", R"("Token")", "400 token is missing or no string"},

@@ -1,4 +1,4 @@
-// The simulated cloud as its clients meet it: over TLS, in each of its moods.
+// The simulated cloud from a client's side: over TLS, in each of its moods.
 #include "cloud_server.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ constexpr const char* kSerial = "LAB000000000001";
 
 class CloudServerTest : public testing::Test {
  protected:
-    // What a request was answered: status and body, or the word "nothing".
+    // The answer to a request: status and body, or "nothing".
     std::string post(const std::string& body) const {
         httplib::SSLClient client("qa.dro.localhost", cloud_.port());
         client.set_hostname_addr_map({{"qa.dro.localhost", "127.0.0.1"}});

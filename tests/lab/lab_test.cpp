@@ -1,4 +1,4 @@
-// The router's services and what can be done to them, on a real store. The agent's part is played by the tests.
+// The router's services and the lab's operations, on a real store. The tests act as the agent.
 #include "lab.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ using std::chrono::milliseconds;
 
 class LabTest : public testing::Test {
  protected:
-    // What the agent writes to have something done.
+    // Writes a request as the agent does.
     void order(std::uint32_t feature, const Field& operand, const std::string& value) {
         lab_.store.set(operand, value);
         lab_.store.set(field::DALHConfig::FeatureID, std::to_string(feature));
@@ -44,7 +44,7 @@ class LabTest : public testing::Test {
 TEST_F(LabTest, DeviceServiceClosesTheTransactionOfAnAnsweredListOnly) {
     lab_.store.set(field::DroStatus::cdilTransUuid, "first");
     list();
-    lab_.store.set(field::DroStatus::cdilTransUuid, "second");  // came while the first list was on its way
+    lab_.store.set(field::DroStatus::cdilTransUuid, "second");  // arrives while the first list is being delivered
     lab_.store.set(field::RADebugLog::cdilDebugStatus, "success");
     lab_.store.set(field::RADebugLog::cdilDebugStatus, "none");
     list();

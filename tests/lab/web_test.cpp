@@ -1,5 +1,4 @@
-// The page's server: whom it answers, and that those who read it hold up nobody. The page itself is tried in
-// web_test.py.
+// The page's server: which requests it accepts, and that its readers block nothing. web_test.py tests the page itself.
 #include "web.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
-"""web_test.py DROLAB - the lab's page in a real browser: a device is blocked with the mouse, and the page shows the
-store change and the acknowledgement reach the cloud. Ends with status 77 where no browser, or nothing to drive it, is
-installed."""
+"""web_test.py DROLAB - tests the lab's page in a real browser: a mouse click blocks a device, and the page shows the
+store change and the acknowledgement in the cloud. Exits with status 77 when no browser or driver is installed."""
 import json
 import shutil
 import signal
@@ -16,7 +15,7 @@ except ImportError:
     webdriver = None
 
 DRIVER = shutil.which("chromedriver")
-# The sandbox needs privileges that a test's namespaces do not grant; only the lab's own page is opened.
+# The sandbox needs privileges that a test's namespaces do not grant. The browser opens only the lab's own page.
 FLAGS = ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage")
 HOSTILE = "<img src=x onerror=alert(1)>"
 
@@ -36,7 +35,7 @@ class Lab:
 
     def end(self):
         self.process.send_signal(signal.SIGINT)
-        self.process.stdout.read()  # so that it never waits for room
+        self.process.stdout.read()  # so that it never blocks on a full pipe
         return self.process.wait(30)
 
 

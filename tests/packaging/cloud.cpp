@@ -1,4 +1,4 @@
-// cloud CERTIFICATE KEY - a cloud that accepts whatever is posted to it, and prints the path of each request.
+// cloud CERTIFICATE KEY - a cloud that accepts every request and prints its path.
 #include <httplib.h>
 
 #include <cstdio>

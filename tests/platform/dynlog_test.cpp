@@ -1,4 +1,4 @@
-// The log: what a line looks like, which are written, where they go.
+// The log: the format of its lines, its level mask and its destinations.
 #include "habdynlog.h"
 
 #include <gmock/gmock.h>
@@ -48,7 +48,7 @@ TEST_F(Dynlog, WritesOneLineForEachCall) {
 
 TEST_F(Dynlog, WritesTheLevelsThatTheStoreSelects) {
     ASSERT_EQ(dynlog_lib_init(), 0);
-    // The levels that are logged now.
+    // The levels that are currently logged.
     const auto logged = [&] {
         empty_log();
         std::string levels;
@@ -63,13 +63,13 @@ TEST_F(Dynlog, WritesTheLevelsThatTheStoreSelects) {
     for (const auto& [mask, levels] : cases) {
         const std::string before = logged();
         hab_set_uint(session.get(), "dalLogCfg", 0, "DroagentLogMask", mask);
-        EXPECT_EQ(logged(), before);  // read again on order only
+        EXPECT_EQ(logged(), before);  // re-read only on request
         set_log_level(1, "Droagent", "droagent");
         EXPECT_EQ(logged(), levels);
     }
     hab_set_uint(session.get(), "dalLogCfg", 0, "DroagentLogMask", 2);
     setenv("HAB_STORE", "/nowhere/hab.db", 1);
-    set_log_level(1, "Droagent", "droagent");  // a store that cannot be read leaves the mask
+    set_log_level(1, "Droagent", "droagent");  // an unreadable store leaves the mask unchanged
     EXPECT_EQ(logged(), "124");
 }
 

@@ -1,4 +1,4 @@
-// The store's command line, as a user meets it: output, errors, exit status.
+// The store's command line, from a user's side: output, errors, exit status.
 #include <gmock/gmock.h>
 #include <signal.h>
 

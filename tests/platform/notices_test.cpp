@@ -1,4 +1,4 @@
-// Change notices: who gets which, in which order, and what they survive.
+// Change notices: recipients, order, and robustness.
 #include <signal.h>
 #include <unistd.h>
 
@@ -15,7 +15,7 @@ namespace {
 using NoticesTest = SessionTest;
 using Seen = std::vector<std::string>;
 
-// What holds a handler up, from its first notice until it is opened.
+// Blocks a handler from its first notice until the gate is opened.
 class Gate {
  public:
     void pass() {
@@ -35,10 +35,10 @@ class Gate {
 TEST_F(NoticesTest, ComeForEveryWriteInCommitOrderFromAnyProcess) {
     Notices notices(s_, {"DALHNotifyNDN", "DALHNotifyCDUPDATE", "DeviceIdList", "DALHNotifyNDN"});
     EXPECT_EQ(hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 5), HAB_OK);
-    EXPECT_EQ(hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 5), HAB_OK);  // the value already held
+    EXPECT_EQ(hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 5), HAB_OK);  // an unchanged value
     EXPECT_EQ(habctl({"set", "DALHNotifyCDUPDATE.IndexCd", "7"}).status, 0);
     EXPECT_EQ(hab_set_uint(s_, "DALHNotifyDTN", 0, "Index", 5), HAB_OK);            // not subscribed
-    EXPECT_EQ(hab_set_uint(s_, "DALHNotifyNDN", 0, "Index2", 5), HAB_NOSUCH_ITEM);  // not written
+    EXPECT_EQ(hab_set_uint(s_, "DALHNotifyNDN", 0, "Index2", 5), HAB_NOSUCH_ITEM);  // not a field, not written
     EXPECT_EQ(habctl({"set", "DeviceIdList.DeviceBrand@200", "B"}).status, 0);
     EXPECT_EQ(hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 6), HAB_OK);
     const Seen expected{"DALHNotifyNDN.Index@0", "DALHNotifyNDN.Index@0", "DALHNotifyCDUPDATE.IndexCD@0",
@@ -51,7 +51,7 @@ TEST_F(NoticesTest, OfATableCountFromItsOwnSubscription) {
     Notices notices(s_, {"General"}, [&] { gate.pass(); });
     hab_set_ascii(s_, "General", 0, "FSN", "1");
     ASSERT_TRUE(gate.awaitEntered());
-    hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 1);  // before its table is asked for, though not looked at yet
+    hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 1);  // before the table is subscribed, but not yet read
     ASSERT_EQ(hab_subscribe(s_, "DALHNotifyNDN", 1), HAB_OK);
     hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 2);
     hab_set_ascii(s_, "General", 0, "FSN", "2");
@@ -59,7 +59,7 @@ TEST_F(NoticesTest, OfATableCountFromItsOwnSubscription) {
     EXPECT_EQ(notices.await(3), (Seen{"General.FSN@0", "DALHNotifyNDN.Index@0", "General.FSN@0"}));
 }
 
-// A writer is killed at random instants: what it committed is there and was noticed, and nothing needs repair.
+// A writer is killed at random moments: its committed values are stored and notified, and nothing needs repair.
 TEST_F(NoticesTest, AreNotLostWhenTheWriterIsKilled) {
     const int kills = dro_test::rounds(30, 500);
     Notices notices(s_, {"DALHConfig"});
@@ -69,7 +69,7 @@ TEST_F(NoticesTest, AreNotLostWhenTheWriterIsKilled) {
         Child writer({STORE_CLIENT, std::to_string(committed + 1)});
         std::string last = writer.line();
         std::this_thread::sleep_for(
-            std::chrono::microseconds(random() % 4000));  // the instant, not a wait for anything
+            std::chrono::microseconds(random() % 4000));  // a random moment, not a wait for an event
         EXPECT_EQ(writer.end(SIGKILL), -SIGKILL);
         for (std::string line = last; !line.empty(); line = writer.line()) {
             last = line;
@@ -84,7 +84,7 @@ TEST_F(NoticesTest, AreNotLostWhenTheWriterIsKilled) {
     EXPECT_GT(committed, static_cast<std::uint32_t>(kills));
 }
 
-// A session that slept through more changes than the journal holds learns of each value once, in order, then goes on.
+// A session that has missed more changes than the journal holds receives each value once, in order, and then continues.
 TEST_F(NoticesTest, OfAFarBehindSessionStandForAllChanges) {
     Gate gate;
     Notices notices(s_, {"DALHNotifyNDN", "BSTResults"}, [&] { gate.pass(); });
@@ -125,7 +125,7 @@ TEST_F(NoticesTest, EndWithTheirSessionWithoutWaitingForTheHandler) {
     ASSERT_TRUE(gate.awaitEntered());
     session.reset();  // while the handler blocks
 
-    // A handler that ends its own session gets no second notice, and its handle is known to be closed.
+    // A handler that closes its own session receives no further notice, and its handle is recognised as closed.
     hab_session* own = hab_init();
     std::binary_semaphore ended{0};
     int status = HAB_OK;
@@ -139,7 +139,7 @@ TEST_F(NoticesTest, EndWithTheirSessionWithoutWaitingForTheHandler) {
     ASSERT_TRUE(ended.try_acquire_for(std::chrono::seconds(10)));
     EXPECT_EQ(status, HAB_SHUTDOWN);
 
-    // One more round trip through a third session: whatever was to come for the others has come by then.
+    // One more round trip through a third session: by then, all notices for the others have been delivered.
     gate.open();
     const Session third = open();
     Notices after(third.get(), {"General"});
@@ -165,7 +165,7 @@ TEST_F(NoticesTest, LeaveSignalsToTheProgramsOwnThreads) {
     sigemptyset(&usr2);
     sigaddset(&usr2, SIGUSR2);
     pthread_sigmask(SIG_BLOCK, &usr2, nullptr);
-    kill(getpid(), SIGUSR2);  // its default is to end the process: no thread may take it now
+    kill(getpid(), SIGUSR2);  // its default action kills the process, so no thread may receive it now
     hab_set_ascii(s_, "General", 0, "FSN", "1");
     EXPECT_EQ(notices.await(1).size(), 1U);
     sigset_t pending;

@@ -1,4 +1,4 @@
-/* A client in plain C: store_client FROM writes FROM, FROM + 1, ... to DALHConfig.ProcessID for ever, saying each on
+/* A client in plain C: store_client FROM writes FROM, FROM + 1, ... to DALHConfig.ProcessID forever, printing each on
  * standard output once it is committed. */
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,4 +1,4 @@
-// The store file itself: what cannot be opened, what happens to it while it is in use, locks, older schemas.
+// The store file: files that cannot be opened, changes while in use, locks, older schemas.
 #include <gmock/gmock.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 class StoreFile : public StoreTest {
  protected:
-    // What standard error says while `action` runs.
+    // Standard error while `action` runs.
     template <class Action>
     static std::string errorsOf(Action action) {
         testing::internal::CaptureStderr();
@@ -28,7 +28,7 @@ class StoreFile : public StoreTest {
 
 TEST_F(StoreFile, IsForItsOwnerOnly) {
     const Session session = open();
-    const std::vector<hab_host_value> many(500, {"General", 0, "FSN", "1"});  // that many ring the bell for all
+    const std::vector<hab_host_value> many(500, {"General", 0, "FSN", "1"});  // enough to wake every session
     ASSERT_EQ(hab_host_set_all(session.get(), many.data(), many.size(), nullptr), HAB_OK);
     for (const char* part : {"", "-wal", "-shm", ".bell", ".bell.1"}) {
         EXPECT_EQ(fs::status(path_ + part).permissions(), fs::perms::owner_read | fs::perms::owner_write) << part;
@@ -65,7 +65,7 @@ TEST_F(StoreFile, ThatIsDeletedOrReplacedFailsItsSessions) {
     const auto replace = [&] {
         ASSERT_EQ(hab_host_create((path_ + ".new").c_str(), true), HAB_OK);
         fs::rename(path_ + ".new", path_);
-        fs::remove(path_ + "-wal");  // the old one's: whoever moves stores by hand has to
+        fs::remove(path_ + "-wal");  // the old file's; anyone who replaces a store by hand must remove them, too
         fs::remove(path_ + "-shm");
     };
     const auto remove = [&] { fs::remove(path_); };
@@ -87,12 +87,12 @@ TEST_F(StoreFile, ThatIsDeletedOrReplacedFailsItsSessions) {
         EXPECT_THAT(errors, HasSubstr("replaced or deleted"));
         EXPECT_TRUE(isOneLine(errors)) << errors;
         if (fs::exists(path_)) {
-            const Session fresh = open();  // beside the old one
+            const Session fresh = open();  // alongside the old one
             EXPECT_EQ(textAt(fresh.get(), "General", 0, "FSN"), "");
             EXPECT_EQ(hab_set_ascii(fresh.get(), "General", 0, "FSN", "new"), HAB_OK);
         }
     }
-    // The old sessions, closed by now, took nothing of the new store with them.
+    // The closed sessions deleted nothing of the new store.
     EXPECT_EQ(sql("SELECT value FROM hab_value"), "new");
 }
 
@@ -113,13 +113,13 @@ TEST_F(StoreFile, ThatIsLockedMakesWritersGiveUpAfterTwoSeconds) {
     ASSERT_EQ(sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
     const auto start = std::chrono::steady_clock::now();
     const auto write = [&] { EXPECT_EQ(hab_set_ascii(session.get(), "General", 0, "FSN", "1"), HAB_TIMEOUT); };
-    std::thread other(write);  // its wait for the handle counts too
+    std::thread other(write);  // its wait for the handle counts, too
     write();
     other.join();
     const auto took = std::chrono::steady_clock::now() - start;
     EXPECT_GE(took, std::chrono::milliseconds(1990));
     EXPECT_LT(took, std::chrono::milliseconds(3900)) << "one after the other";
-    EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "");  // reading goes on
+    EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "");  // reads continue
     EXPECT_EQ(sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
     EXPECT_EQ(hab_set_ascii(session.get(), "General", 0, "FSN", "1"), HAB_OK);
     EXPECT_EQ(sqlite3_close(db), SQLITE_OK);
@@ -132,7 +132,7 @@ TEST_F(StoreFile, WithAValueThatDoesNotFitItsFieldFailsToReadIt) {
     for (const char* cell : {"zeroblob(64)", "zeroblob(3)", "7"}) {
         sql(std::string("UPDATE hab_value SET value = ") + cell);
         EXPECT_EQ(hab_get_mac(session.get(), "General", 0, "DefaultMAC", mac.data()), HAB_ERROR) << cell;
-        EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "");  // its neighbours are as good as ever
+        EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "");  // other values are unaffected
     }
     EXPECT_EQ(mac, (std::array<std::uint8_t, 6>{1, 2, 3, 4, 5, 6}));
 }
@@ -144,7 +144,7 @@ TEST_F(StoreFile, OfAnOlderSchemaIsBroughtUpToDateWithItsValues) {
         hab_set_string(session.get(), "General", 0, "DeviceName", "Home");
         hab_set_uint(session.get(), "BSTResults", 0, "Latency", 9);
     }
-    // As an older program left it: one field was longer, one had another type, one is gone, one did not exist.
+    // As left by an older program: one field was longer, one had another type, one was removed, one did not exist.
     sql("PRAGMA user_version = 7;"
         "UPDATE hab_value SET value = 'a serial number that is too long' WHERE value = 'serial';"
         "UPDATE hab_field SET longest = 40 WHERE name = 'FSN';"
@@ -168,7 +168,7 @@ TEST_F(StoreFile, OfAnOlderSchemaIsBroughtUpToDateWithItsValues) {
     EXPECT_EQ(textAt(session.get(), "BSTResults", 0, "Latency"), "0");
     EXPECT_EQ(hab_set_ascii(session.get(), "BSTResults", 0, "ISP", "new"), HAB_OK);
     EXPECT_EQ(textAt(session.get(), "BSTResults", 0, "ISP"), "new");
-    // Its number lies behind those of other tables by now: their values stay theirs.
+    // The field's number now follows those of other tables. Their values are unchanged.
     EXPECT_EQ(hab_set_ascii(session.get(), "DeviceIdList", 0, "DeviceTypeCustom", "Printer"), HAB_OK);
     EXPECT_EQ(textAt(session.get(), "BSTResults", 0, "bstRequestType"), "none");
     EXPECT_EQ(textAt(session.get(), "General", 0, "Gone"), "[3]");

@@ -106,7 +106,7 @@ TEST_F(Values, AreRefusedWithTheStatusThatFits) {
     for (const auto& one : cases) {
         EXPECT_EQ(std::get<1>(one), std::get<0>(one)) << "case " << &one - cases.data();
     }
-    EXPECT_EQ(textAt(s_, "CircleCfg", 0, "accessToken"), longest);  // a refused write leaves what was there
+    EXPECT_EQ(textAt(s_, "CircleCfg", 0, "accessToken"), longest);  // a refused write keeps the old value
     EXPECT_EQ(textAt(s_, "General", 0, "FSN"), "");
 }
 
@@ -225,7 +225,7 @@ TEST_F(Values, AreServedToManyThreadsOnOneHandle) {
     });
     EXPECT_EQ(failures, 0);
 
-    // Closed under the hands of its users, the handle only says so.
+    // A handle that is closed while in use only returns errors.
     hab_session* shared = hab_init();
     std::latch reading(8);
     auto users = onEightThreads([&](int) {

@@ -1,4 +1,4 @@
-// workbench.h - what the platform's tests share: a store in a folder of its own, other processes, collected notices.
+// workbench.h - shared by the platform's tests: a store in its own folder, other processes, collected notices.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ using dro_test::Cases;
 using dro_test::file_text;
 using dro_test::Session;
 
-// A fresh store that HAB_STORE names, in a folder that goes with the test.
+// A new store, named by HAB_STORE, in a folder that is removed after the test.
 class StoreTest : public testing::Test {
  protected:
     static Session open() { return Session(hab_init()); }
@@ -27,7 +27,7 @@ class StoreTest : public testing::Test {
     const std::string path_ = store_.path();
 };
 
-// One with a session open.
+// A StoreTest with an open session.
 class SessionTest : public StoreTest {
  protected:
     const Session session_ = open();
@@ -37,7 +37,7 @@ class SessionTest : public StoreTest {
 // A value as text; the status in brackets when it cannot be read.
 std::string textAt(hab_session* session, const char* table, int row, const char* field);
 
-// A child process whose standard output comes through a pipe. Killed at the end if it still runs.
+// A child process whose standard output is read through a pipe. The destructor kills it if it is still running.
 class Child {
  public:
     explicit Child(const std::vector<std::string>& words);
@@ -45,9 +45,9 @@ class Child {
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
-    // The next line of its output, without the newline; empty at the end, or when none came for `milliseconds`.
+    // The next line of its output, without the newline; empty at end of file or after `milliseconds`.
     std::string line(int milliseconds = 10'000);
-    // Sends it a signal unless that is 0, and waits for its end: its exit status, or minus the signal that ended it.
+    // Sends `signal` unless it is 0, and waits for the exit. Returns the exit status, or minus the fatal signal.
     int end(int signal);
 
  private:
@@ -63,16 +63,16 @@ struct Outcome {
     std::string output;
     std::string errors;
 };
-// Runs habctl to its end.
+// Runs habctl and waits for its exit.
 Outcome habctl(std::vector<std::string> words);
 
-// Collects the notices of one session as "TABLE.FIELD@ROW".
+// Collects a session's notices as "TABLE.FIELD@ROW".
 class Notices {
  public:
-    // Subscribes the tables; `also` runs in the handler before a notice is noted.
+    // Subscribes to the tables. `also` runs in the handler before a notice is recorded.
     Notices(hab_session* session, const std::vector<std::string>& tables, std::function<void()> also = nullptr);
 
-    // Waits until `count` notices have been handled, at most ten seconds, and gives all there are.
+    // Waits up to ten seconds until `count` notices have been handled, and returns all of them.
     std::vector<std::string> await(std::size_t count);
 
  private:
@@ -84,6 +84,6 @@ class Notices {
     };
     static void onNotice(const char* table, int row, const char* field, void* context);
 
-    // Never freed: a handler may still be on its way out when its session has been closed.
+    // Never freed: a handler may still be returning after its session has been closed.
     State& state_;
 };

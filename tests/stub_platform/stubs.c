@@ -1,4 +1,4 @@
-/* A router platform that says no: every function that the agent asks of the store and log libraries, by name only. */
+/* A router platform that refuses every call: all store and log functions that the agent needs, by name only. */
 #define SAYS(answer, name) \
     long name(void) {      \
         return answer;     \

@@ -6,7 +6,7 @@
 namespace dro_test {
 namespace {
 
-// `text` as a log line shows it.
+// `text` in the form of a log line.
 std::string as_logged(std::string_view text) {
     if (text.ends_with('\n')) {
         text.remove_suffix(1);

@@ -1,4 +1,4 @@
-// agent_probe.h - what tests look at and put back in the agent, and the agent itself never needs. Any thread.
+// agent_probe.h - internal agent state that only tests read or reset. Any thread.
 #pragma once
 
 #include <sys/eventfd.h>
@@ -30,18 +30,18 @@ class MonitorSignalProbe {
 
 namespace dro_test {
 
-// Monitors that wait for `signal` now.
+// The number of monitors waiting for `signal`.
 inline int waiters(dro::MonitorSignal& signal) {
     return dro::MonitorSignalProbe::waiters(signal);
 }
 
-// Monitors of all kinds that have not returned yet.
+// The number of monitors of all kinds that have not returned yet.
 inline int active_monitors() {
     return dro::list_orders().alive() + dro::activation_orders().alive() + dro::provision_orders().alive() +
            dro::toggle_orders().alive();
 }
 
-// Takes the request to stop back.
+// Cancels a stop request.
 inline void clear_stop() {
     eventfd_t count = 0;
     eventfd_read(dro::stop_descriptors().back().fd, &count);

@@ -42,7 +42,7 @@ AgentTest::~AgentTest() {
     cloud.release();
     dro::request_stop();
     dro::stop_monitors();
-    store.set("DroStatus.dispatcherSupport", "true");  // without it a running dispatcher would not be ended
+    store.set("DroStatus.dispatcherSupport", "true");  // without it, a running dispatcher would not be cancelled
     dro::cancel_dispatcher_thread();
     eventually([] { return active_monitors() == 0; });
     dro::dal_destroy();

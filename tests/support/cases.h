@@ -1,4 +1,4 @@
-// cases.h - a table of cases of one rule, a row each; the loop over it names the columns.
+// cases.h - a table of test cases for one rule, one row each. The loop over it names the columns.
 #pragma once
 
 #include <tuple>

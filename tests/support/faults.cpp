@@ -16,7 +16,7 @@ struct Rule {
 };
 
 std::array<Rule, 9> g_rules;
-std::atomic_flag g_busy;  // no mutex: locking one comes through here
+std::atomic_flag g_busy;  // not a mutex: locking one would recurse into this file
 
 template <typename Action>
 auto with_rule(Call call, Action action) {
@@ -27,7 +27,7 @@ auto with_rule(Call call, Action action) {
     return result;
 }
 
-// The error this call is to fail with, or 0.
+// The error to inject into this call, or 0.
 int error_for(Call call, const void* object = nullptr) {
     return with_rule(call, [object](Rule& rule) {
         const bool fails = rule.error != 0 && rule.failed == 0 && (rule.object == nullptr || rule.object == object);
@@ -50,11 +50,11 @@ int FailCalls::failed() const {
     return with_rule(call_, [](const Rule& rule) { return rule.failed; });
 }
 
-// The names are the linker's: it sends calls of NAME to __wrap_NAME, and __real_NAME to NAME.
+// The linker's --wrap option fixes the names: calls of NAME go to __wrap_NAME, and calls of __real_NAME to NAME.
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,bugprone-macro-parentheses)
 extern "C" {
 
-// `failed` is what the call then answers.
+// `failed` is the return value of a failing call.
 #define WRAP(failed, type, name, which, parameters, ...) \
     type __real_##name parameters;                       \
     type __wrap_##name parameters {                      \

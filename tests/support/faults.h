@@ -1,5 +1,5 @@
-// faults.h - failures of the system's own calls, for outcomes that cannot be had otherwise. The test programs are
-// linked so that calls from the agent's code come through here; calls from shared libraries do not. Any thread.
+// faults.h - injected failures of system calls, for outcomes that cannot be caused otherwise. The test programs are
+// linked so that calls from the agent's code pass through it; calls from shared libraries do not. Any thread.
 #pragma once
 
 #include <cerrno>
@@ -10,7 +10,7 @@ enum class Call {
     threadCreate,   // pthread_create; object: none
     condSignal,     // pthread_cond_signal and pthread_cond_broadcast; object: the condition variable
     condTimedWait,  // pthread_cond_timedwait; object: the condition variable
-    mutexLock,      // pthread_mutex_lock; object: the mutex, to be named, since everything locks
+    mutexLock,      // pthread_mutex_lock; object: the mutex, which must be given because everything locks
     socketPair,     // these return -1 and set errno
     write,
     kill,
@@ -18,8 +18,7 @@ enum class Call {
     sigaction,
 };
 
-// While it lives, the next call fails with `error`: one on `object`, or on any when it is null. One at a time for each
-// Call.
+// While it exists, the next call on `object` (any object when null) fails with `error`. One at a time per Call.
 class FailCalls {
  public:
     FailCalls(Call call, int error, const void* object = nullptr);
@@ -27,7 +26,7 @@ class FailCalls {
     FailCalls& operator=(const FailCalls&) = delete;
     ~FailCalls();
 
-    // Calls that have failed so far.
+    // The number of calls that have failed so far.
     int failed() const;
 
  private:

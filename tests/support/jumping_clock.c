@@ -1,5 +1,5 @@
-// Loaded before the system's library, this makes the calendar jump an hour forth or back at each look, while the
-// monotonic clock goes on. A deadline taken from the calendar is then an hour off, for whoever waits for it.
+// A preloaded library: the wall clock jumps one hour forward or back on each call, while the monotonic clock is
+// unaffected. A deadline based on the wall clock is then off by an hour.
 #define _GNU_SOURCE
 #include <stdatomic.h>
 #include <sys/syscall.h>

@@ -1,4 +1,4 @@
-// rounds.h - how often an attack is repeated whose outcome hangs on the instant, and what it found. Any thread.
+// rounds.h - repetitions of attacks that depend on timing, and their figures. Any thread.
 #pragma once
 
 #include <cstdlib>
@@ -13,7 +13,7 @@ inline int rounds(int few, int campaign) {
     return full != nullptr && std::string(full) == "1" ? campaign : few;
 }
 
-// Figures for the campaign's line on this attack.
+// Prints the figures for this attack's line in the campaign.
 template <typename... Parts>
 void tell(const Parts&... parts) {
     std::cout << "figures: ";

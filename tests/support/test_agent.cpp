@@ -34,7 +34,7 @@ std::string file_in(const TestStore& store, const Launch& launch, const char* na
     dup2(out, STDOUT_FILENO);
     dup2(out, STDERR_FILENO);
     close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
-    prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test that is killed leaves no agent behind
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // a killed test leaves no agent behind
     setenv("HAB_LOG_FILE", log.c_str(), 1);
     for (const auto& [name, value] : launch.environment) {
         setenv(name.c_str(), value.c_str(), 1);
@@ -42,7 +42,7 @@ std::string file_in(const TestStore& store, const Launch& launch, const char* na
     if (launch.before) {
         launch.before();
     }
-    // As it would be called from a shell, so that the name it keeps starts behind "./".
+    // As called from a shell: the agent's program name starts after "./".
     std::string name = launch.quick ? "./droagent-quick" : "./droagent";
     std::vector<char*> arguments{name.data()};
     for (const std::string& argument : launch.arguments) {

@@ -1,4 +1,4 @@
-// test_agent.h - the built agent, started as a process in the test's own namespaces.
+// test_agent.h - the built agent as a process in the test's own namespaces.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -20,29 +20,29 @@ inline constexpr int kEventPort = 4455;
 inline constexpr const char* kPidFile = "/tmp/droagent.pid";
 
 struct Launch {
-    bool quick = false;                                // droagent-quick, with the waits that `environment` names
-    std::vector<std::string> arguments{};              // after the program's name
-    std::map<std::string, std::string> environment{};  // added; HAB_STORE and HAB_LOG_FILE are set already
-    std::function<void()> before{};                    // in the child, before the program is started
-    std::string folder{};                              // for its log and output, the store's when empty
+    bool quick = false;                                // droagent-quick, with the durations in `environment`
+    std::vector<std::string> arguments{};              // after the program name
+    std::map<std::string, std::string> environment{};  // added; HAB_STORE and HAB_LOG_FILE are always set
+    std::function<void()> before{};                    // runs in the child before exec
+    std::string folder{};                              // for its log and output; the store's folder when empty
 };
 
-// Exactly one at a time in one namespace. Throws std::runtime_error when it cannot be started.
+// Only one at a time per namespace. Throws std::runtime_error when it cannot be started.
 class AgentProcess {
  public:
     explicit AgentProcess(const TestStore& store, const Launch& launch = {});
     AgentProcess(const AgentProcess&) = delete;
     AgentProcess& operator=(const AgentProcess&) = delete;
-    // Kills it when it still runs.
+    // Kills the agent if it is still running.
     ~AgentProcess();
 
     pid_t pid() const { return pid_; }
     void signal(int number) const { kill(pid_, number); }
-    // The exit status, 256 + the signal that killed it, or none when it still ran after `patience`.
+    // The exit status, 256 + the signal that killed it, or std::nullopt when it is still running after `patience`.
     std::optional<int> wait_exit(std::chrono::milliseconds patience = kPatience);
     bool running() { return !wait_exit(std::chrono::milliseconds(0)); }
 
-    // True when both ports answer and the agent has reported the connector's state once.
+    // True when both ports accept connections and the agent has reported the connector's state once.
     bool wait_for_link() const { return log_.wait_for("Returning from JorvAgentStatus_cbHandler\n"); }
 
     // Standard output and standard error so far.
@@ -58,14 +58,14 @@ class AgentProcess {
 };
 
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-inline constexpr std::chrono::seconds kAtOnce{5};  // they take a second of their own at the end
+inline constexpr std::chrono::seconds kAtOnce{5};  // their runtime takes a second at exit
 #else
 inline constexpr std::chrono::seconds kAtOnce{1};
 #endif
-// Asks the agent to end and expects it to do so at once, with its pid file. How long it took.
+// Stops the agent and expects it to exit promptly and remove its pid file. Returns the time it took.
 std::chrono::milliseconds expect_prompt_end(AgentProcess& agent);
 
-// A router whose cloud answers, for agents as processes.
+// A router with an answering cloud, for tests with agent processes.
 class ProcessTest : public ::testing::Test {
  protected:
     ProcessTest();
@@ -74,15 +74,15 @@ class ProcessTest : public ::testing::Test {
     TestCloud cloud;
 };
 
-// The command to block the device of this number, in a transaction of the same; the address that it has then stored.
+// The command that blocks device `number`, with a transaction id of that number, and the address that it stores.
 std::string block_command(int number);
 std::string block_address(int number);
 
-// Connects to `address`:`port`. The descriptor is the caller's; -1 when nobody listens.
+// Connects to `address`:`port`. The caller owns the descriptor; -1 when nothing listens.
 int connect_to(int port, in_addr_t address = INADDR_LOOPBACK);
-// One message on a connection of its own, as the connector delivers it. False when nobody takes it.
+// Sends one message on its own connection, as the connector does. False when it is not accepted.
 bool send_message(int port, std::string_view message);
-// A socket that listens on 127.0.0.1:`port` and never answers; the caller's.
+// A socket that listens on 127.0.0.1:`port` and never answers. The caller owns it.
 int occupy(int port);
 
 }  // namespace dro_test

@@ -1,4 +1,4 @@
-#ifndef CPPHTTPLIB_OPENSSL_SUPPORT  // newer builds of the library say so themselves
+#ifndef CPPHTTPLIB_OPENSSL_SUPPORT  // newer builds of the library define it themselves
 #define CPPHTTPLIB_OPENSSL_SUPPORT
 #endif
 #include "test_cloud.h"
@@ -56,7 +56,7 @@ void remove_ca_bundle() {
 }
 
 struct TestCloud::Server {
-    // At the port that it had, if it had one.
+    // Reuses the previous port, if any.
     void listen(const lab::ServerIdentity& id) {
         https = std::make_unique<httplib::SSLServer>(id.server.get(), id.serverKey.get());
         https->set_tcp_nodelay(true);

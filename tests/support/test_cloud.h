@@ -1,5 +1,5 @@
-// test_cloud.h - a real HTTPS server in the cloud's place: it records every request and answers as it was told; and
-// whom the agent trusts. Any thread.
+// test_cloud.h - a real HTTPS server as the cloud: it records every request and sends scripted answers. Also sets the
+// certificates that the agent trusts. Any thread.
 #pragma once
 
 #include <map>
@@ -12,23 +12,23 @@
 
 namespace dro_test {
 
-// A new authority and a server's certificate from it for qa, dev, stag and api.dro.localhost and for no other host.
+// Generates an authority and a server certificate for qa, dev, stag and api.dro.localhost and no other host.
 lab::ServerIdentity make_identity();
 
-// The process's identity, made on the first call. Any thread.
+// The process-wide identity, generated on first use. Any thread.
 const lab::ServerIdentity& identity();
 
-// Makes the authority of `identity` the only one that the agent trusts, in one step; none at all switches its check
-// off. Writes to the last of the places where the agent looks.
+// Atomically makes the authority of `identity` the only one that the agent trusts, by writing the last of its bundle
+// paths. Without any bundle the agent does not verify certificates.
 void trust(const lab::ServerIdentity& identity);
 void remove_ca_bundle();
 
 struct Answer {
     enum class Kind {
-        text,    // `status` and `body`; the body may be empty
-        hangUp,  // closes the connection in the middle of the answer
-        reset,   // the same, with a reset
-        stall,   // no answer until release(); then as `text`
+        text,    // HTTP `status` and `body`; the body may be empty
+        hangUp,  // closes the connection in the middle of the response
+        reset,   // same, with a TCP reset
+        stall,   // no answer until release(), then as `text`
     };
     Kind kind = Kind::text;
     std::string body = R"({"status":1})";
@@ -39,47 +39,47 @@ inline Answer text_answer(std::string body, int status = 200) {
 }
 inline const Answer kAccepted;
 inline const Answer kRefused = text_answer(R"({"status":0})");
-inline const Answer kEmpty = text_answer("");  // to the agent: no answer
+inline const Answer kEmpty = text_answer("");  // counts as no answer for the agent
 inline const Answer kHangUp{Answer::Kind::hangUp};
 inline const Answer kReset{Answer::Kind::reset};
 inline const Answer kStall{Answer::Kind::stall};
 
 struct Request {
-    std::string path;  // as "/transactionAck/"
+    std::string path;  // for example "/transactionAck/"
     std::multimap<std::string, std::string> headers;
     std::string body;
-    int remotePort = 0;    // differs from connection to connection
-    bool resumed = false;  // the TLS session of an earlier connection
+    int remotePort = 0;    // different for each connection
+    bool resumed = false;  // whether the TLS session of an earlier connection was resumed
     std::chrono::steady_clock::time_point at;
 };
 
 class TestCloud {
  public:
-    // Listens on a free loopback port with the certificate of identity(), and makes the process trust it.
+    // Listens on a free loopback port with the certificate of identity(), and makes the agent trust it.
     TestCloud();
-    // Releases what is stalled and stops.
+    // Releases stalled requests and stops.
     ~TestCloud();
 
-    // Stops listening, and listens at the same port again. While it is down connections are refused.
+    // down() stops listening; up() listens on the same port again. In between, connections are refused.
     void down();
     void up(const lab::ServerIdentity& with = identity());
 
     // "https://HOST:PORT/".
     std::string base_url(const std::string& host = "qa.dro.localhost") const;
 
-    // What every request without a script gets; at first kAccepted.
+    // The answer to every request without a script; initially kAccepted.
     void answer_all(Answer answer);
-    // Answers for the next requests to `path` (as "transactionAck/"), in this order; then as answer_all says.
+    // The answers to the next requests to `path` (such as "transactionAck/"), in order. Afterwards answer_all applies.
     void script(const std::string& path, std::vector<Answer> answers);
-    // Lets stalled requests go, and those to come until the next script.
+    // Answers stalled requests, and lets no request stall until the next script.
     void release();
 
-    // Requests so far, in the order of their arrival; only those to `path` unless it is empty.
+    // The requests so far in order of arrival, only those to `path` unless it is empty.
     std::vector<Request> requests(const std::string& path = "") const { return wait_for(0, path); }
-    // Waits until there are `count` of them, then as above. Fewer come back when time ran out: compare the size.
+    // Waits until there are `count` requests and returns them as above. Returns fewer on timeout, so check the size.
     std::vector<Request> wait_for(std::size_t count, const std::string& path = "",
                                   std::chrono::milliseconds patience = kPatience) const;
-    // Forgets the requests and scripts so far.
+    // Discards all requests and scripts so far.
     void forget();
 
  private:

@@ -77,7 +77,7 @@ void TestStore::set_all(const std::vector<std::pair<std::string, std::string>>& 
     std::vector<Address> places;
     places.reserve(values.size());
     std::vector<hab_host_value> rows;
-    rows.reserve(values.size() + 1);  // never null, not even for nothing
+    rows.reserve(values.size() + 1);  // keeps data() non-null for an empty list
     for (const auto& [address, value] : values) {
         const Address& place = places.emplace_back(parse(address));
         rows.push_back({place.table.c_str(), place.row, place.field.c_str(), value.c_str()});

@@ -17,7 +17,7 @@ struct SessionEnd {
 };
 using Session = std::unique_ptr<hab_session, SessionEnd>;
 
-// A temporary folder with a fresh store, every value at its default; HAB_STORE names it while it lives.
+// A temporary folder with a new store, every value at its default. HAB_STORE names it while the object exists.
 class StoreFolder {
  public:
     StoreFolder();
@@ -25,26 +25,26 @@ class StoreFolder {
     StoreFolder& operator=(const StoreFolder&) = delete;
     ~StoreFolder();
 
-    // For other files of the test; it goes with the store.
+    // For other test files; removed together with the store.
     const std::string& folder() const { return folder_; }
     std::string path() const { return folder_ + "/hab.db"; }
-    // Runs raw SQL on the store file and gives the last value that it answers. Throws std::runtime_error.
+    // Runs raw SQL on the store file and returns the last value. Throws std::runtime_error.
     std::string sql(const std::string& statements) const;
 
  private:
     std::string folder_;
 };
 
-// The store with a session of its own. Addresses are "TABLE.FIELD" or "TABLE.FIELD@ROW", values texts as habhost.h
-// spells them. Whatever the store refuses is thrown as std::runtime_error.
+// The store with its own session. Addresses are "TABLE.FIELD" or "TABLE.FIELD@ROW", values are texts in the format of
+// habhost.h. Throws std::runtime_error when the store refuses an operation.
 class TestStore : public StoreFolder {
  public:
     std::string get(const std::string& address) const;
     void set(const std::string& address, const std::string& value) { set_all({{address, value}}); }
-    // In one step, in this order.
+    // Atomically, in this order.
     void set_all(const std::vector<std::pair<std::string, std::string>>& values);
 
-    // True as soon as the field holds `value`; false when it did not in time.
+    // True as soon as the field has this value; false on timeout.
     bool wait_for(const std::string& address, const std::string& value) const {
         return eventually([&] { return get(address) == value; });
     }
@@ -53,11 +53,11 @@ class TestStore : public StoreFolder {
     Session session_{hab_init()};
 };
 
-// Makes it the store of the router that tests, fuzz programs and benchmarks start from, with every log level on; the
-// cloud's address is still to be set.
+// Writes the router's values that tests, fuzz programs and benchmarks start from, with every log level enabled. The
+// cloud's address is not set.
 void set_identity(TestStore& store);
 
-// What is in a file; nothing when there is none.
+// The content of a file; empty when it does not exist.
 std::string file_text(const std::string& path);
 
 }  // namespace dro_test

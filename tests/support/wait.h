@@ -1,4 +1,4 @@
-// wait.h - waiting for what another thread or process brings about. Any thread.
+// wait.h - waiting for another thread or process. Any thread.
 #pragma once
 
 #include <chrono>
@@ -6,10 +6,10 @@
 
 namespace dro_test {
 
-// How long a test waits for what must come. Long, since it costs nothing when it comes; sanitizers are slow.
+// How long a test waits for an expected event. Long, because it costs nothing on success and sanitizers are slow.
 inline constexpr std::chrono::seconds kPatience{20};
 
-// Looks at `condition` every millisecond until it holds; false when it did not within `patience`.
+// Checks `condition` every millisecond until it holds; false after `patience`.
 template <typename Condition>
 bool eventually(Condition condition, std::chrono::milliseconds patience = kPatience) {
     const auto deadline = std::chrono::steady_clock::now() + patience;

@@ -1,4 +1,4 @@
-/* A program outside of this project's tree, in plain C: prints the agent's version as the store has it. */
+/* A program outside this source tree, in plain C: prints the agent's version from the store. */
 #include <habhost.h>
 #include <hablib.h>
 #include <stdio.h>
