@@ -1,7 +1,7 @@
 // web_assets.h - the page's files, embedded in the program. Constants only.
 #pragma once
 
-#include <array>
+#include <span>
 
 namespace lab {
 
@@ -11,6 +11,6 @@ struct WebAsset {
     const char* text;
 };
 
-extern const std::array<WebAsset, 4> kWebAssets;
+extern const std::span<const WebAsset> kWebAssets;
 
 }  // namespace lab
