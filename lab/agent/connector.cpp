@@ -72,7 +72,7 @@ void Connector::noticed(std::string_view table, std::string_view name) {
         store_.get(field::JorvagentCfg::jorv_force_connection) == "0") {
         return;
     }
-    timeline_.note(Actor::Connector, "was asked to connect");
+    timeline_.note(Actor::Connector, "received a connection request");
     report({.registered = true, .claimed = false, .connected = true});
     // Cleared last: the agent repeats its request at once while the connector is neither registered nor connected.
     store_.set(field::JorvagentCfg::jorv_force_connection, "0");
@@ -104,7 +104,7 @@ void Connector::nudge() {
 void Connector::deliver(const std::string& message, const std::string& summary) {
     const std::string where = address();
     if (where.empty()) {
-        throw std::runtime_error("the agent has not published where it takes messages; does it run?");
+        throw std::runtime_error("the agent has not published its message address; is it running?");
     }
     timeline_.tell(Actor::Connector, Actor::Agent, summary, message);
     const Socket socket;

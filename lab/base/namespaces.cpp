@@ -79,21 +79,21 @@ std::string enterOwnNamespaces(const std::string& privateFolder) {
     const std::string gid = std::to_string(::getgid());
     programFolder();
     if (::unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS) != 0) {
-        return because("no namespaces of our own");
+        return because("cannot create namespaces");
     }
     if (!writeFile("/proc/self/setgroups", "deny") || !writeFile("/proc/self/uid_map", uid + " " + uid + " 1") ||
         !writeFile("/proc/self/gid_map", gid + " " + gid + " 1")) {
-        throw std::runtime_error(because("no user of our own"));
+        throw std::runtime_error(because("cannot map the user"));
     }
     if (!loopbackUp()) {
-        throw std::runtime_error(because("no loopback network"));
+        throw std::runtime_error(because("cannot set up the loopback network"));
     }
     std::error_code ignored;
     bool done = ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 && privateTmp();
     fs::create_directories(privateFolder, ignored);
     done = done && mountEmpty(privateFolder);
     if (!done) {
-        throw std::runtime_error(because("no private folders"));
+        throw std::runtime_error(because("cannot mount private folders"));
     }
     return {};
 }

@@ -25,7 +25,7 @@ using Problem = std::optional<std::string>;
 Problem missing(const Json& object, std::initializer_list<const char*> names) {
     for (const char* name : names) {
         if (!member(object, name).is_string()) {
-            return std::string(name) + " is missing or no string";
+            return std::string(name) + " is missing or not a string";
         }
     }
     return std::nullopt;
@@ -61,7 +61,7 @@ Problem device(const Json& record, bool forTransaction) {
 
 Problem deviceList(const Json& list, bool forTransaction) {
     if (!list.is_array()) {
-        return "cdl is no array";
+        return "cdl is not an array";
     }
     for (const Json& record : list) {
         if (auto problem = device(record, forTransaction)) {
@@ -77,7 +77,7 @@ Problem checkRegistration(const Json& body) {
     }
     for (const char* feature : {"CDIL", "NewDeviceNoti", "DeviceTagging", "BackgroudSpeedtest"}) {
         if (!member(member(body, "supportedFeatures"), feature).is_boolean()) {
-            return std::string("supportedFeatures.") + feature + " is missing or no boolean";
+            return std::string("supportedFeatures.") + feature + " is missing or not a boolean";
         }
     }
     return std::nullopt;
@@ -179,13 +179,13 @@ std::optional<Fault> checkSignature(const Json& body, const char* serialMember, 
     std::int64_t seconds = 0;
     const auto [end, error] = std::from_chars(stamp.data(), stamp.data() + stamp.size(), seconds);
     if (error != std::errc{} || end != stamp.data() + stamp.size()) {
-        return Fault{400, "ePOCHTimeStamp is no number of seconds"};
+        return Fault{400, "ePOCHTimeStamp is not a number of seconds"};
     }
     if (std::abs(seconds - expected.now) > kClockTolerance) {
         return Fault{401, "ePOCHTimeStamp is " + std::to_string(seconds - expected.now) + " s off"};
     }
     if (textOf(body, "token") != expectedToken(serial, stamp)) {
-        return Fault{401, "the token does not belong to this serial number and time stamp"};
+        return Fault{401, "the token does not match the serial number and time stamp"};
     }
     return std::nullopt;
 }
@@ -236,7 +236,7 @@ Checked checkRequest(const Received& received, const Expected& expected) {
     Checked checked;
     checked.json = parseJson(received.body);
     if (!checked.json.is_object()) {
-        checked.fault = Fault{400, "the body is no JSON object"};
+        checked.fault = Fault{400, "the body is not a JSON object"};
         return checked;
     }
     checked.fault = checkSignature(checked.json, endpoint->serialMember, expected);

@@ -101,7 +101,7 @@ void CloudServer::startListening() {
     listener->server = std::make_unique<httplib::SSLServer>(identity_.server.get(), identity_.serverKey.get());
     httplib::SSLServer& server = *listener->server;
     if (!server.is_valid()) {
-        throw std::runtime_error("the cloud's TLS server cannot be made");
+        throw std::runtime_error("cannot create the cloud's TLS server");
     }
     server.set_tcp_nodelay(true);
     server.set_keep_alive_max_count(kRequestsPerConnection);

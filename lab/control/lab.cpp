@@ -21,7 +21,7 @@ constexpr std::chrono::seconds kStartPatience{20};  // three link attempts, five
 std::string makeStore(const LabSettings& settings, const std::filesystem::path& folder) {
     std::string path = settings.storePath.empty() ? (folder / "hab.db").string() : settings.storePath;
     if (std::filesystem::exists(path)) {
-        throw std::runtime_error(path + " exists; remove it or name another store");
+        throw std::runtime_error(path + " exists; remove it or choose another store");
     }
     createStore(path);
     ::setenv("HAB_STORE", path.c_str(), 1);
@@ -101,7 +101,7 @@ std::chrono::milliseconds Lab::startAgent(const std::string& program,
 }
 
 void Lab::registerAgain() {
-    timeline.note(Actor::Lab, "forgets that the router is registered, and has the connector report again");
+    timeline.note(Actor::Lab, "marks the router unregistered; the connector reports again");
     store.set(field::DROStatus::addJorvdeviceIdDone, "false");
     connector.nudge();
 }

@@ -38,15 +38,14 @@ std::string commandNames() {
 }
 
 void addUp(CLI::App& app, Request& request) {
-    auto* up = app.add_subcommand("up", "Start store, cloud, services and agent, and show what happens until Ctrl-C");
+    auto* up = app.add_subcommand("up", "Run the store, cloud, services and agent, and show events until Ctrl-C");
     up->footer("Example: drolab up --devices 30 --web");
     const auto settings = std::make_shared<lab::UpSettings>();
-    up->add_option("--store", settings->lab.storePath,
-                   "Store file to make, kept at the end (default: a temporary one)");
+    up->add_option("--store", settings->lab.storePath, "Store file to create and keep (default: a temporary file)");
     up->add_option("--devices", settings->lab.devices, "Devices on the network")->check(CLI::Range(0, lab::kRows));
     up->add_flag("--verbose", settings->lab.verbose, "Show the agent's log lines too");
-    up->add_flag("--json", settings->json, "One JSON object a line");
-    up->add_option("--web", settings->webPort, "Show it as a page too, on this port of 127.0.0.1")
+    up->add_flag("--json", settings->json, "Print one JSON object per line");
+    up->add_option("--web", settings->webPort, "Also serve a web page on this port of 127.0.0.1")
         ->expected(0, 1)
         ->default_str(std::to_string(lab::kWebPort))
         ->check(CLI::Range(1024, 65535));
@@ -57,18 +56,18 @@ void addTour(CLI::App& app, Request& request) {
     auto* tour = app.add_subcommand("tour", "Show the agent from boot to shutdown, each step checked");
     tour->footer("Example: drolab tour --only commands,circle");
     const auto settings = std::make_shared<lab::TourSettings>();
-    tour->add_flag("--list", settings->list, "Name the chapters and end");
-    tour->add_option("--only", settings->only, "Chapters to show")->delimiter(',');
-    tour->add_flag("--full", settings->full, "Wait out the long waits with the agent that ships");
-    tour->add_option("--timeline", settings->timelineFile,
-                     "Write all that happened to this file, one JSON object a line");
+    tour->add_flag("--list", settings->list, "List the chapters and exit");
+    tour->add_option("--only", settings->only, "Chapters to run")->delimiter(',');
+    tour->add_flag("--full", settings->full, "Run the shipped agent with its full time-outs");
+    tour->add_option("--timeline", settings->timelineFile, "Write the timeline to this file, one JSON object per line");
     tour->callback([&request, settings] { request.act = [settings] { return lab::runTour(*settings); }; });
 }
 
 void addSend(CLI::App& app, Request& request) {
-    auto* send = app.add_subcommand("send", "Deliver a cloud command and wait for its success");
-    send->footer("Commands: " + commandNames() +
-                 "\nWithout DATA an example is sent.\nExample: drolab send BLOCK_CD --device \"Anna's phone\"");
+    auto* send = app.add_subcommand("send", "Send a cloud command and wait for the result");
+    send->footer(
+        "Commands: " + commandNames() +
+        "\nWithout DATA, sends the command's example data.\nExample: drolab send BLOCK_CD --device \"Anna's phone\"");
     struct Options {
         std::string command;
         std::string data;
@@ -78,7 +77,7 @@ void addSend(CLI::App& app, Request& request) {
     const auto options = std::make_shared<Options>();
     send->add_option("CMD", options->command, "The command's name")->required();
     send->add_option("DATA", options->data, "Its data, as JSON");
-    send->add_option("--device", options->device, "A device whose MAC is put into the data as cdMac");
+    send->add_option("--device", options->device, "Device whose MAC is set as cdMac in the data");
     send->add_option("--timeout", options->timeout, "Seconds to wait for the answer")->check(CLI::Range(0.1, 500.0));
     send->callback([&request, options] {
         request.arguments["command"] = options->command;
@@ -121,14 +120,14 @@ const std::vector<Words>& acts() {
     static const std::vector<Words> kActs{
         {
             .name = "status",
-            .about = "Say how the running lab stands",
+            .about = "Show the status of the running lab",
             .example = "drolab status",
             .required = {},
             .optional = {},
         },
         {
             .name = "device",
-            .about = "Let something happen to a device",
+            .about = "Simulate a device event",
             .example = "drolab device join \"Guest phone\"",
             .required = {{"action", "join, online, offline or update"}, {"name", "The device's name or MAC"}},
             .optional = {},
@@ -142,28 +141,28 @@ const std::vector<Words>& acts() {
         },
         {
             .name = "cloud",
-            .about = "Tell the cloud how to answer",
+            .about = "Set how the cloud answers",
             .example = "drolab cloud refuse 2 (refuses twice), drolab cloud slow 500",
             .required = {{"mood", "up, down, refuse, stall, slow, error, empty, garbage or close"}},
-            .optional = {{"value", "For slow: milliseconds; else how many answers (default: all)"}},
+            .optional = {{"value", "For slow: milliseconds; otherwise the number of answers (default: all)"}},
         },
         {
             .name = "claim",
-            .about = "Claim state that registrations are answered; the router registers again",
+            .about = "Set the claim state in registration answers; the router registers again",
             .example = "drolab claim false",
             .required = {{"value", "true or false"}},
             .optional = {},
         },
         {
             .name = "sync-time",
-            .about = "Daily sync time (UTC) that registrations are answered; the router registers again",
+            .about = "Set the daily sync time (UTC) in registration answers; the router registers again",
             .example = "drolab sync-time 02:30:00",
             .required = {{"value", "HH:MM:SS or null"}},
             .optional = {},
         },
         {
             .name = "circle",
-            .about = "Tell the Circle agent how to answer, or let it report",
+            .about = "Set how the Circle agent answers, or send a health report",
             .example =
                 "drolab circle fail \"no licence\", drolab circle delay 500, drolab circle health client connected",
             .required = {{"action", "success, fail, silent, delay or health"}},
@@ -174,14 +173,14 @@ const std::vector<Words>& acts() {
         },
         {
             .name = "speedtest",
-            .about = "Let a background speed test finish",
+            .about = "Simulate a finished background speed test",
             .example = "drolab speedtest 300 40 manual",
             .required = {},
             .optional = {{"down", "Downlink speed"}, {"up", "Uplink speed"}, {"kind", "scheduled (default) or manual"}},
         },
         {
             .name = "service",
-            .about = "Tell the device service how to meet requests",
+            .about = "Set how the device service handles requests",
             .example = "drolab service slow 3000",
             .required = {{"mood", "ok, silent, wrong or slow"}},
             .optional = {{"value", "For slow: milliseconds"}},

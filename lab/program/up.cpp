@@ -54,7 +54,7 @@ int stopAgent(Lab& lab) {
     lab.timeline.tell(Actor::Lab, Actor::Agent, "SIGUSR1");
     const auto status = lab.agent.stop(kStopPatience);
     if (!status) {
-        return failed(lab.timeline, "the agent did not end; killed");
+        return failed(lab.timeline, "the agent did not stop and was killed");
     }
     Event ended;
     ended.from = ended.to = Actor::Agent;

@@ -138,7 +138,7 @@ void Population::resize(int count) {
 int Population::freeRow() const {
     const auto place = std::find(devices_.begin(), devices_.end(), std::nullopt);
     if (place == devices_.end()) {
-        throw std::runtime_error("every row of the device tables is taken");
+        throw std::runtime_error("the device tables are full");
     }
     return static_cast<int>(place - devices_.begin());
 }
@@ -147,7 +147,7 @@ int Population::join(const std::string& name) {
     const std::lock_guard lock(mutex_);
     if (std::any_of(devices_.begin(), devices_.end(),
                     [&](const auto& place) { return place && sameName(place->name, name); })) {
-        throw std::runtime_error("there is a device \"" + name + "\" already");
+        throw std::runtime_error("a device \"" + name + "\" already exists");
     }
     const int row = freeRow();
     Device device = deviceNumber(made_ % kRows);

@@ -53,7 +53,7 @@ std::string macText(const Mac& mac) {
 
 void createStore(const std::string& path) {
     if (const int status = hab_host_create(path.c_str(), false); status != HAB_OK) {
-        throw std::runtime_error("cannot make the store " + path + ": " + hab_error_string(status));
+        throw std::runtime_error("cannot create the store " + path + ": " + hab_error_string(status));
     }
 }
 

@@ -68,14 +68,14 @@ struct Tour::Chapter {
 const std::vector<Tour::Chapter>& Tour::chapters() {
     static const std::vector<Chapter> all{
         {"start", "identity, version, link", false, tourStart},
-        {"commands", "what the cloud can order for a device", false, tourCommands},
-        {"bad-messages", "what is refused and what is ignored", false, tourBadMessages},
+        {"commands", "cloud commands for devices", false, tourCommands},
+        {"bad-messages", "refused and ignored messages", false, tourBadMessages},
         {"cloud-trouble", "refused, unanswered and slow requests", true, tourCloudTrouble},
-        {"registration", "how the router becomes known to the cloud", false, tourRegistration},
-        {"events", "what the router tells unasked", false, tourEvents},
-        {"device-list", "the list of devices, asked for", true, tourDeviceList},
+        {"registration", "registering the router", false, tourRegistration},
+        {"events", "events that the router reports", false, tourEvents},
+        {"device-list", "requested device lists", true, tourDeviceList},
         {"circle", "parental control", true, tourCircle},
-        {"shutdown", "an orderly end", false, tourShutdown}};
+        {"shutdown", "orderly shutdown", false, tourShutdown}};
     return all;
 }
 
@@ -175,7 +175,7 @@ void Tour::chapter(const Chapter& chapter) {
         useAgent(quick);
         chapter.tell(*this);
     } catch (const std::exception& problem) {  // thrown between two steps
-        step("set the scene", [&] { throw StepFailed(problem.what()); });
+        step("prepare the chapter", [&] { throw StepFailed(problem.what()); });
     }
     lab_->cloud.behave(Mood::Accept);
     lab_->cloud.slow(milliseconds(0));
@@ -191,7 +191,7 @@ void Tour::useAgent(bool quick) {
         return;
     }
     if (lab_->agent.running()) {
-        check(lab_->agent.stop(kPatience) == 0, "the agent before did not end with status 0");
+        check(lab_->agent.stop(kPatience) == 0, "the previous agent did not exit with status 0");
     }
     running_ = program;
     if (steps_ > 0 || !wanted("start")) {

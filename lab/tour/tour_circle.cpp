@@ -88,7 +88,7 @@ void failsOrIsSilent(Tour& tour) {
         orderPutAway(tour);
         lab.circle.mood(CircleMood::Success);
     });
-    tour.step("a failure that comes too soon is not heard: the order runs out of time", [&] {
+    tour.step("a failure reported too early is missed; the order times out", [&] {
         lab.circle.mood(CircleMood::Silent);
         lab.circle.answerNow("failed", "radio busy");
         const std::size_t from = lab.record.mark();
@@ -96,7 +96,7 @@ void failsOrIsSilent(Tour& tour) {
         tour.acknowledgement(from, transaction, "0", "Activation-Failed_radio busy", tour.pace().circleWatch);
         orderPutAway(tour);
     });
-    tour.step("a Circle agent that does not answer runs the order out of time", [&] {
+    tour.step("an order times out when the Circle agent does not answer", [&] {
         const std::size_t from = lab.record.mark();
         const std::string transaction = deliver(tour, "ACTIVATE_CIRCLE", kPlain);
         tour.acknowledgement(from, transaction, "0", "Activation-Failed_FAIL-Error TimeOut", tour.pace().circleWatch);
@@ -118,7 +118,7 @@ void reportsHealth(Tour& tour) {
 void switches(Tour& tour) {
     tour.step("switch it off", [&] { toggled(tour, "off", "Success-Disabled", "disabled"); });
     tour.step("switch it on", [&] { toggled(tour, "on", "Success-Enabled", "enabled"); });
-    tour.step("switch it on once more: nothing to do", [&] { toggled(tour, "on", "Success-Enabled", "enabled"); });
+    tour.step("switch it on again: no change", [&] { toggled(tour, "on", "Success-Enabled", "enabled"); });
     tour.step("a toggle that is neither on nor off is refused",
               [&] { tour.acknowledged("TOGGLE_CIRCLE_STATE", R"({"toggle":"ON"})", "0", "Invalid toggle request"); });
 }
@@ -172,7 +172,7 @@ void tourCircle(Tour& tour) {
     tour.step("provisioning without an activation is refused", [&] {
         tour.acknowledged("PROVISION_CIRCLE", kProvision, "0", "Invalid Operation, Circle Action was not initiated");
     });
-    tour.step("activate: the cloud learns the Circle device, not an acknowledgement",
+    tour.step("activate: the cloud receives the Circle device instead of an acknowledgement",
               [&] { activation = activated(tour); });
     tour.step("the same activation again is acknowledged and reported again", [&] {
         const std::size_t from = lab.record.mark();

@@ -44,7 +44,7 @@ void blocks(Tour& tour, const std::string& name, const std::string& mac) {
         }
         checkSame("a fourth device", store.get(field::Dilsignature::AllowOrBlock.at(3)), "allow");
     });
-    tour.step("unblock them at once", [&] {
+    tour.step("unblock all three at once", [&] {
         orders(tour, "UNBLOCK_CD_BULK", elements(tour, rows));
         for (const int row : rows) {
             tour.stored(field::Dilsignature::AllowOrBlock.at(row), "allow");
@@ -59,7 +59,7 @@ void describes(Tour& tour, const std::string& name, const std::string& mac) {
             tour.stored(field::Dilsignature::IsTagged.at(0), tag);
         });
     }
-    tour.step("customise it, and only in part the second time", [&] {
+    tour.step("customise it twice, the second time with fewer fields", [&] {
         orders(tour, "CUSTOMIZE_CD", dataFor(mac, R"(,"cdName":"Desk \"phone\"","cdType":"Toy","cdBrand":"Ours")"));
         tour.stored(field::DeviceIdList::DisplayNameCustom.at(0), "Desk \"phone\"");
         tour.stored(field::DeviceIdList::DeviceTypeCustom.at(0), "Toy");
@@ -113,7 +113,7 @@ void tourCommands(Tour& tour) {
         orders(tour, "BST_DISABLE", "{}");
         tour.stored(field::DALHConfig::BSTStateuserDRO, "DISABLE");
     });
-    tour.step("schedule tag notifications",
+    tour.step("set the tag-notification schedule",
               [&] { orders(tour, "UPDATE_DTN_SCHEDULE", findCommand("UPDATE_DTN_SCHEDULE")->example); });
 }
 
@@ -127,8 +127,8 @@ void tourBadMessages(Tour& tour) {
         const char* reason;
     };
     const std::vector<Refused> refused{
-        {"a command nobody knows", "DANCE", "{}", "Invalid Command"},
-        {"a command in small letters", "block_cd", dataFor(mac), "Invalid Command"},
+        {"an unknown command", "DANCE", "{}", "Invalid Command"},
+        {"a command in lower case", "block_cd", dataFor(mac), "Invalid Command"},
         {"a missing device", "BLOCK_CD", "{}", "Invalid Argument cdMac"},
         {"a device that is a number", "REMOVE_CD", R"({"cdMac":7})", "Invalid Argument cdMac"},
         {"no data at all", "TAG_CD", "", "Invalid Argument cdMac"},

@@ -101,13 +101,13 @@ void tourEvents(Tour& tour) {
     tour.step(tagged + ", tagged, goes offline", [&] { tagNotified(tour, tagged, false); });
     tour.step("and comes back", [&] { tagNotified(tour, tagged, true); });
     tour.step("a scheduled speed test finishes", [&] { speedTestPushed(tour, SpeedTest{}, "B"); });
-    tour.step("a speed test that was asked for finishes", [&] {
+    tour.step("a manual speed test finishes", [&] {
         SpeedTest result;
         result.down = 512;
         result.scheduled = false;
         speedTestPushed(tour, result, "M");
     });
-    tour.step("an unclaimed router keeps a new device to itself", [&] { droppedUnlessClaimed(tour); });
+    tour.step("an unclaimed router does not report new devices", [&] { droppedUnlessClaimed(tour); });
     tour.step("the daily sync, three seconds from now", [&] { dailySync(tour); });
 }
 

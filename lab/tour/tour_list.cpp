@@ -53,7 +53,7 @@ void oddLists(Tour& tour) {
         fetched(tour, "0", "app", lab.population.rows());
         lab.devices.mood(ServiceMood::Ok);
     });
-    tour.step("an empty network gives an empty list, whose watch still runs out", [&] {
+    tour.step("an empty network returns an empty list, and its watch still times out", [&] {
         lab.population.resize(0);
         lab.store.set(field::RADebugLog::raCdilTimeout, "false");
         const std::size_t from = lab.record.mark();
@@ -63,7 +63,7 @@ void oddLists(Tour& tour) {
         timedOut(tour, from, answer->text("transactionId"));
         lab.population.resize(12);
     });
-    tour.step("a list that does not come is refused in the end", [&] {
+    tour.step("a missing list is refused after the time-out", [&] {
         lab.devices.mood(ServiceMood::Silent);
         lab.store.set(field::RADebugLog::raCdilTimeout, "false");
         const std::size_t from = lab.record.mark();
@@ -84,7 +84,7 @@ void tourDeviceList(Tour& tour) {
     tour.settle(false);
     lab.population.setOnline(2, false);
     lab.population.setOnline(4, false);
-    tour.step("a claim is answered with all devices, and claims the router", [&] {
+    tour.step("DEVICE_CLAIMED claims the router and returns all devices", [&] {
         const auto answer = tour.listed("DEVICE_CLAIMED", R"({"fetchFor":"claim"})");
         checkSame("fetchFor", answer->text("fetchFor"), "claim");
         checkDevices(tour, *answer, "cdMac", lab.population.rows());

@@ -45,24 +45,24 @@ void answerRegistration(Tour& tour, bool claimed) {
 void tourStart(Tour& tour) {
     Lab& lab = tour.lab();
     const std::size_t from = lab.record.mark();
-    tour.step("the agent starts and takes cloud messages on port 4466", [&] {
+    tour.step("the agent starts and accepts cloud messages on port 4466", [&] {
         tour.startAgent();
         checkSame("published address", lab.connector.address(), "localhost:4466");
         check(somebodyListens(kMessagePort), "nobody listens on port 4466");
     });
     tour.step("its version is in the store",
               [&] { checkSame("version", lab.store.get(field::DalModuleVersion::DroagentVersion), "1.3.10"); });
-    tour.step("its pid file names it", [&] {
+    tour.step("its pid file contains its pid", [&] {
         int pid = 0;
         std::ifstream(kPidFile) >> pid;
         checkSame("pid", std::to_string(pid), std::to_string(lab.agent.pid()));
     });
-    tour.step("a second agent does not start beside it", [&] {
+    tour.step("a second agent refuses to start", [&] {
         AgentProcess second(lab.timeline);
         second.start({besideUs("droagent"), lab.logFile() + ".second", false, {}});
         check(second.awaitEnd(std::chrono::seconds(5)) == 1, "it did not end with status 1");
     });
-    tour.step("it has the connector connect, and registers the router under its identity", [&] {
+    tour.step("it asks the connector to connect and registers the router", [&] {
         checkIdentity(tour, *registrationSince(tour, from));
         tour.stored(field::JorvagentCfg::jorv_force_connection, "0");
         tour.stored(field::DROStatus::addJorvdeviceIdDone, "true");
@@ -107,7 +107,7 @@ void tourRegistration(Tour& tour) {
 
 void tourShutdown(Tour& tour) {
     Lab& lab = tour.lab();
-    tour.step("SIGUSR1 ends the agent with status 0", [&] {
+    tour.step("on SIGUSR1 the agent exits with status 0", [&] {
         const auto status = lab.agent.stop(std::chrono::seconds(5));
         check(status.has_value(), "it did not end");
         check(*status == 0, "it ended with status " + std::to_string(*status));

@@ -62,7 +62,7 @@ void tourCloudTrouble(Tour& tour) {
         lab.cloud.behave(Mood::Close, 3);
         check(attemptsOf(tour, 3) >= 2 * tour.pace().pause, "the pauses were too short");
     });
-    tour.step("a slow cloud is waited for", [&] {
+    tour.step("the agent waits for a slow cloud", [&] {
         lab.cloud.slow(milliseconds(400));
         attemptsOf(tour, 1);
         lab.cloud.slow(milliseconds(0));

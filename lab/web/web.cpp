@@ -117,10 +117,10 @@ const char* WebPage::refusal(const httplib::Request& request) const {
     }
     // EventSource cannot set request headers.
     if (!same(request.get_header_value(kKeyHeader), key_) && !same(request.get_param_value("key"), key_)) {
-        return "The key is missing or of another run: open the address that drolab printed.";
+        return "The key is missing or belongs to another run. Open the URL that drolab printed.";
     }
     if (request.method == "POST" && request.get_header_value("Origin") != "http://" + host) {
-        return "Only the lab's own page may act.";
+        return "Only the lab's own page may run operations.";
     }
     return nullptr;
 }

@@ -46,10 +46,10 @@ TEST(CloudChecks, OneThingWrongIsSeenAndNamed) {
         {[](Received& r) { r.host = "api.dro.localhost", r.apiKey = provisioning::kProductionKey; }, ""},
         {[](Received& r) { r.host = "api.dro.localhost"; }, "401 wrong API key for api.dro.localhost"},
         {[](Received& r) { r.apiKey.pop_back(); }, "401 wrong API key for qa.dro.localhost"},
-        {[](Received& r) { r.body.pop_back(); }, "400 the body is no JSON object"},
-        {[](Received& r) { r.body += "x"; }, "400 the body is no JSON object"},
-        {[](Received& r) { r.body = "[]"; }, "400 the body is no JSON object"},
-        {[](Received& r) { r.body.replace(r.body.find("Success"), 7, "\xFC"); }, "400 the body is no JSON object"}};
+        {[](Received& r) { r.body.pop_back(); }, "400 the body is not a JSON object"},
+        {[](Received& r) { r.body += "x"; }, "400 the body is not a JSON object"},
+        {[](Received& r) { r.body = "[]"; }, "400 the body is not a JSON object"},
+        {[](Received& r) { r.body.replace(r.body.find("Success"), 7, "\xFC"); }, "400 the body is not a JSON object"}};
     for (const auto& [spoil, fault] : cases) {
         Received received = acknowledgement();
         spoil(received);
@@ -59,18 +59,18 @@ TEST(CloudChecks, OneThingWrongIsSeenAndNamed) {
     const Received sync = request("/syncCD/", R"(,"type":"CDIL","syncAt":"","cdl":[)" + kSynced + "]");
     // The request, a part of it, its replacement, and the expected fault.
     const dro_test::Cases<Received, std::string, std::string, const char*> members{
-        {ack, R"("token":"a)", R"("token":"b)", "401 the token does not belong to this serial number and time stamp"},
-        {ack, R"("token")", R"("Token")", "400 token is missing or no string"},
+        {ack, R"("token":"a)", R"("token":"b)", "401 the token does not match the serial number and time stamp"},
+        {ack, R"("token")", R"("Token")", "400 token is missing or not a string"},
         {ack, kSerial, "LAB000000000002", "401 unknown serial number \"LAB000000000002\""},
-        {ack, kStamp, "170000000x", "400 ePOCHTimeStamp is no number of seconds"},
+        {ack, kStamp, "170000000x", "400 ePOCHTimeStamp is not a number of seconds"},
         {ack, kStamp, "1700000301", "401 ePOCHTimeStamp is 301 s off"},
-        {ack, R"("1")", "1", "400 transactionStatus is missing or no string"},
+        {ack, R"("1")", "1", "400 transactionStatus is missing or not a string"},
         {ack, R"("1")", R"("2")", "400 transactionStatus is \"2\""},
-        {ack, "}", R"(,"relayData":{"cdl":[]}})", "400 fetchFor is missing or no string"},
-        {ack, "}", R"(,"fetchFor":"","relayData":{"cdl":[)" + kSynced + "]}}", "400 cdMac is missing or no string"},
+        {ack, "}", R"(,"relayData":{"cdl":[]}})", "400 fetchFor is missing or not a string"},
+        {ack, "}", R"(,"fetchFor":"","relayData":{"cdl":[)" + kSynced + "]}}", "400 cdMac is missing or not a string"},
         {sync, R"("CDIL")", R"("CD")", "400 type is \"CD\""},
-        {sync, R"("mac")", R"("cdMac")", "400 mac is missing or no string"},
-        {sync, R"("cdStatus":"1",)", "", "400 device: cdStatus is missing or no string"}};
+        {sync, R"("mac")", R"("cdMac")", "400 mac is missing or not a string"},
+        {sync, R"("cdStatus":"1",)", "", "400 device: cdStatus is missing or not a string"}};
     for (const auto& [right, piece, other, fault] : members) {
         Received spoiled = right;
         spoiled.body.replace(right.body.find(piece), piece.size(), other);
@@ -83,7 +83,7 @@ TEST(CloudChecks, ValuesInsideOfTooManyOthersAreNoJson) {
     for (const std::size_t lists : {1000U, 1001U, 1000000U}) {
         const std::string deep = R"(,"deep":)" + std::string(lists, '[') + std::string(lists, ']');
         const Received received = request("/pc/circle/cuuid", R"(,"uuid":"","circleUUID":"")" + deep);
-        EXPECT_EQ(faultOf(received), lists == 1000 ? "" : "400 the body is no JSON object") << lists;
+        EXPECT_EQ(faultOf(received), lists == 1000 ? "" : "400 the body is not a JSON object") << lists;
     }
 }
 

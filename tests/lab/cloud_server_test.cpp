@@ -45,7 +45,7 @@ class CloudServerTest : public testing::Test {
 
 TEST_F(CloudServerTest, DoesNotBelieveAWrongRequestInAnyMood) {
     cloud_.behave(Mood::Error, 1);
-    EXPECT_EQ(post("{}"), R"(400 {"status":0,"message":"serialNumber is missing or no string"})");
+    EXPECT_EQ(post("{}"), R"(400 {"status":0,"message":"serialNumber is missing or not a string"})");
     ASSERT_EQ(record_.mark(), 1U);
     EXPECT_FALSE(record_.since(0).front()->good());
     EXPECT_TRUE(post(rightRequest()).starts_with("500 ")) << "the mood was used up by a wrong request";
