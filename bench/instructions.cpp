@@ -1,5 +1,5 @@
-// instructions OPERATION COUNT - does one thing of the agent's so many times, in this process and without a network:
-// for counting its instructions (bench/instructions). One thread but for the receiver of a message.
+// instructions OPERATION COUNT - runs one operation of the agent COUNT times, in this process and without a network, so
+// that bench/instructions can count instructions. One thread, except for the receiver of a message.
 #include <habdynlog.h>
 #include <netinet/in.h>
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-// local_agent.h - the agent's code in this process, for roads that time one of its calls. No link, no subscription.
+// local_agent.h - the agent's code in this process, to time single calls. No link, no subscription.
 #pragma once
 
 #include "router.h"

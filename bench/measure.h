@@ -1,4 +1,4 @@
-// measure.h - times taken in turn, and what is reported of them. One thread.
+// measure.h - alternating time samples of the agent and its floor, and their report. One thread.
 #pragma once
 
 #include <chrono>

@@ -6,7 +6,7 @@
 namespace bench {
 namespace {
 
-// A device of ordinary size; # stands for the row.
+// A device with values of typical length. # is replaced by the row.
 struct Value {
     const char* field;
     const char* text;

@@ -1,4 +1,4 @@
-// population.h - the devices of the router that is measured. Any thread.
+// population.h - the devices of the measured router. Any thread.
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
-// process_stats.h - what the kernel knows of a process. Each throws std::runtime_error when the process is gone.
+// process_stats.h - memory and activity of a process, from /proc. Each function throws std::runtime_error when the
+// process is gone.
 #pragma once
 
 #include <sys/types.h>

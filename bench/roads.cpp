@@ -1,5 +1,5 @@
-// Whole roads of the agent beside the least that the same work takes: roads [--json FILE] [--idle SECONDS] [--only
-// ROAD] Runs in namespaces of its own: bench/run does that.
+// roads [--json FILE] [--idle SECONDS] [--only ROAD] - times complete paths of the agent and of minimal code that does
+// the same work. Runs in its own namespaces; bench/run sets them up.
 #include "roads.h"
 
 #include <CLI/CLI.hpp>

@@ -1,5 +1,5 @@
-// roads.h - the roads that are measured. Each stands alone, adds its results to the report and throws
-// std::runtime_error when something did not happen as it should.
+// roads.h - the measured paths. Each is independent, adds its results to the report and throws std::runtime_error when
+// an expected event does not happen.
 #pragma once
 
 #include <chrono>

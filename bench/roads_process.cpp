@@ -1,4 +1,4 @@
-// The process itself: how soon it is up, and what it costs while nothing happens.
+// The process itself: start-up time, and cost while idle.
 #include <unistd.h>
 
 #include <array>

@@ -95,7 +95,7 @@ struct Notices::State {
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<std::pair<std::string, Clock::time_point>> seen;
-    std::string awaited;  // whoever waits is woken for this one only: the agent needs the processor
+    std::string awaited;  // the only field that wakes the waiting thread, to leave the processor to the agent
 
     static void on_notice(const char* table, int /*row*/, const char* field, void* self) {
         const auto now = Clock::now();

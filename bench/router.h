@@ -1,5 +1,5 @@
-// router.h - the router that the roads run on: a store with devices, a cloud, the agent as it ships, and the services
-// around it. The whole program runs in namespaces of its own (tests/isolated).
+// router.h - the router for the measurements: a store with devices, a cloud, the shipped agent, and the services around
+// it. The program runs in its own namespaces (tests/isolated).
 #pragma once
 
 #include <test_agent.h>
@@ -108,9 +108,9 @@ void write_uint(const Router& router, const char* table, const char* field, std:
 // Waits until `port` accepts; the time at which it did.
 Clock::time_point wait_for_port(int port);
 
-// One device's record, and what the agent reads besides to make it an event or a list, with bare statements.
+// Reads one device's record, and what else the agent reads for an event or a list, with one statement per value.
 void read_record_bare(BareStore& bare, int row);
-// The same with a statement for each of the tables that it stands in.
+// The same with one statement per table.
 void read_record_whole(BareStore& bare, int row);
 
 // The file of certificates that the agent trusts here.

@@ -1,4 +1,4 @@
-// What the host store and the host log cost their callers. bench/floor/store_floor.cpp does the same work bare.
+// Cost of the host store and the host log. bench/floor/store_floor.cpp does the same work on plain SQLite.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -77,8 +77,8 @@ void storeRead(benchmark::State& state) {
 }
 BENCHMARK(storeRead);
 
-// From before a write in one process to the handler in another. The writer is told by a pipe to write, and sends the
-// time at which it began.
+// From before a write in one process to the handler in another. A pipe triggers the writer, which returns its start
+// time.
 void storeNotice(benchmark::State& state) {
     std::string folder = newFolder();
     Session session(nullptr, hab_destroy);
@@ -108,7 +108,7 @@ void storeNotice(benchmark::State& state) {
 }
 BENCHMARK(storeNotice)->UseManualTime()->Iterations(5'000);
 
-// The lines go to standard error, which whoever runs this sends to a file or to nowhere.
+// The lines go to standard error; redirect it.
 void logLine(benchmark::State& state) {
     dynlog_lib_init();
     while (state.KeepRunning()) {

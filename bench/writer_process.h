@@ -1,5 +1,5 @@
-// writer_process.h - a process of its own that writes when it is told to, for the way of a notice. Made before the
-// maker opens a store: neither sessions nor connections are for children.
+// writer_process.h - a child process that writes on request, to time notices. Create it before the parent opens a
+// store: sessions and connections must not be inherited.
 #pragma once
 
 #include <sys/wait.h>

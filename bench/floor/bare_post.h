@@ -1,5 +1,5 @@
-// bare_post.h - the request that the agent makes, without the agent: a fresh handle and connection, the same headers,
-// and nothing around it. Any thread.
+// bare_post.h - the agent's request with plain libcurl: a fresh handle and connection, and the same headers. Any
+// thread.
 #pragma once
 
 #include <string>

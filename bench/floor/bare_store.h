@@ -1,4 +1,4 @@
-// bare_store.h - the store's statements, journal and bell without the store's library. One thread.
+// bare_store.h - the statements, journal and bell of the host store, on plain SQLite. One thread.
 #pragma once
 
 #include <sqlite3.h>
@@ -9,7 +9,7 @@
 
 namespace bench {
 
-// Fields are numbers. The file is made by the first that opens it, and removed with its folder by whoever made that.
+// Fields are numbers. The first object that opens the file creates it; the owner of the folder removes it.
 class BareStore {
  public:
     explicit BareStore(const std::string& path);

@@ -1,6 +1,5 @@
-// start_floor [URL BUNDLE] - the least that a program with the agent's libraries starts with: they are linked, a store
-// session and the log are opened, and the agent's ports listen. With a URL it makes one request before. Then it waits
-// to be ended.
+// start_floor [URL BUNDLE] - a minimal program with the agent's libraries: it opens a store session and the log, makes
+// one request if given a URL, and listens on the agent's ports until it is killed.
 #include <arpa/inet.h>
 #include <cJSON.h>
 #include <curl/curl.h>

@@ -1,4 +1,4 @@
-// What the store's work costs without its library: a statement for each value, journal and bell, in a bare program.
+// The store's operations on plain SQLite: one statement per value, the journal and the bell.
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 #include <unistd.h>
