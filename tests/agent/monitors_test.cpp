@@ -408,18 +408,6 @@ TEST_F(Monitors, OfTwoThatWaitTheAnswerWakesTheActivationOrTheOlderToggle) {
 
 // ---- The list ----
 
-TEST_F(Monitors, AListsWatchIsForTheFetchThatStartedIt) {
-    start(kSoon);
-    store.set("DroStatus.cdilTransUuid", "old");
-    StoreSpy spy;
-    spy.before_write("DroStatus.cdilTransUuid", [&] {
-        EXPECT_TRUE(log.wait_for(kListSeen));
-        eventually([&] { return log.has(kListStarted); }, std::chrono::milliseconds(50));
-    });
-    dro::init_fetch_cd("t-1", 0, "app");
-    EXPECT_EQ(acknowledgements(1), Texts{kList.late});
-}
-
 TEST_F(Monitors, AListWithoutAWatchIsAskedForAllTheSame) {
     start(kPatience);
     const FailCalls fault(Call::threadCreate, EAGAIN);

@@ -271,15 +271,6 @@ TEST_F(OneOrder, IsTakenAlsoWhenItsFlagReadsFalseByThen) {
     EXPECT_EQ(acknowledgements(1), Texts{"x 0 Fail-Error timeout"});
 }
 
-TEST_F(OneOrder, SeenTwiceHasOneMonitor) {
-    start();
-    dro::toggle_orders().give({.uuid = dro::FixedText<128>("x")});
-    store.set("DroStatus.CircleToggle", "true");
-    store.set("DroStatus.CircleToggle", "true");
-    EXPECT_EQ(acknowledgements(1), Texts{"x 0 Fail-Error timeout"});
-    EXPECT_EQ(outcomes().size(), 1U);
-}
-
 // ---- Lists ----
 
 class Fetches : public AgentTest {
