@@ -1,4 +1,4 @@
-"""What the programs of this folder share: building the benchmarks, and running one in namespaces of its own."""
+"""Builds the benchmarks and runs them in namespaces of their own."""
 import json
 import shutil
 import subprocess
@@ -8,11 +8,11 @@ from pathlib import Path
 
 BENCH = Path(__file__).absolute().parent
 ROOT = BENCH.parent
-BUNDLES = ROOT / "build/lab/lab"  # where the lab's provisioning has the agent look for certificates
+BUNDLES = ROOT / "build/lab/lab"  # the folder of the lab's certificate bundle
 
 
 def build(folder, targets):
-    """Configures and builds into `folder`; ends the program with what went wrong."""
+    """Configures and builds into `folder`. Exits with the compiler's output on failure."""
     configure = ["cmake", "-S", ROOT, "-B", folder, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
                  "-DDROAGENT_BENCH=ON", f"-DDROAGENT_PROVISIONING={ROOT / 'provisioning/lab.cmake'}"]
     if shutil.which("ccache"):
@@ -24,12 +24,12 @@ def build(folder, targets):
 
 
 def isolation(folder):
-    """The command in front of one that is to run in namespaces of its own."""
+    """Returns the command prefix that runs a program in namespaces of its own."""
     return [ROOT / "tests/isolated", folder, BUNDLES]
 
 
 def isolated(folder, program, *arguments, errors=None):
-    """The program's standard output."""
+    """Runs a program in namespaces of its own and returns its standard output."""
     command = [*isolation(folder), folder / "bin" / program, *arguments]
     done = subprocess.run(command, stdout=subprocess.PIPE, stderr=errors, text=True)
     if done.returncode != 0:
@@ -37,29 +37,29 @@ def isolated(folder, program, *arguments, errors=None):
     return done.stdout
 
 
-def roads(folder, *arguments):
-    """What the roads' program reports, and whether every road held: one that fails says why and leaves the others be."""
+def paths(folder, *arguments):
+    """Runs the path measurements. Returns the results, and whether every path succeeded; a failed one prints the reason."""
     with tempfile.TemporaryDirectory(dir=folder) as scratch:
-        results = Path(scratch) / "roads.json"
-        done = subprocess.run([*isolation(folder), folder / "bin/roads", "--json", results, *arguments])
+        results = Path(scratch) / "paths.json"
+        done = subprocess.run([*isolation(folder), folder / "bin/paths", "--json", results, *arguments])
         if not results.exists():
-            sys.exit(f"roads failed with status {done.returncode}")
+            sys.exit(f"paths failed with status {done.returncode}")
         return json.loads(results.read_text()), done.returncode == 0
 
 
 def write_results(path, results):
-    """One line for each, so that two runs can be compared."""
+    """Writes one line per result, so that two runs can be compared."""
     lines = ",\n ".join(json.dumps(result) for result in results)
     path.write_text(f"[{lines}]\n")
 
 
 def add_results(path, results):
-    """Adds to a file of results, in the place of any of the same names."""
+    """Adds to a file of results, replacing those with the same names."""
     names = {result["name"] for result in results}
     write_results(path, [result for result in json.loads(path.read_text()) if result["name"] not in names] + results)
 
 
 def table(head, rows):
-    """As Markdown has it."""
+    """Returns a Markdown table."""
     return "\n".join(["| " + " | ".join(head) + " |", "|" + "---|" * len(head),
                       *("| " + " | ".join(row) + " |" for row in rows)])

@@ -35,7 +35,7 @@ void require(bool done, const char* what) {
     }
 }
 
-// As after the agent's start on a router with devices, with the log levels of a shipped one and no pauses.
+// The agent's state after its start on a router with devices, with a shipped router's log levels and no pauses.
 class Agent {
  public:
     Agent() {
@@ -60,7 +60,7 @@ class Agent {
     dro_test::TestStore store;
 };
 
-// The link's notification port, and a connector that has delivered before the link looks.
+// The link's notification port, and a connector that has delivered its message before the link accepts it.
 class Link {
  public:
     Link() : listening_(jorv::Jorv_Handler_InitNetwrksock(0)) {
@@ -81,7 +81,7 @@ class Link {
         require(jorv::jorvHandleSock(listening_, handle) == 0, "no receiver");
         handled_.acquire();
         while (jorv::Jorv_Handler_receivers() > 0) {
-            usleep(100);  // so that each message finds the threads as the one before did
+            usleep(100);  // the receiver exits, so every message meets the same threads
         }
     }
 
@@ -166,7 +166,7 @@ std::size_t curl_post(const char* /*url*/, const char* body, std::optional<std::
 
 }  // namespace dro
 
-// No notices: how often their thread looks is a matter of time, and what it does would be counted.
+// No notices: their thread runs at unpredictable times, and its instructions would be counted.
 extern "C" int hab_subscribe_cb(hab_session* /*session*/, hab_notice_handler /*handler*/, void* /*context*/) {
     return HAB_OK;
 }

@@ -5,7 +5,7 @@
 
 namespace bench {
 
-// As after the agent's start on that router: session, log, identity and endpoints. One at a time.
+// The agent's state after its start on that router: session, log, identity and endpoints. One at a time.
 class LocalAgent {
  public:
     explicit LocalAgent(const Router& router);

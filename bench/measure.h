@@ -16,13 +16,13 @@ class Samples {
         microseconds_.push_back(std::chrono::duration<double, std::micro>(sample).count());
     }
 
-    // In microseconds. Throws std::runtime_error when there is no sample.
+    // Returns microseconds. Throws std::runtime_error when there is no sample.
     double median() const { return quantile(0.5); }
     double p99() const { return quantile(0.99); }
     std::size_t count() const { return microseconds_.size(); }
 
-    // The samples in ascending order; of more than `most`, as many at even distances, the least and the largest among
-    // them.
+    // Returns the samples in ascending order. When there are more than `most`, returns `most` of them at even
+    // distances, including the smallest and the largest.
     std::vector<double> ascending(std::size_t most) const;
 
  private:
@@ -36,8 +36,8 @@ struct Pair {
     Samples floor;
 };
 
-// Takes a sample of ours and one of the floor in turn, `rounds` times, so that both see the same machine. The first few
-// of each warm up and do not count.
+// Alternates between samples of the agent and of the floor, `rounds` times, so both run under the same conditions. The
+// first few of each are a warm-up and are not counted.
 template <typename Ours, typename Floor>
 Pair in_turn(int rounds, Ours ours, Floor floor) {
     constexpr int kWarmUp = 3;
@@ -53,7 +53,7 @@ Pair in_turn(int rounds, Ours ours, Floor floor) {
     return samples;
 }
 
-// How long `work` took.
+// Returns the duration of `work`.
 template <typename Work>
 Clock::duration time_of(Work work) {
     const auto start = Clock::now();
@@ -61,7 +61,7 @@ Clock::duration time_of(Work work) {
     return Clock::now() - start;
 }
 
-// Where a result stands on a road whose work grows: in which series, and how much work it was.
+// A result's place in a series of growing work: the series, and the amount of work.
 struct Work {
     std::string series;
     double amount = 0;
@@ -75,7 +75,7 @@ struct Result {
     std::optional<double> floor;
     std::optional<double> floorP99;
     std::size_t samples = 0;
-    std::vector<double> times;  // ascending, not more than kKeptSamples
+    std::vector<double> times;  // ascending, at most kKeptSamples
     std::vector<double> floorTimes;
     std::optional<Work> work;
 };
@@ -84,13 +84,13 @@ inline constexpr std::size_t kKeptSamples = 300;
 
 class Report {
  public:
-    // Medians in microseconds beside each other.
+    // Adds the medians of the agent and the floor, in microseconds.
     void compare(const std::string& name, const Pair& pair, std::optional<Work> work = {});
-    // A number that is no time; `floor` if there is one to hold it against.
+    // Adds a number that is not a time, with a floor when there is one.
     void fact(const std::string& name, const std::string& unit, double value, std::optional<double> floor = {},
               std::optional<Work> work = {});
 
-    // One JSON array of all results.
+    // Returns all results as a JSON array.
     std::string json() const;
 
  private:

@@ -10,16 +10,16 @@ namespace bench {
 
 inline constexpr int kDevices = 256;
 
-// Values as a store takes them: "TABLE.FIELD@ROW", and the text.
+// Store values: "TABLE.FIELD@ROW" and the text.
 using Values = std::vector<std::pair<std::string, std::string>>;
 
-// 256 devices of ordinary size.
+// Returns 256 devices with values of typical length.
 Values population();
 
-// The address of the device at row `row`.
+// Returns the address of the device in row `row`.
 std::string mac_of(int row);
 
-// `text` with the row's number for its #.
+// Returns `text` with # replaced by the row number.
 std::string of_row(std::string_view text, int row);
 
 }  // namespace bench

@@ -23,7 +23,7 @@ std::string contents(const std::string& path) {
     return text;
 }
 
-// The number behind "\nKEY:".
+// Returns the number after "\nKEY:".
 long number_after(const std::string& text, const std::string& key) {
     const auto place = text.find("\n" + key + ":");
     if (place == std::string::npos) {
@@ -56,7 +56,7 @@ Activity activity_of(pid_t pid) {
         activity.contextSwitches +=
             number_after(status, "voluntary_ctxt_switches") + number_after(status, "nonvoluntary_ctxt_switches");
     }
-    // Fields count from 3 behind the program's name, which may hold blanks; 14 and 15 are the ticks.
+    // After the program's name, which may contain blanks, fields count from 3. Fields 14 and 15 are the ticks.
     const std::string stat = contents(folder_of(pid) + "/stat");
     std::istringstream fields(stat.substr(stat.rfind(')') + 1));
     constexpr int kFirst = 3;

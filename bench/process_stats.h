@@ -14,14 +14,14 @@ struct Memory {
 };
 Memory memory_of(pid_t pid);
 
-// The largest resident size since the process began, or since reset_peak, in KiB.
+// The largest resident size in KiB since the process started or since reset_peak.
 long peak_of(pid_t pid);
 void reset_peak(pid_t pid);
 
 struct Activity {
     int threads = 0;
-    long contextSwitches = 0;  // of all threads that live, voluntary or not
-    long cpuTicks = 0;         // of the whole process, threads that have ended included
+    long contextSwitches = 0;  // of the live threads, voluntary and involuntary
+    long cpuTicks = 0;         // of the process, including exited threads
 };
 Activity activity_of(pid_t pid);
 

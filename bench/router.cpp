@@ -21,10 +21,10 @@
 namespace bench {
 namespace {
 
-// Members of a record; the bare store holds each as a field of its number.
+// Members of a record. In the bare store, a member's field is its number here.
 constexpr int kRecordMembers = 18;
 
-// The masks and the count of the first `devices` rows, and `times` times the word that hands them over.
+// The masks and the count of the first `devices` rows, and `times` times the status that announces them.
 Values list_of(int devices, int times) {
     constexpr int kMaskBits = 32;
     Values values;
@@ -40,7 +40,7 @@ Values list_of(int devices, int times) {
     return values;
 }
 
-// State that a notice under way may still use when its session has been destroyed: kept for good.
+// State that a running notice may still use after its session is destroyed. Never freed.
 template <typename State>
 State* kept() {
     static auto& all = *std::make_unique<std::vector<std::unique_ptr<State>>>().release();
@@ -95,7 +95,7 @@ struct Notices::State {
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<std::pair<std::string, Clock::time_point>> seen;
-    std::string awaited;  // the only field that wakes the waiting thread, to leave the processor to the agent
+    std::string awaited;  // only this field wakes the waiting thread, so the agent keeps the processor
 
     static void on_notice(const char* table, int /*row*/, const char* field, void* self) {
         const auto now = Clock::now();

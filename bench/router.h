@@ -18,16 +18,16 @@
 
 namespace bench {
 
-// How long a road waits between samples for the agent to be idle again.
+// Pause between samples, for the agent to become idle.
 inline constexpr std::chrono::milliseconds kSettle{4};
 
-// A claimed, registered router with every feature, 256 devices and the log levels of a shipped one.
+// A claimed, registered router with every feature, 256 devices and a shipped router's log levels.
 struct Router {
     Router();
 
-    // For the bench's own writes and for all that stands beside the agent.
+    // For the bench's own writes and for the simulated services.
     hab_session* session() const { return mySession.get(); }
-    // The bare request to the cloud's `path`.
+    // Returns the floor's request to the cloud's `path`.
     BarePost bare_post(const std::string& path) const;
 
     dro_test::TestStore store;
@@ -36,7 +36,7 @@ struct Router {
     BareStore bare;  // as many values as the store has
 };
 
-// The shipped agent on that router, its link open. Ended with SIGUSR1.
+// The shipped agent on that router, with its link open. Stopped with SIGUSR1.
 class RunningAgent {
  public:
     explicit RunningAgent(const Router& router);
@@ -50,8 +50,8 @@ class RunningAgent {
     dro_test::AgentProcess process_;
 };
 
-// Times at which writes to some tables were noticed, from its making on. Its thread is the session's own, so the times
-// include a notice's way (as storeNotice of store_bench measures it).
+// Records when writes to some tables are noticed, from its construction on. The times are taken on the session's
+// delivery thread, so they include a notice's latency (measured by storeNotice in store_bench).
 class Notices {
  public:
     explicit Notices(std::initializer_list<const char*> tables);
@@ -60,8 +60,8 @@ class Notices {
     ~Notices();
 
     void forget();
-    // The time of the `count`th notice of "TABLE.FIELD" since forget(). Throws std::runtime_error when it does not
-    // come.
+    // Returns the time of notice number `count` of "TABLE.FIELD" since forget(). Throws std::runtime_error when it does
+    // not arrive.
     Clock::time_point wait_for(const std::string& field, std::size_t count = 1) const;
 
     struct State;
@@ -71,8 +71,7 @@ class Notices {
     dro_test::Session session_;
 };
 
-// The router's device service, as far as lists go: on a request it hands over the first `devices` rows. The router
-// outlives it.
+// Simulates the device service for lists: answers a request with the first `devices` rows. The router must outlive it.
 class DeviceService {
  public:
     DeviceService(Router& router, int devices);
@@ -80,7 +79,7 @@ class DeviceService {
     DeviceService& operator=(const DeviceService&) = delete;
     ~DeviceService();
 
-    // Hands over as if asked, `times` times in one step.
+    // Announces a list as if requested, `times` times in one transaction.
     void hand_over(int times = 1) const;
 
     struct State;
@@ -90,30 +89,30 @@ class DeviceService {
     dro_test::Session session_;
 };
 
-// The requests to `path` once there are `count`. Throws std::runtime_error when fewer come.
+// Waits for `count` requests to `path` and returns them. Throws std::runtime_error when fewer arrive.
 std::vector<dro_test::Request> arrived(const dro_test::TestCloud& cloud, std::size_t count, const std::string& path);
 
-// Hands `message` to the agent as the connector does; the time is right after the connection was closed.
+// Delivers `message` to the agent as the connector does. Returns the time after the connection is closed.
 Clock::time_point deliver(const std::string& message);
-// A command with its transaction, `data` as JSON text.
+// Returns a command with its transaction id and `data`, which is JSON text.
 std::string command(const std::string& uuid, const std::string& name, const std::string& data);
-// A command of the usual kind: one device is to be blocked.
+// Returns a typical command, which blocks one device.
 std::string block_command(int number);
 
-// A program in the agent's place: started, watched and ended like it.
+// A program that is started, observed and stopped like the agent.
 dro_test::Launch program_launch(const std::string& program, const std::vector<std::string>& arguments);
 
 void write_uint(const Router& router, const char* table, const char* field, std::uint32_t value);
 
-// Waits until `port` accepts; the time at which it did.
+// Waits until `port` accepts a connection. Returns the time.
 Clock::time_point wait_for_port(int port);
 
-// Reads one device's record, and what else the agent reads for an event or a list, with one statement per value.
+// Reads one device's record and the agent's other values for an event or a list, with one statement per value.
 void read_record_bare(BareStore& bare, int row);
 // The same with one statement per table.
 void read_record_whole(BareStore& bare, int row);
 
-// The file of certificates that the agent trusts here.
+// Returns the path of the bundle that the agent trusts here.
 const char* ca_bundle();
 
 }  // namespace bench

@@ -23,7 +23,7 @@ constexpr const char* kField = "ProcessID";
 
 using Session = std::unique_ptr<hab_session, decltype(&hab_destroy)>;
 
-// A folder of its own for a store, which HAB_STORE names from now on.
+// Creates a folder for a store and sets HAB_STORE to it.
 std::string newFolder() {
     std::string folder = "/tmp/benchXXXXXX";
     if (mkdtemp(folder.data()) == nullptr) {
@@ -45,7 +45,7 @@ class Store {
     }
     ~Store() {
         session_.reset();
-        // Its notices may end a moment later and ring once more: what is left then is the system's to clear.
+        // Its delivery thread may exit later and ring a bell again. A file created then is left behind.
         std::error_code ignored;
         std::filesystem::remove_all(folder_, ignored);
     }
@@ -77,8 +77,8 @@ void storeRead(benchmark::State& state) {
 }
 BENCHMARK(storeRead);
 
-// From before a write in one process to the handler in another. A pipe triggers the writer, which returns its start
-// time.
+// From the start of a write in one process to the handler in another. A pipe triggers the writer, which returns the
+// write's start time.
 void storeNotice(benchmark::State& state) {
     std::string folder = newFolder();
     Session session(nullptr, hab_destroy);

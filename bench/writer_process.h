@@ -15,7 +15,7 @@ class WriterProcess {
  public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    // The child calls `write` for each order, and opens what it needs at the first.
+    // The child calls `write` for each request and opens its store at the first one.
     explicit WriterProcess(const std::function<void()>& write) {
         if (pipe(orders_) != 0 || pipe(times_) != 0 || (child_ = fork()) < 0) {
             std::abort();
@@ -36,7 +36,7 @@ class WriterProcess {
         waitpid(child_, nullptr, 0);
     }
 
-    // Has it write once; the time at which the write began.
+    // Triggers one write. Returns the time at which it began.
     TimePoint order() {
         TimePoint begin;
         if (::write(orders_[1], "w", 1) != 1 || read(times_[0], &begin, sizeof begin) != sizeof begin) {

@@ -7,7 +7,7 @@
 
 namespace bench {
 
-// What one connection sent and received, without headers of the network.
+// Bytes that one connection sent and received, without TCP and IP headers.
 struct Wire {
     double sent = 0;
     double received = 0;
@@ -20,10 +20,10 @@ class BarePost {
     // Trusts the certificates in the file `bundle`.
     BarePost(std::string url, std::string bundle) : url_(std::move(url)), bundle_(std::move(bundle)) {}
 
-    // Posts `body` and waits for the answer. Throws std::runtime_error when none comes.
+    // Posts `body` and waits for the answer. Throws std::runtime_error when there is none.
     void send(const std::string& body) const;
 
-    // The same, told as bytes; an empty body ends with the handshake.
+    // The same, and returns the bytes. With an empty body it stops after the handshake.
     Wire measure(const std::string& body) const;
 
  private:

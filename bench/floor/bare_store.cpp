@@ -68,7 +68,7 @@ std::size_t BareStore::read_row(int row, int first, int last) {
 
 void BareStore::listen() {
     watch_ = inotify_init1(IN_CLOEXEC);
-    close(open(bell_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));  // nobody may have written yet
+    close(open(bell_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));  // no write may have created it yet
     if (inotify_add_watch(watch_, bell_.c_str(), IN_CLOSE_WRITE) < 0) {
         throw std::runtime_error("no watch on the bare store");
     }

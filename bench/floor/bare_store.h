@@ -17,17 +17,17 @@ class BareStore {
     BareStore& operator=(const BareStore&) = delete;
     ~BareStore();
 
-    // One transaction with its journal entry and its ring of the bell.
+    // Writes one value in a transaction, with a journal entry and a ring of the bell.
     void write(int field, int row, const std::string& value);
 
-    // The value's length; the value itself is copied to where the last one was.
+    // Reads a value into the buffer of the last one. Returns its length.
     std::size_t read(int field, int row);
-    // The same for the fields from `first` to `last` of a row, with one statement; the lengths' sum.
+    // Reads the fields `first` to `last` of a row with one statement. Returns the sum of their lengths.
     std::size_t read_row(int row, int first, int last);
 
-    // From now on it hears of what is written, in this process or another.
+    // Starts to watch for writes by this and other processes.
     void listen();
-    // Waits until `changes` more have been written.
+    // Waits for `changes` more writes.
     void wait_for(std::size_t changes);
 
  private:
@@ -39,7 +39,7 @@ class BareStore {
     Statement prepare(const char* sql);
     static void finish(const Statement& statement);
     std::size_t take(const Statement& statement);
-    // Reads the journal from where it was read last; how much was new.
+    // Reads the journal from the last position. Returns the number of new entries.
     std::size_t hear();
 
     std::string bell_;
@@ -56,7 +56,7 @@ class BareStore {
     Statement commit_;
 };
 
-// The values that a block writes.
+// Writes the values of a BLOCK_CD command.
 void write_block(BareStore& store);
 
 }  // namespace bench

@@ -17,7 +17,7 @@
 
 namespace {
 
-// Listens on 127.0.0.1:`port` for the life of the process; ends it when that cannot be done.
+// Listens on 127.0.0.1:`port` for the life of the process. Exits the process on failure.
 void listen_on(std::uint16_t port) {
     const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int on = 1;

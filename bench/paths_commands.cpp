@@ -1,9 +1,9 @@
-// Cloud commands: one at a time, and a thousand in a row.
+// Cloud commands: one at a time, and a thousand in succession.
 
 #include <thread>
 
+#include "paths.h"
 #include "process_stats.h"
-#include "roads.h"
 #include "router.h"
 
 namespace bench {
@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* kAckPath = "transactionAck/";
 
-// One command at a time, each acknowledged before the floor does the same work.
+// One command at a time. Each is acknowledged before the floor does the same work.
 Pair take_blocks(Router& router, int rounds) {
     const BarePost post = router.bare_post(kAckPath);
     std::string body;
@@ -37,8 +37,8 @@ Pair take_blocks(Router& router, int rounds) {
         });
 }
 
-// Delivers `count` commands and waits until all are acknowledged. One is at work and the next one waits: more would not
-// be faster, and the link's backlog of one is soon full.
+// Delivers `count` commands and waits until all are acknowledged. At most two are in progress: more would not be
+// faster, and would fill the link's backlog of one.
 void run_commands(const Router& router, int first, int count) {
     for (int number = 0; number < count; ++number) {
         deliver(block_command(first + number));

@@ -1,4 +1,4 @@
-// roads.h - the measured paths. Each is independent, adds its results to the report and throws std::runtime_error when
+// paths.h - the measured paths. Each is independent, adds its results to the report and throws std::runtime_error when
 // an expected event does not happen.
 #pragma once
 

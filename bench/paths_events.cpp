@@ -3,7 +3,7 @@
 #include <thread>
 
 #include "dro_durations.h"
-#include "roads.h"
+#include "paths.h"
 #include "router.h"
 
 namespace bench {
@@ -12,7 +12,7 @@ namespace {
 constexpr const char* kPath = "syncCD/";
 constexpr int kRounds = 300;
 
-// What one kind of event reads on its way, and where its notifier is.
+// One kind of event: its notifier, and the number of store reads on its path.
 struct Kind {
     const char* name;
     const char* table;
@@ -21,7 +21,7 @@ struct Kind {
 constexpr Kind kNewDevice{"NDN", "DALHNotifyNDN", 20};
 constexpr Kind kTagged{"DTN", "DALHNotifyDTN", 15};
 
-// The same work, bare: the write that notifies, the reads, the required pause, the mark, the request.
+// The floor: the notifier's write, the reads, the required pause, the progress mark, the request.
 void send_bare(Router& router, const Kind& kind, const BarePost& post, const std::string& body) {
     constexpr int kIndex = 23;
     constexpr int kMarkField = 24;
@@ -34,7 +34,7 @@ void send_bare(Router& router, const Kind& kind, const BarePost& post, const std
     post.send(body);
 }
 
-// The agent is idle again once the request was answered; a tag's index goes back then.
+// The agent is idle again once the request is answered and a tagged device's index is reset.
 void settle() {
     std::this_thread::sleep_for(2 * kSettle);
 }

@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "paths.h"
 #include "process_stats.h"
-#include "roads.h"
 #include "router.h"
 
 namespace bench {
@@ -17,7 +17,7 @@ dro_test::Launch floor_launch(const std::vector<std::string>& arguments) {
     return program_launch(DRO_BENCH_START_FLOOR, arguments);
 }
 
-// From the start of the program, as its own process sees it, to its second port's first connection.
+// From the program's start, as the parent process observes it, to the first connection on its second port.
 Clock::duration time_to_link(const Router& router, dro_test::Launch launch) {
     std::array<int, 2> ends{};
     if (pipe(ends.data()) != 0) {

@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "paths.h"
 #include "process_stats.h"
-#include "roads.h"
 #include "router.h"
 
 namespace bench {
@@ -16,7 +16,7 @@ namespace {
 constexpr const char* kPath = "syncCD/";
 constexpr int kSlots = 256;
 
-// The address of the device that an event is about.
+// Returns the address of an event's device.
 std::string device_in(const dro_test::Request& request) {
     constexpr std::string_view kKey = R"("mac":")";
     constexpr std::size_t kLength = 17;
@@ -29,7 +29,7 @@ void announce(const Router& router, const Notices& notices, int row, std::size_t
     notices.wait_for("RADebugLog.dbgArg1", mark);
 }
 
-// Looks seldom: the server copies all its requests for an answer, and it is being timed.
+// Polls rarely: each poll makes the server copy all its requests, and the server's answers are being timed.
 std::vector<dro_test::Request> drained(const Router& router) {
     constexpr std::chrono::milliseconds kLook{50};
     const auto deadline = Clock::now() + dro_test::kPatience;
@@ -47,16 +47,16 @@ void require_order(const std::vector<dro_test::Request>& requests) {
     }
 }
 
-// How long it takes until the first `events` of the queue have arrived.
+// Time until the first `events` of the queue have arrived.
 constexpr std::array kMilestones{2, 32, 64, 128, 192, kSlots};
 struct DrainTimes {
     Pair gaps;
     std::array<Pair, kMilestones.size()> until;
-    std::array<long, kMilestones.size()> memory{};  // more than with an empty queue, in KiB
+    std::array<long, kMilestones.size()> memory{};  // growth over the empty queue, in KiB
 };
 
-// Adds one drain to our samples or to the floor's: each event's time since the one before, from the second on, since
-// the first has stalled, and the times until the milestones.
+// Adds one drain to the agent's or the floor's samples: the time from each event to the next, without the first event,
+// which has stalled, and the times of the milestones.
 void add_drain(const std::vector<dro_test::Request>& requests, Clock::time_point start, DrainTimes& times,
                Samples Pair::*whose) {
     for (std::size_t i = 2; i < requests.size(); ++i) {
@@ -75,7 +75,7 @@ void note_memory(int events, long grown, DrainTimes& times) {
     }
 }
 
-// Fills the queue of a fresh agent and drains it.
+// Fills the queue of a newly started agent and drains it.
 void fill_and_drain(DrainTimes& times) {
     Router router;
     const RunningAgent agent(router);

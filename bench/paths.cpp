@@ -1,6 +1,6 @@
-// roads [--json FILE] [--idle SECONDS] [--only ROAD] - times complete paths of the agent and of minimal code that does
+// paths [--json FILE] [--idle SECONDS] [--only PATH] - times complete paths of the agent and of minimal code that does
 // the same work. Runs in its own namespaces; bench/run sets them up.
-#include "roads.h"
+#include "paths.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -13,12 +13,12 @@
 
 namespace {
 
-struct Road {
+struct Path {
     const char* name;
     std::function<void(bench::Report&)> measure;
 };
 
-std::vector<Road> all_roads(std::chrono::seconds idle) {
+std::vector<Path> all_paths(std::chrono::seconds idle) {
     return {{"post", bench::measure_post},
             {"start", bench::measure_start},
             {"record", bench::measure_record},
@@ -39,18 +39,19 @@ void write_results(const std::string& file, const bench::Report& report) {
     }
 }
 
-// Measures the roads that were asked for, all without one, and writes after each what is there; the number that failed.
-int measure(const std::vector<Road>& roads, const std::vector<std::string>& only, const std::string& file) {
+// Measures the paths named in `only`, or all when it is empty. Writes the results after each path. Returns how many
+// paths failed.
+int measure(const std::vector<Path>& paths, const std::vector<std::string>& only, const std::string& file) {
     bench::Report report;
     int failures = 0;
-    for (const Road& road : roads) {
-        if (!only.empty() && std::find(only.begin(), only.end(), road.name) == only.end()) {
+    for (const Path& path : paths) {
+        if (!only.empty() && std::find(only.begin(), only.end(), path.name) == only.end()) {
             continue;
         }
         try {
-            road.measure(report);
+            path.measure(report);
         } catch (const std::exception& failure) {
-            std::fprintf(stderr, "%s: %s\n", road.name, failure.what());
+            std::fprintf(stderr, "%s: %s\n", path.name, failure.what());
             ++failures;
         }
         write_results(file, report);
@@ -59,15 +60,15 @@ int measure(const std::vector<Road>& roads, const std::vector<std::string>& only
 }
 
 int run(int argc, char** argv) {
-    CLI::App app("Measures whole roads of the agent");
+    CLI::App app("Measures complete paths of the agent");
     std::string file;
     long idle = 60;
     std::vector<std::string> only;
-    app.add_option("--json", file, "Where the results go, as JSON");
-    app.add_option("--idle", idle, "Seconds for which the idle agent is watched")->check(CLI::PositiveNumber);
-    app.add_option("--only", only, "Roads to measure instead of all");
+    app.add_option("--json", file, "Write the results to this file, as JSON");
+    app.add_option("--idle", idle, "Seconds to observe the idle agent")->check(CLI::PositiveNumber);
+    app.add_option("--only", only, "Paths to measure instead of all");
     CLI11_PARSE(app, argc, argv);
-    return measure(all_roads(std::chrono::seconds(idle)), only, file) == 0 ? 0 : 1;
+    return measure(all_paths(std::chrono::seconds(idle)), only, file) == 0 ? 0 : 1;
 }
 
 }  // namespace

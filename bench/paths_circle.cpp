@@ -1,10 +1,10 @@
-// Circle: from the Circle agent's answer to the cloud, over two hundred activations.
+// Circle: from the Circle agent's answer to the report at the cloud, for two hundred activations.
 
 #include <stdexcept>
 #include <thread>
 
+#include "paths.h"
 #include "process_stats.h"
-#include "roads.h"
 #include "router.h"
 
 namespace bench {
@@ -12,14 +12,14 @@ namespace {
 
 constexpr const char* kPath = "pc/circle/cuuid";
 
-// How long the Circle agent works on an order; the agent's monitor waits by then.
+// Time that the simulated Circle agent takes for an order. The agent's monitor is waiting by then.
 constexpr std::chrono::milliseconds kAtWork{10};
 
-// One activation, ordered, answered and reported. How long the report took, and its body.
+// Orders, answers and reports one activation. Returns the report's duration and its body.
 Clock::duration activate(const Router& router, Notices& notices, int number, std::string& body) {
     notices.forget();
     deliver(command("circle-" + std::to_string(number), "ACTIVATE_CIRCLE", R"({"overRide":0})"));
-    notices.wait_for("DroStatus.CircleAct", 2);  // put back, then set
+    notices.wait_for("DroStatus.CircleAct", 2);  // reset, then set
     std::this_thread::sleep_for(kAtWork);
     const auto answered = Clock::now();
     if (hab_set_enum(router.session(), "CircleCfgInternal", 0, "activationStatusDROA", "activated") != HAB_OK) {
@@ -27,7 +27,7 @@ Clock::duration activate(const Router& router, Notices& notices, int number, std
     }
     const dro_test::Request report = arrived(router.cloud, 1, kPath).front();
     body = report.body;
-    notices.wait_for("CircleCfgInternal.actionDROA", 2);  // ordered, then put back
+    notices.wait_for("CircleCfgInternal.actionDROA", 2);  // ordered, then reset
     std::this_thread::sleep_for(kSettle);
     return report.at - answered;
 }

@@ -1,9 +1,9 @@
-// Registration: from the connector's change of state to the request at the cloud, again and again.
+// Registration: from the connector's change of state to the request at the cloud.
 
 #include <stdexcept>
 #include <thread>
 
-#include "roads.h"
+#include "paths.h"
 #include "router.h"
 
 namespace bench {
@@ -12,7 +12,7 @@ namespace {
 constexpr const char* kPath = "addJorvDeviceId/";
 constexpr const char* kDone = "DROStatus.addJorvdeviceIdDone";
 
-// Registers a router that has not been accepted yet. How long the request took, and its body.
+// Registers a router that the cloud has not accepted yet. Returns the request's duration and its body.
 Clock::duration register_ours(Router& router, std::string& body) {
     router.store.set(kDone, "false");
     router.cloud.script(kPath,
@@ -29,8 +29,8 @@ Clock::duration register_ours(Router& router, std::string& body) {
     return request.at - changed;
 }
 
-// The write, what the agent reads from there to the request (the connector's three fields, four features, whether it
-// is registered), and the request.
+// The floor: the write, the agent's reads before the request (the connector's three fields, four features, the
+// registration state), and the request.
 Clock::duration register_bare(Router& router, const BarePost& post, const std::string& body) {
     constexpr int kState = 27;
     constexpr int kReads = 8;

@@ -10,7 +10,7 @@
 #include "dro_utils_post.h"
 #include "dro_utils_record.h"
 #include "local_agent.h"
-#include "roads.h"
+#include "paths.h"
 
 namespace bench {
 namespace {
@@ -40,7 +40,7 @@ Pair take_posts(Router& router, int rounds) {
     return pair;
 }
 
-// The agent's requests one behind the other, nothing else between them to fill the caches.
+// The agent's requests in succession, with no other work between them that would evict the caches.
 Samples take_own_posts(Router& router) {
     const std::string url = router.cloud.base_url() + kPath;
     const std::string body = ack_body(kTransaction);
@@ -58,14 +58,14 @@ std::string contents(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// Puts a bundle in the place of the one that is trusted, in one step.
+// Replaces the trusted bundle atomically.
 void set_bundle(const std::string& text) {
     const std::string path = ca_bundle();
     std::ofstream(path + ".new", std::ios::binary) << text << std::flush;
     std::filesystem::rename(path + ".new", path);
 }
 
-// The record with everything around it that it needs: the tree it is built in.
+// One record, including the JSON tree that it is built in.
 void record_ours(int row) {
     const dro::Json device(cJSON_CreateObject());
     dro::getConnectedDeviceData(row, device.get(), dro::kRecordNewDevice);

@@ -1,10 +1,10 @@
-// Device lists: asked for by the cloud, and ten at once.
+// Device lists: one requested by the cloud, and ten at once.
 
 #include <thread>
 
 #include "dro_durations.h"
+#include "paths.h"
 #include "process_stats.h"
-#include "roads.h"
 #include "router.h"
 
 namespace bench {
@@ -13,8 +13,8 @@ namespace {
 constexpr const char* kAnswerPath = "transactionAck/";
 constexpr const char* kUnaskedPath = "syncCD/";
 
-// Required store accesses: the command's writes, the marks behind them, and what is read once and for each device
-// (18 members, and twice the transaction that decides on the keys).
+// Required store accesses: the command's writes, the progress marks, and the reads per list and per device (18 members,
+// and twice the transaction id, which selects the keys).
 constexpr int kWrites = 15;
 constexpr int kReadsOnce = 14;
 constexpr int kTransactionReads = 2;
@@ -39,10 +39,10 @@ void gather_bare(Router& router, int devices, ReadRecord read_record) {
 
 struct ListTimes {
     Pair whole;
-    Samples rowsAtOnce;  // the floor with each row of a table read by one statement
+    Samples rowsAtOnce;  // the floor that reads a table's row with one statement
 };
 
-// One list, asked for and received. What the device service takes is not the agent's and is left out.
+// Requests and receives one list. The device service's time is not the agent's and is excluded.
 dro_test::Request fetch(Router& router, Notices& notices, int number, ListTimes& times, bool counts) {
     notices.forget();
     const auto asked =
@@ -53,7 +53,7 @@ dro_test::Request fetch(Router& router, Notices& notices, int number, ListTimes&
     if (counts) {
         times.whole.ours.add(list.at - asked - (handedOver - triggered));
     }
-    // The watch over the list puts its field back last: first "success", then "none".
+    // The list's watch resets its field last: first "success", then "none".
     notices.wait_for("RADebugLog.cdilDebugStatus", 2);
     router.cloud.forget();
     std::this_thread::sleep_for(kSettle);
