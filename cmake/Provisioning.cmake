@@ -1,10 +1,12 @@
-# Generates provisioning.h from the provisioning file. Checks every length and stores no secret in one piece.
+# Generates provisioning.h from the checked provisioning file. Stores no secret in one piece.
 if(NOT DROAGENT_PROVISIONING)
     message(FATAL_ERROR
         "No provisioning file. Name the deployment's with -DDROAGENT_PROVISIONING=FILE: it supplies the cloud's host "
-        "markers, the token secret, the API keys and the CA bundle paths. provisioning/lab.cmake shows its variables.")
+        "markers, the token secret, the API keys and the CA bundle paths. Start with a copy of "
+        "provisioning/sample.cmake.")
 endif()
-include(${DROAGENT_PROVISIONING})
+include(provisioning/check.cmake)
+dro_read_provisioning(${DROAGENT_PROVISIONING})
 
 # Sets `out` to the texts as a C++ initialiser list.
 function(dro_texts out)
@@ -27,27 +29,6 @@ function(dro_secret_half out first)
     set(${out} "${joined}" PARENT_SCOPE)
 endfunction()
 
-list(LENGTH DROAGENT_TOKEN_SECRET DRO_SECRET_LENGTH)
-if(NOT DRO_SECRET_LENGTH EQUAL 16)
-    message(FATAL_ERROR "DROAGENT_TOKEN_SECRET must have 16 bytes, has ${DRO_SECRET_LENGTH}")
-endif()
-list(LENGTH DROAGENT_MARKERS_NONPRODUCTION DRO_MARKERS_LENGTH)
-if(NOT DRO_MARKERS_LENGTH EQUAL 3)
-    message(FATAL_ERROR "DROAGENT_MARKERS_NONPRODUCTION must name the QA, development and staging hosts")
-endif()
-# Optional settings and their defaults.
-foreach(setting "DROAGENT_TRANSFER_LIMIT;0" "DROAGENT_REQUIRE_CA_BUNDLE;OFF" "DROAGENT_LARGEST_ANSWER;16777216"
-        "DROAGENT_TLS_SESSION_LIFE;0")
-    list(GET setting 0 name)
-    if(NOT DEFINED ${name})
-        list(GET setting 1 ${name})
-    endif()
-endforeach()
-foreach(name DROAGENT_TRANSFER_LIMIT DROAGENT_LARGEST_ANSWER DROAGENT_TLS_SESSION_LIFE)
-    if(NOT ${name} MATCHES "^(0|[1-9][0-9]?[0-9]?[0-9]?[0-9]?[0-9]?[0-9]?[0-9]?[0-9]?)$")
-        message(FATAL_ERROR "${name} is '${${name}}': a whole number of at most nine digits")
-    endif()
-endforeach()
 set(DRO_REQUIRE_CA_BUNDLE false)
 if(DROAGENT_REQUIRE_CA_BUNDLE)
     set(DRO_REQUIRE_CA_BUNDLE true)

@@ -1,5 +1,5 @@
-# The lab's values in place of a deployment's secrets. They are fictional and give access to nothing. A deployment
-# writes its own file with the same variables and keeps it out of the repository (docs/provisioning.md).
+# The lab's values in place of a deployment's secrets. They are fictional and give access to nothing. sample.cmake
+# describes the settings.
 
 # A URL belongs to an environment when it contains one of its markers.
 set(DROAGENT_MARKERS_NONPRODUCTION qa.dro.localhost dev.dro.localhost stag.dro.localhost)
