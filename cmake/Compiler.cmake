@@ -26,6 +26,13 @@ if(DROAGENT_SANITIZE)
 else()
     target_compile_options(dro_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
 endif()
+# Stack of every thread that our code starts, in bytes: at least twice the deepest use (docs/architecture.md). It does
+# not depend on the C library's default. Frames are several times larger without optimisation or with a sanitizer.
+math(EXPR DRO_THREAD_STACK "384 * 1024")
+if(DROAGENT_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL "Debug")
+    math(EXPR DRO_THREAD_STACK "10 * ${DRO_THREAD_STACK}")
+endif()
+target_compile_definitions(dro_flags INTERFACE DRO_THREAD_STACK=${DRO_THREAD_STACK})
 if(DROAGENT_COVERAGE)
     # The counters are mapped to the profile file, so a killed process keeps its counts.
     add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:SHELL:-fprofile-instr-generate -fcoverage-mapping -mllvm -runtime-counter-relocation>")

@@ -1,6 +1,7 @@
 #include "delivery.h"
 
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -8,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 namespace hab {
@@ -39,6 +39,21 @@ class SignalsBlocked {
     sigset_t before_{};
 };
 
+// Starts `body` on a detached thread. Throws std::system_error.
+void startThread(void* (*body)(void*), void* argument) {
+    const SignalsBlocked blocked;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_attr_setstacksize(&attributes, DRO_THREAD_STACK);
+    pthread_t thread{};
+    const int error = pthread_create(&thread, &attributes, body, argument);
+    pthread_attr_destroy(&attributes);
+    if (error != 0) {
+        throw std::system_error(error, std::generic_category(), "no thread for change notices");
+    }
+}
+
 }  // namespace
 
 std::int64_t lastPlace(Connection& connection) {
@@ -51,10 +66,17 @@ std::shared_ptr<Delivery> Delivery::start(std::shared_ptr<Store> store) {
         throw std::system_error(ENOENT, std::generic_category(), "the store is gone");
     }
     auto delivery = std::make_shared<Delivery>(std::move(store), std::move(connection));
-    const SignalsBlocked blocked;
-    std::thread thread([delivery] { delivery->run(); });
-    pthread_setname_np(thread.native_handle(), "hab-notices");
-    thread.detach();
+    using Owner = std::unique_ptr<std::shared_ptr<Delivery>>;
+    Owner owner = std::make_unique<std::shared_ptr<Delivery>>(delivery);
+    startThread(
+        [](void* argument) -> void* {
+            const Owner self(static_cast<std::shared_ptr<Delivery>*>(argument));
+            pthread_setname_np(pthread_self(), "hab-notices");
+            (*self)->run();
+            return nullptr;
+        },
+        owner.get());
+    static_cast<void>(owner.release());  // now owned by the thread
     return delivery;
 }
 

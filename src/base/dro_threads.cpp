@@ -1,6 +1,5 @@
 #include "dro_threads.h"
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -29,17 +28,23 @@ void* run_body(void* argument) {
 
 }  // namespace
 
+int start_thread(pthread_t& thread, void* (*body)(void*), void* argument, bool detached) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, detached ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE);
+    pthread_attr_setstacksize(&attributes, DRO_THREAD_STACK);
+    const int result = pthread_create(&thread, &attributes, body, argument);
+    pthread_attr_destroy(&attributes);
+    return result;
+}
+
 int start_detached(Body body) {
     std::unique_ptr<Body> owned(new (std::nothrow) Body(std::move(body)));
     if (!owned) {
         return ENOMEM;
     }
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     pthread_t thread{};
-    const int result = pthread_create(&thread, &attributes, run_body, owned.get());
-    pthread_attr_destroy(&attributes);
+    const int result = start_thread(thread, run_body, owned.get(), true);
     if (result == 0) {
         static_cast<void>(owned.release());  // now owned by run_body
     }

@@ -201,7 +201,7 @@ int init_dispatcher() {
         LOG_ERROR("\n mutex init failed!!!\n");
     }
     wake_dispatcher(false);
-    errno = pthread_create(&t_droDispatcher, nullptr, t_Handler_droDispatcher, nullptr);
+    errno = start_thread(t_droDispatcher, t_Handler_droDispatcher, nullptr, false);
     if (errno != 0) {
         std::perror("Failed to initialize DROAgent's Dispatcher\n");
         end_process(1);

@@ -120,9 +120,8 @@ int Jorv_Handler_receivers() {
 int start_thread(pthread_t& thread, void* (*body)(void*), void* argument, bool detached) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    if (detached) {
-        pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    }
+    pthread_attr_setdetachstate(&attributes, detached ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE);
+    pthread_attr_setstacksize(&attributes, DRO_THREAD_STACK);
     const int result = pthread_create(&thread, &attributes, body, argument);
     pthread_attr_destroy(&attributes);
     return result;

@@ -258,13 +258,56 @@ TEST_F(Attacks, ManyCommandsInAStormOfSignalsAndManyAtOnceLeaveNothingBehind) {
          again, " were sent again");
 }
 
-// ---- The cloud, the store, the clock ----
-
 Launch quick(int pauseMs, int watchMs = 75'000) {
     return {.quick = true,
             .environment = {{"DROAGENT_QUICK_PAUSE_MS", std::to_string(pauseMs)},
-                            {"DROAGENT_QUICK_LIST_WATCH_MS", std::to_string(watchMs)}}};
+                            {"DROAGENT_QUICK_LIST_WATCH_MS", std::to_string(watchMs)},
+                            {"DROAGENT_QUICK_CIRCLE_WATCH_MS", std::to_string(watchMs)}}};
 }
+
+// ---- Threads ----
+
+std::string command(const std::string& uuid, const std::string& name, const std::string& data) {
+    return R"({"UUID":")" + uuid + R"(","cmd":")" + name + R"(","data":{)" + data + "}}";
+}
+
+std::string nested(int levels) {
+    std::string text;
+    for (int level = 0; level < levels; ++level) {
+        text += R"({"":)";
+    }
+    return text + "0" + std::string(static_cast<std::size_t>(levels), '}');
+}
+
+TEST_F(Attacks, TheDeepestJsonFitsIntoHalfOfEachStack) {
+    constexpr int kDeepest = 1000;  // cJSON's limit
+    Launch launch = quick(50, 100);
+#ifdef DRO_HALF_STACK
+    launch.environment["LD_PRELOAD"] = DRO_HALF_STACK;
+#endif
+    const std::string more = R"(,"more":)" + nested(kDeepest - 2);
+    const std::string answer = R"({"status":1,"reset":false,"claimState":true,"syncTime":)";
+    cloud.answer_all(text_answer(answer + nested(kDeepest - 1) + "}"));
+    store.set_all({{"CircleStatus.activationStatus", "provisioned"}, {"DroStatus.CircleAct", "true"}});
+    AgentProcess agent(store, launch);
+    ASSERT_TRUE(agent.wait_for_link()) << agent.output();
+    deliver(command("p", "PROVISION_CIRCLE",
+                    R"("circleId":"c","accessToken":"a","refreshToken":"r","localToken":"l","cloudHost":"h")" + more));
+    deliver(command("t", "TOGGLE_CIRCLE_STATE", R"("toggle":"on")" + more));
+    store.set_all({{"CircleDebug.sorbAgentRunning", "true"},
+                   {"DALHNotifyNDN.Index", "1"},
+                   {"JorvagentCfg.jorv_agent_registered", "1"}});
+    // The answers reach receivers, two monitors, both delivery threads and the dispatcher.
+    for (const auto& [path, count] : Cases<const char*, std::size_t>{
+             {"transactionAck/", 3}, {"deviceEvents", 1}, {"addJorvDeviceId/", 1}, {"syncCD/", 1}}) {
+        EXPECT_EQ(cloud.wait_for(count, path).size(), count) << path;
+    }
+    EXPECT_TRUE(store.wait_for("DROStatus.addJorvdeviceIdDone", "true"));
+    expect_answer();
+    expect_prompt_end(agent);
+}
+
+// ---- The cloud, the store, the clock ----
 
 TEST_F(Attacks, ACloudThatIsDownIsTriedAgain) {
     constexpr const char* kSilence = "No response from DRO Cloud\n";
