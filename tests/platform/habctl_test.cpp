@@ -30,6 +30,7 @@ TEST_F(Habctl, AnswersEachOrderWithItsStatus) {
         {{"get", "General.FSN@x"}, 64, "", "row"},
         {{"init", "--force", "--upgrade"}, 64, "", "excludes"},
         {{"load", "/nowhere.json"}, 64, "", "exist"},
+        {{"status", "--wait", "-1"}, 64, "", "--wait"},
         {{"--help"}, 0, "status", ""},
         {{"init"}, 8, "", "--force"},
         {{"init", "--upgrade"}, 0, "", ""},

@@ -2,6 +2,7 @@
 // error. Arguments that cannot be parsed throw UsageError.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -68,7 +69,9 @@ int dump(bool json, const std::vector<std::string>& tables);
 int load(const std::string& path);
 // Prints the state of the agent on this machine. Returns HAB_OK while it takes messages, HAB_TIMEOUT while it only
 // runs, HAB_SHUTDOWN when it does not run. Run it as the agent's user or as root, which can see the agent's sockets.
-int status();
+// Waits up to `patience` for HAB_OK. `probed`: also checks that the agent answers a change of its reload flag, within
+// two seconds or what is left of `patience`; returns 10 when it does not.
+int status(std::chrono::seconds patience, bool probed);
 
 // A field's value, with the storage for a hab_host_value.
 struct OwnedValue {

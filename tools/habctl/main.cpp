@@ -1,6 +1,7 @@
 // habctl - command line of the store.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -10,12 +11,15 @@
 namespace {
 
 constexpr int kWrongUsage = 64;
+constexpr int kLongestWait = 86'400;  // seconds
 
 // The parsed command line.
 struct Order {
     bool force = false;
     bool upgrade = false;
     bool json = false;
+    bool probe = false;
+    int seconds = 0;
     std::string address;
     std::string value;
     std::vector<std::string> names;
@@ -58,7 +62,11 @@ void addVerbs(CLI::App& app, Order& order) {
     describe->callback([&order] { order.status = habctl::describe(order.address); });
 
     CLI::App* status = app.add_subcommand("status", "Print the agent's state; fails unless it takes messages");
-    status->callback([&order] { order.status = habctl::status(); });
+    status->add_option("--wait", order.seconds, "Wait until it takes messages, at most SECONDS")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0, kLongestWait).description(""));
+    status->add_flag("--probe", order.probe, "Also fail unless it receives change notices");
+    status->callback([&order] { order.status = habctl::status(std::chrono::seconds(order.seconds), order.probe); });
 }
 
 // Returns the arguments in the parser's order, last first. "--" protects a value that begins with a dash.

@@ -1,15 +1,20 @@
 #include <fcntl.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <mutex>
 #include <set>
 #include <sstream>
+#include <thread>
+#include <utility>
 
 #include "commands.h"
 
@@ -17,7 +22,12 @@ namespace habctl {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr const char* kPidFile = "/tmp/droagent.pid";
+constexpr int kDeaf = 10;                              // exit status beside those of the store
+constexpr std::chrono::milliseconds kCheckPause{100};  // between the checks of a wait
+constexpr std::chrono::seconds kProbePatience{2};
 
 struct Fact {
     const char* label;
@@ -38,6 +48,9 @@ constexpr std::array kPorts{
     Fact{"events at", "JorvagentCfg", "jorv_handler_event_sink_1023"},
 };
 
+// The agent clears this flag when it has handled the notice of its change.
+constexpr Fact kProbe{"", "dalLogCfg", "DroagentConfigurationApply"};
+
 struct CloseFile {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
@@ -48,10 +61,6 @@ struct Standing {
     std::string text;
     std::string process = {};  // its folder in /proc
 };
-
-void say(const char* label, const std::string& text) {
-    std::printf("%-12s %s\n", label, text.c_str());
-}
 
 Standing agentStanding() {
     const auto unreadable = [] { return Standing{HAB_ERROR, std::string(kPidFile) + ": " + std::strerror(errno)}; };
@@ -95,7 +104,12 @@ std::map<int, std::string> listeningSockets(const std::string& process) {
 
 std::set<std::string> openSockets(const std::string& process) {
     std::set<std::string> sockets;
-    for (const auto& file : std::filesystem::directory_iterator(process + "/fd")) {
+    std::error_code failure;
+    const std::filesystem::directory_iterator files(process + "/fd", failure);
+    if (failure && failure != std::errc::no_such_file_or_directory) {  // that one has ended meanwhile
+        throw std::filesystem::filesystem_error("cannot see the agent's sockets", process, failure);
+    }
+    for (const auto& file : files) {
         std::error_code closedMeanwhile;
         sockets.insert(std::filesystem::read_symlink(file, closedMeanwhile).string());
     }
@@ -124,41 +138,104 @@ std::string valueOf(hab_session* session, const Fact& fact) {
     return value.data();
 }
 
-// Prints the agent's ports. Returns true when it listens on all of them.
-bool sayPorts(hab_session* session, const std::string& process) {
-    bool ready = true;
+// What a status consists of, read before anything is printed.
+struct Report {
+    int status = HAB_OK;
+    std::string failure = {};
+    std::vector<std::pair<const char*, std::string>> lines = {};
+};
+
+Report reportOn(hab_session* session) {
+    const Standing agent = agentStanding();
+    Report report{.status = agent.status, .failure = agent.text, .lines = {{"agent", agent.text}}};
+    for (const Fact& fact : kFacts) {
+        report.lines.emplace_back(fact.label, valueOf(session, fact));
+    }
+    if (agent.status != HAB_OK) {
+        return report;
+    }
+    report.lines.emplace_back(kVersion.label, valueOf(session, kVersion));
     for (const Fact& port : kPorts) {
         const std::string address = valueOf(session, port);
-        const bool listening = listens(process, address);
-        say(port.label, address + (listening ? "" : " (does not listen)"));
-        ready = ready && listening;
+        const bool listening = listens(agent.process, address);
+        report.lines.emplace_back(port.label, address + (listening ? "" : " (does not listen)"));
+        if (!listening) {
+            report.status = HAB_TIMEOUT;
+            report.failure = "it runs but takes no messages";
+        }
     }
-    return ready;
+    return report;
+}
+
+// The agent's answer to a probe.
+struct Answer {
+    hab_session* session;
+    std::mutex mutex;
+    std::condition_variable arrived;
+    bool here = false;
+};
+
+void onNotice(const char* /*table*/, int /*row*/, const char* field, void* context) {
+    auto* answer = static_cast<Answer*>(context);
+    bool asked = true;
+    if (std::string_view(field) == kProbe.field &&
+        hab_get_bool(answer->session, kProbe.table, 0, kProbe.field, &asked) == HAB_OK && !asked) {
+        const std::lock_guard lock(answer->mutex);
+        answer->here = true;
+        answer->arrived.notify_all();
+    }
+}
+
+// Sets the flag whose change notice the agent answers by clearing it. Returns true when it does so before `deadline`.
+// Otherwise the flag remains set, as a request that the agent has not handled.
+bool answersProbe(Clock::time_point deadline) {
+    // Declared before the session: a notice may still be handled while the session closes.
+    static Answer answer{};
+    static const Session session(hab_init());
+    answer.session = session.get();
+    int status = hab_subscribe_cb(session.get(), onNotice, &answer);
+    status = status == HAB_OK ? hab_subscribe(session.get(), kProbe.table, 1) : status;
+    status = status == HAB_OK ? hab_set_bool(session.get(), kProbe.table, 0, kProbe.field, true) : status;
+    if (complain(status, std::string(kProbe.table) + "." + kProbe.field) != HAB_OK) {
+        throw Unreadable{status};
+    }
+    std::unique_lock lock(answer.mutex);
+    return answer.arrived.wait_until(lock, deadline, [] { return answer.here; });
+}
+
+void probe(Report& report, Clock::time_point deadline) {
+    const bool answered = answersProbe(std::max(deadline, Clock::now() + kProbePatience));
+    report.lines.emplace_back("notices", answered ? "received" : "not received");
+    if (!answered) {
+        report.status = kDeaf;
+        report.failure = "it takes messages but receives no notices";
+    }
 }
 
 }  // namespace
 
-int status() {
+int status(std::chrono::seconds patience, bool probed) {
     const Session session(hab_init());
     if (!session) {
         return HAB_ERROR;
     }
     try {
-        const Standing agent = agentStanding();
-        say("agent", agent.text);
-        for (const Fact& fact : kFacts) {
-            say(fact.label, valueOf(session.get(), fact));
+        const auto deadline = Clock::now() + patience;
+        Report report = reportOn(session.get());
+        while (report.status != HAB_OK && Clock::now() < deadline) {
+            std::this_thread::sleep_until(std::min(deadline, Clock::now() + kCheckPause));
+            report = reportOn(session.get());
         }
-        if (agent.status != HAB_OK) {
-            std::fprintf(stderr, "habctl: agent: %s\n", agent.text.c_str());
-            return agent.status;
+        if (probed && report.status == HAB_OK) {
+            probe(report, deadline);
         }
-        say(kVersion.label, valueOf(session.get(), kVersion));
-        if (!sayPorts(session.get(), agent.process)) {
-            std::fprintf(stderr, "habctl: agent: it runs but takes no messages\n");
-            return HAB_TIMEOUT;
+        for (const auto& [label, text] : report.lines) {
+            std::printf("%-12s %s\n", label, text.c_str());
         }
-        return HAB_OK;
+        if (report.status != HAB_OK) {
+            std::fprintf(stderr, "habctl: agent: %s\n", report.failure.c_str());
+        }
+        return report.status;
     } catch (const Unreadable& value) {
         return value.status;
     }
