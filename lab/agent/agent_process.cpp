@@ -25,6 +25,7 @@ namespace lab {
 namespace {
 
 constexpr std::chrono::milliseconds kPatience{5000};
+constexpr int kLogPipeSize = 1 << 20;  // the agent drops log lines that do not fit
 
 bool isProxyVariable(std::string_view entry) {
     const std::string name(entry.substr(0, entry.find('=')));
@@ -119,6 +120,7 @@ void AgentProcess::start(const AgentSettings& settings) {
     std::vector<std::string> arguments{settings.program};
     const std::vector<char*> argumentPointers = pointersTo(arguments);
 
+    ::fcntl(log.ends[1], F_SETPIPE_SZ, kLogPipeSize);
     const pid_t child = ::fork();
     if (child == 0) {
         becomeAgent(settings.program.c_str(), argumentPointers.data(), environmentPointers.data(), log.ends[1],

@@ -1,19 +1,9 @@
-#include <fcntl.h>
-#include <spdlog/details/fmt_helper.h>
-#include <spdlog/details/log_msg.h>
-#include <spdlog/pattern_formatter.h>
-#include <spdlog/sinks/rotating_file_sink.h>
-#include <spdlog/sinks/stdout_sinks.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -24,68 +14,42 @@
 #include "habdynlog.h"
 #include "hablib.h"
 #include "line.h"
+#include "log_file.h"
+#include "stderr_lines.h"
 
 namespace dynlog {
 
 namespace {
 
+constexpr int kError = 4;
 constexpr std::uint32_t kEveryLevel = ~0U;  // until set_log_level is called
 constexpr std::uint32_t kDefaultMask = 6;   // notice and error: trace lines may contain a token
-constexpr std::size_t kFileSize = std::size_t{4} << 20U;
-constexpr std::size_t kOldFiles = 2;
+
+std::string lostReport(std::uint64_t lost);
 
 struct State {
     // Checked before anything else, so a disabled level costs one load.
     std::atomic<std::uint32_t> mask{kEveryLevel};
 
     std::mutex mutex;  // guards all members below and the writing of a line
-    std::unique_ptr<spdlog::sinks::sink> sink;
+    bool open = true;
+    host::StderrLines standardError{lostReport};
+    std::unique_ptr<LogFile> file;  // null: lines go to standard error
     std::string module = program_invocation_short_name;
+    TimeText time;
 };
-
-// Prints the level as the number that callers pass.
-class LevelFlag : public spdlog::custom_flag_formatter {
- public:
-    void format(const spdlog::details::log_msg& message, const std::tm& /*time*/, spdlog::memory_buf_t& line) override {
-        spdlog::details::fmt_helper::append_int(static_cast<int>(message.level), line);
-    }
-    std::unique_ptr<custom_flag_formatter> clone() const override { return std::make_unique<LevelFlag>(); }
-};
-
-std::unique_ptr<spdlog::formatter> lineFormat() {
-    auto format = std::make_unique<spdlog::pattern_formatter>();
-    format->add_flag<LevelFlag>('*').set_pattern("%Y-%m-%dT%H:%M:%S.%e %n %* %s:%# %v");
-    return format;
-}
-
-std::unique_ptr<spdlog::sinks::sink> standardError() {
-    auto sink = std::make_unique<spdlog::sinks::stderr_sink_st>();
-    sink->set_formatter(lineFormat());
-    return sink;
-}
-
-std::unique_ptr<spdlog::sinks::sink> rotatingFile(const std::string& path) {
-    spdlog::file_event_handlers handlers;
-    // Creates the file with mode 0600 before anything is written. The mode of an existing file is reduced to 0600.
-    handlers.before_open = [](const std::string& name) {
-        if (const int file = open(name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600); file >= 0) {
-            close(file);
-        }
-    };
-    handlers.after_open = [](const std::string& /*name*/, std::FILE* file) { fchmod(fileno(file), 0600); };
-    auto sink = std::make_unique<spdlog::sinks::rotating_file_sink_st>(path, kFileSize, kOldFiles, false, handlers);
-    sink->set_formatter(lineFormat());
-    return sink;
-}
 
 // Never destroyed: other threads may log while the process exits. Before dynlog_lib_init, lines go to standard error.
 State& state() {
-    static auto* only = [] {
-        auto made = std::make_unique<State>();
-        made->sink = standardError();
-        return made.release();
-    }();
+    static auto* only = std::make_unique<State>().release();
     return *only;
+}
+
+// Called with the state locked.
+std::string lostReport(std::uint64_t lost) {
+    State& log = state();
+    return formatLine(log.time.now(), log.module, kError, __FILE__, __LINE__,
+                      "Lines lost here, because they could not be written: " + std::to_string(lost));
 }
 
 // Returns the mask in the store, or `std::nullopt` when it cannot be read.
@@ -100,13 +64,16 @@ std::optional<std::uint32_t> storedMask() {
 
 void write(int level, const char* file, int line, std::string_view message) {
     State& log = state();
-    const spdlog::source_loc place{file == nullptr ? "?" : baseName(file), line, ""};
     const std::lock_guard lock(log.mutex);
-    if (!log.sink) {
+    if (!log.open) {
         return;
     }
-    log.sink->log({place, log.module, static_cast<spdlog::level::level_enum>(level), message});
-    log.sink->flush();
+    const std::string whole = formatLine(log.time.now(), log.module, level, file, line, message);
+    if (log.file) {
+        log.file->write(whole);
+    } else {
+        log.standardError.write(whole);
+    }
 }
 
 }  // namespace
@@ -116,22 +83,32 @@ void write(int level, const char* file, int line, std::string_view message) {
 int dynlog_lib_init(void) {
     const char* path = std::getenv("HAB_LOG_FILE");
     try {
-        auto sink = path != nullptr && *path != '\0' ? dynlog::rotatingFile(path) : dynlog::standardError();
         dynlog::State& log = dynlog::state();
         const std::lock_guard lock(log.mutex);
-        log.sink = std::move(sink);
+        std::unique_ptr<dynlog::LogFile> file;
+        if (path != nullptr && *path != '\0') {
+            file = std::make_unique<dynlog::LogFile>(path, log.standardError, dynlog::lostReport);
+            if (const int error = file->open(); error != 0) {
+                log.standardError.write("habdynlog: cannot log to " + std::string(path) + ": " + std::strerror(error) +
+                                        "\n");
+                return 1;
+            }
+        }
+        log.file = std::move(file);
+        log.standardError.remember();
+        log.open = true;
         return 0;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "habdynlog: cannot log to %s: %s\n", path != nullptr ? path : "standard error",
-                     error.what());
-        return 1;
+    } catch (const std::exception&) {
+        return 1;  // out of memory
     }
 }
 
 void dynlog_lib_uninit(void) {
     dynlog::State& log = dynlog::state();
     const std::lock_guard lock(log.mutex);
-    log.sink.reset();
+    log.open = false;
+    log.file.reset();
+    log.standardError.reportLost();
 }
 
 void set_log_level(int /*reload*/, const char* module, const char* /*binary*/) {

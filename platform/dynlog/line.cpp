@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 namespace dynlog {
 
@@ -29,6 +30,11 @@ void appendEscaped(std::string& line, char c) {
             line += kDigits[static_cast<unsigned char>(c) >> 4U];
             line += kDigits[static_cast<unsigned char>(c) & 15U];
     }
+}
+
+const char* baseName(const char* path) {
+    const char* slash = std::strrchr(path, '/');
+    return slash == nullptr ? path : slash + 1;
 }
 
 std::string escaped(std::string_view text) {
@@ -69,9 +75,31 @@ Message::Message(const char* format, std::va_list arguments) {
     }
 }
 
-const char* baseName(const char* path) {
-    const char* slash = std::strrchr(path, '/');
-    return slash == nullptr ? path : slash + 1;
+std::string_view TimeText::now() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (now.tv_sec != second_ || length_ == 0) {
+        struct tm local {};
+        localtime_r(&now.tv_sec, &local);
+        length_ = std::strftime(text_.data(), text_.size(), "%Y-%m-%dT%H:%M:%S", &local);
+        second_ = now.tv_sec;
+    }
+    const long milliseconds = now.tv_nsec / 1'000'000;
+    char* end = text_.data() + length_;
+    *end++ = '.';
+    *end++ = static_cast<char>('0' + milliseconds / 100);
+    *end++ = static_cast<char>('0' + milliseconds / 10 % 10);
+    *end++ = static_cast<char>('0' + milliseconds % 10);
+    return {text_.data(), end};
+}
+
+std::string formatLine(std::string_view time, std::string_view module, int level, const char* file, int line,
+                       std::string_view message) {
+    const std::string_view name = file == nullptr ? "?" : baseName(file);
+    std::string whole;
+    whole.reserve(time.size() + module.size() + name.size() + message.size() + 32);
+    whole.append(time).append(" ").append(module).append(" ").append(std::to_string(level)).append(" ");
+    return whole.append(name).append(":").append(std::to_string(line)).append(" ").append(message).append("\n");
 }
 
 }  // namespace dynlog

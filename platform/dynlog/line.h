@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdarg>
 #include <cstddef>
+#include <ctime>
 #include <string>
 #include <string_view>
 
@@ -25,7 +26,21 @@ class Message {
     std::string_view text_;
 };
 
-// Returns the last component of `path`.
-const char* baseName(const char* path);
+// The local time as text. One thread at a time.
+class TimeText {
+ public:
+    // Returns YYYY-MM-DDTHH:MM:SS.mmm, valid until the next call.
+    std::string_view now();
+
+ private:
+    std::time_t second_ = 0;
+    std::array<char, 40> text_{};
+    std::size_t length_ = 0;  // up to the seconds, which are converted once
+};
+
+// Returns "TIME MODULE LEVEL FILE:LINE MESSAGE" and a newline. Of `file`, which may be null, the last component is
+// shown. Throws std::bad_alloc.
+std::string formatLine(std::string_view time, std::string_view module, int level, const char* file, int line,
+                       std::string_view message);
 
 }  // namespace dynlog

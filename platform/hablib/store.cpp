@@ -3,19 +3,23 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 #include <vector>
 
 #include "schema_writer.h"
+#include "stderr_lines.h"
 
 namespace hab {
 
 namespace {
 
 constexpr const char* kDefaultPath = "/var/lib/hab/hab.db";
+
+std::string lostReport(std::uint64_t lost) {
+    return "hablib: lines lost here, because they could not be written: " + std::to_string(lost) + "\n";
+}
 
 // Returns the problem with the file itself, found before SQLite opens it. Empty when there is none.
 std::string troubleWith(const std::string& path) {
@@ -99,8 +103,8 @@ std::string storePath() {
 }
 
 void complain(const std::string& path, std::string_view text) {
-    const std::string line = "hablib: " + path + ": " + std::string(text) + "\n";
-    std::fputs(line.c_str(), stderr);
+    static constinit host::StderrLines lines(lostReport);
+    lines.write("hablib: " + path + ": " + std::string(text) + "\n");
 }
 
 Store::Store(std::string path, FileIdentity identity, Connection& connection)

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 
 #include "dro_dispatcher.h"
 #include "dro_fields.h"
@@ -12,6 +11,7 @@
 #include "dro_get_set_config_push.h"
 #include "dro_json.h"
 #include "dro_log.h"
+#include "dro_output.h"
 #include "dro_stop.h"
 #include "dro_sync.h"
 #include "dro_threads.h"
@@ -68,7 +68,7 @@ void sync_list() {
     if (!mutex_cdilSync.lock(result)) {
         LOG_ERROR("Unable to Lock Activation Mutex\n");
         errno = result;
-        std::perror("pthread_mutex_lock");
+        print_error("pthread_mutex_lock");
         return;
     }
     const AdoptedLock held(mutex_cdilSync);
@@ -147,7 +147,7 @@ void cdilStatus_cbHandler(void* /*context*/) {
     if (result != 0) {
         LOG_ERROR("Failed to initialize Thread for CDILSync with error:%d\n", result);
         errno = result;
-        std::perror("Error:");
+        print_error("Error:");
         end_process(1);
     }
     LOG_TRACE("Successful to spawn thread for CDIL Sync");

@@ -1,7 +1,6 @@
 #include "dro_dtn.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -10,6 +9,7 @@
 #include "dro_fields.h"
 #include "dro_fifo.h"
 #include "dro_log.h"
+#include "dro_output.h"
 #include "dro_threads.h"
 #include "dro_utils_escape.h"
 
@@ -83,7 +83,7 @@ DeviceIndex g_notifier(fields::dtnIndex);
 void start_notification(unsigned index) {
     errno = start_detached([index] { t_Handler_dtnSync(index); });
     if (errno != 0) {
-        std::perror("Failed to initialize DTN Sync thread to enqueue fifo\n");
+        print_error("Failed to initialize DTN Sync thread to enqueue fifo\n");
         end_process(1);
     }
     LOG_TRACE("Successful to spawn DTN thread for Device on Index %d\n", static_cast<int>(index));

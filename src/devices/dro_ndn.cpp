@@ -1,12 +1,12 @@
 #include "dro_ndn.h"
 
 #include <cerrno>
-#include <cstdio>
 
 #include "dro_fields.h"
 #include "dro_fifo.h"
 #include "dro_json.h"
 #include "dro_log.h"
+#include "dro_output.h"
 #include "dro_threads.h"
 #include "dro_utils_record.h"
 
@@ -26,7 +26,7 @@ void ndnIndex_cbHandler(void* /*context*/) {
     const unsigned index = read_uint(fields::ndnIndex, fields::kNoDevice);
     errno = start_detached([index] { t_Handler_ndnSync(index); });
     if (errno != 0) {
-        std::perror("Failed to initialize Thread for ndnSync\n");
+        print_error("Failed to initialize Thread for ndnSync\n");
         end_process(1);
     }
     LOG_TRACE("Successful to spawn thread for Device on Index %d", static_cast<int>(index));

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <exception>
 #include <string_view>
 
@@ -15,6 +14,7 @@
 #include "dro_generic_cloud_push.h"
 #include "dro_get_set_config_push.h"
 #include "dro_log.h"
+#include "dro_output.h"
 #include "dro_pushst_cloud.h"
 #include "dro_stop.h"
 #include "dro_threads.h"
@@ -203,7 +203,7 @@ int init_dispatcher() {
     wake_dispatcher(false);
     errno = start_thread(t_droDispatcher, t_Handler_droDispatcher, nullptr, false);
     if (errno != 0) {
-        std::perror("Failed to initialize DROAgent's Dispatcher\n");
+        print_error("Failed to initialize DROAgent's Dispatcher\n");
         end_process(1);
     }
     g_running = true;

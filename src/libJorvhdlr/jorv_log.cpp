@@ -93,6 +93,7 @@ __attribute__((format(printf, 2, 3))) void log_to_file(Level level, const char* 
 }  // namespace
 
 void (*jorvLog)(Level level, const char* format, ...) = log_to_file;
+void (*jorvPerror)(const char* text) = std::perror;
 const char* log_file = "/tmp/libJorvhdlr.log";
 
 }  // namespace jorv

@@ -41,7 +41,7 @@ void limit_stalls(int descriptor) {
     const auto rest = std::chrono::duration_cast<std::chrono::microseconds>(timings().receive - seconds);
     const timeval limit{static_cast<time_t>(seconds.count()), static_cast<suseconds_t>(rest.count())};
     if (setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0) {
-        std::perror("SO RX timeout set");
+        jorvPerror("SO RX timeout set");
     }
 }
 
@@ -72,7 +72,7 @@ bool read_message(int descriptor, std::vector<char>& message) {
             const int error = errno;
             jorvLog(ERROR, "%s socket reading: %s\n", "jorvStreamReceiver", std::strerror(error));
             errno = error;
-            std::perror("Error reading socket");
+            jorvPerror("Error reading socket");
         }
     }
     return last >= 0;
@@ -130,7 +130,7 @@ int start_thread(pthread_t& thread, void* (*body)(void*), void* argument, bool d
 int jorvHandleSock(int listening, MessageCallback callback) {
     const int descriptor = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
     if (descriptor < 0) {
-        std::perror("Accept error.");
+        jorvPerror("Accept error.");
         poll(nullptr, 0, kAcceptFailurePauseMs);
         return 0;
     }
@@ -144,7 +144,7 @@ int jorvHandleSock(int listening, MessageCallback callback) {
     pthread_t thread{};
     errno = start_thread(thread, jorvStreamReceiver, start.get(), true);
     if (errno != 0) {
-        std::perror("Failed to start Jorvhdlr thread");
+        jorvPerror("Failed to start Jorvhdlr thread");
         count_receivers(-1);
         close(descriptor);
         return -3;

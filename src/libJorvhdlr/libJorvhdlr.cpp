@@ -124,7 +124,7 @@ int open_exit_channel(Link& link) {
 
 void accept_on(const pollfd& ready, MessageCallback callback) {
     if ((ready.revents & POLLIN) != 0 && jorvHandleSock(ready.fd, callback) < 0) {
-        std::perror("Failed to initialize cloud notification thread\n");
+        jorvPerror("Failed to initialize cloud notification thread\n");
         std::fflush(nullptr);
         _exit(1);  // no destructors: other threads are still running
     }
@@ -150,7 +150,7 @@ void listen_until_exit(const Link& link) {
         while (poll(watched.data(), watched.size(), crowded ? static_cast<int>(timings().overloaded.count()) : -1) <
                0) {
             if (errno != EINTR) {
-                std::perror("Error Ocurred\n");
+                jorvPerror("Error Ocurred\n");
             }
         }
         if (watched[0].revents == 0) {
@@ -194,7 +194,7 @@ int open_link(const char* name, int notifyPort, MessageCallback notifyCallback, 
     }
     errno = start_thread(g_link.listener, jorvListener, &g_link, false);
     if (errno != 0) {
-        std::perror("Failed to initialize main listener thread\n");
+        jorvPerror("Failed to initialize main listener thread\n");
         return kListenerFailed;
     }
     return 0;
@@ -231,12 +231,12 @@ int Jorv_Handler_deInit() {
     if (exitWrite >= 0) {
         const char command = 1;
         if (write(exitWrite, &command, 1) != 1) {
-            std::perror("Failed to write exit cmd");
+            jorvPerror("Failed to write exit cmd");
         }
         close(exitWrite);
         errno = pthread_join(g_link.listener, nullptr);
         if (errno != 0) {
-            std::perror("Failed to wait for jorvListener thr");
+            jorvPerror("Failed to wait for jorvListener thr");
         }
     }
     close_session();
@@ -246,7 +246,7 @@ int Jorv_Handler_deInit() {
 int Jorv_Handler_InitNetwrksock(int port) {
     if (port < 0 || port > 65535) {
         errno = ERANGE;
-        std::perror("requested port: ");
+        jorvPerror("requested port: ");
         errno = ERANGE;
         return -4;
     }
@@ -255,7 +255,7 @@ int Jorv_Handler_InitNetwrksock(int port) {
         const int error = errno;
         jorvLog(ERROR, logFormat, std::strerror(error));
         errno = error;
-        std::perror(text);
+        jorvPerror(text);
     };
     int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (descriptor < 0) {

@@ -45,6 +45,10 @@ enum Level { ERROR = 0, DEBUG = 1, INFO = 2 };
 // one is started.
 extern void (*jorvLog)(Level level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+// Prints `text` and the text of errno on standard error, as std::perror does, which is the default. May be changed only
+// before the link is opened.
+extern void (*jorvPerror)(const char* text);
+
 // Path of the default logger's file. May be set only before the link is opened.
 extern const char* log_file;
 

@@ -2,11 +2,11 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <memory>
 #include <new>
 
 #include "dro_log.h"
+#include "dro_output.h"
 #include "dro_stop.h"
 #include "dro_threads.h"
 
@@ -82,7 +82,7 @@ void Orders::start(const Order& order) {
         LOG_TRACE("%s", kind_.threadStartedText);
         return;
     }
-    std::perror(kind_.threadFailedText);
+    print_error(kind_.threadFailedText);
     if (kind_.threadRequired) {
         end_process(1);
     }
@@ -97,7 +97,7 @@ bool lock_monitor(Mutex& mutex, const char* failedText) {
         LOG_ERROR("%s", failedText);
     }
     errno = result;
-    std::perror("pthread_mutex_lock");
+    print_error("pthread_mutex_lock");
     return false;
 }
 

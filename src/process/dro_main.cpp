@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <initializer_list>
 #include <string_view>
 
@@ -23,6 +22,7 @@
 #include "dro_get_set_config_version.h"
 #include "dro_log.h"
 #include "dro_monitor.h"
+#include "dro_output.h"
 #include "dro_stop.h"
 #include "dro_text.h"
 #include "dro_threads.h"
@@ -60,7 +60,7 @@ FixedText<64> pid_path() {
 [[noreturn]] void fail_start(const char* text, const char* reason, bool alsoOnStderr) {
     LOG_ERROR("%s", text);
     if (alsoOnStderr) {
-        std::fputs(text, stderr);
+        print_stderr(text);
     }
     good_bye(reason);
     end_process(1);
@@ -194,9 +194,11 @@ void start(char** argv) {
 }  // namespace
 
 int droagent_main(int argc, char** argv) {
+    unblock_output();
+    jorv::jorvPerror = print_error;
     if (argc != 1) {
         LOG_ERROR("Cannot parse args/load needed variables from cli.\n");
-        std::fputs("Cannot parse args. Input valid data from cli\n", stderr);
+        print_stderr("Cannot parse args. Input valid data from cli\n");
         return -1;
     }
 #ifdef M_ARENA_MAX

@@ -2,12 +2,12 @@
 
 #include <array>
 #include <atomic>
-#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <memory>
 #include <new>
 
+#include "dro_output.h"
 #include "dro_stop.h"
 #include "dro_sync.h"
 #include "dro_text.h"
@@ -81,13 +81,13 @@ int dal_init() {
         const MutexLock lock(g_entriesLock);
         g_entries = sortedSet_init(kExpectedHandlers, compare_keys);
         if (g_entries == nullptr) {
-            std::fputs("Couldn't init jump table!", stderr);
+            print_stderr("Couldn't init jump table!");
             return -1;
         }
     }
     hab_session* session = hab_init();
     if (session == nullptr) {
-        std::fputs("Couldn't init hab!", stderr);
+        print_stderr("Couldn't init hab!");
         return -2;
     }
     g_session = session;
@@ -149,7 +149,9 @@ const char* error_message(int status) {
 void print_err(int status) {
     if (status != HAB_OK) {
         LOG_TRACE("Error: %s\n", error_message(status));
-        std::printf("Error: %s\n", error_message(status));
+        FixedText<64> line;
+        line.format("Error: %s\n", error_message(status));
+        print_stdout(line.view());
     }
 }
 

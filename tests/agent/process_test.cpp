@@ -1,10 +1,15 @@
-// The agent as a process: lock, start, link, exit.
+// The agent as a process: lock, start, link, output, exit.
 #include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <filesystem>
 #include <fstream>
+#include <future>
+#include <regex>
+#include <sstream>
 
 #include "dro_daemon.h"
 #include "dro_dal.h"
@@ -19,22 +24,29 @@ namespace {
 
 using Process = ProcessTest;
 
-// The process that holds a lock on the pid file, or 0.
-pid_t lock_owner() {
-    struct flock whole {
-        F_WRLCK, SEEK_SET, 0, 0, 0
-    };
-    const int descriptor = open(kPidFile, O_RDWR | O_CLOEXEC);
-    fcntl(descriptor, F_GETLK, &whole);
-    close(descriptor);
-    return whole.l_type == F_UNLCK ? 0 : whole.l_pid;
+// Runs "habctl status" and returns its exit status.
+int status(const std::string& options = "") {
+    return WEXITSTATUS(std::system((HABCTL " status >/dev/null 2>&1 " + options).c_str()));
+}
+
+// Reads what a non-blocking descriptor has now.
+std::string read_all(int descriptor) {
+    std::string text;
+    std::array<char, 4096> part{};
+    for (ssize_t size = 0; (size = read(descriptor, part.data(), part.size())) > 0;) {
+        text.append(part.data(), static_cast<std::size_t>(size));
+    }
+    return text;
 }
 
 TEST_F(Process, StartsInItsOrderTakesACommandAndEndsOnSigusr1) {
+    EXPECT_EQ(status("--probe"), HAB_SHUTDOWN);
+    auto ready = std::async(std::launch::async, status, "--wait 20");
     AgentProcess agent(store);
+    EXPECT_EQ(ready.get(), HAB_OK);
     ASSERT_TRUE(agent.wait_for_link());
+    EXPECT_EQ(status("--probe"), HAB_OK);
     EXPECT_EQ(file_text(kPidFile), std::to_string(agent.pid()) + "\n");
-    EXPECT_EQ(lock_owner(), agent.pid());
     EXPECT_EQ(store.get("JorvagentCfg.jorv_handler_event_sink_1023"), "localhost:4455");
     EXPECT_EQ(store.get("JorvagentCfg.jorv_force_connection"), "1");
     EXPECT_TRUE(agent.log().in_order({"Starting droagent Version Id is 1.3.10\n", "Getting the jorvId size",
@@ -43,8 +55,6 @@ TEST_F(Process, StartsInItsOrderTakesACommandAndEndsOnSigusr1) {
                                       "Getting Registered status from JorvagentCfg table\n",
                                       "regStatus is false, addJorvdeviceId will call normal registration flow\n",
                                       "Initiating Connection with libJorvhdlr\n"}));
-    store.set("dalLogCfg.DroagentConfigurationApply", "true");
-    EXPECT_TRUE(store.wait_for("dalLogCfg.DroagentConfigurationApply", "false"));
     ASSERT_TRUE(send_message(kNotificationPort, block_command(1)));
     EXPECT_EQ(cloud.wait_for(1, "transactionAck/").size(), 1U);
     agent.signal(SIGUSR2);
@@ -53,6 +63,71 @@ TEST_F(Process, StartsInItsOrderTakesACommandAndEndsOnSigusr1) {
     expect_prompt_end(agent);
     EXPECT_TRUE(agent.log().in_order(
         {"sig_usr1 handler.\n", "Bye Bye.....\n", "Exit from SIG_HDLR\n", "Cancel Dispatcher Thread!\n"}));
+}
+
+TEST_F(Process, ReportsWhetherNoticesArrive) {
+    AgentProcess agent(store);
+    ASSERT_TRUE(agent.wait_for_link());
+    cloud.script("deviceEvents", {kStall});
+    store.set("CircleDebug.rClientStatus", "connected");
+    ASSERT_EQ(cloud.wait_for(1, "deviceEvents").size(), 1U);
+    EXPECT_EQ(status(), HAB_OK);
+    EXPECT_EQ(status("--probe"), 10);
+    auto recovered = std::async(std::launch::async, status, "--probe --wait 20");
+    EXPECT_TRUE(store.wait_for("dalLogCfg.DroagentConfigurationApply", "true"));
+    cloud.release();
+    EXPECT_EQ(recovered.get(), HAB_OK);
+    EXPECT_EQ(store.get("dalLogCfg.DroagentConfigurationApply"), "false");
+}
+
+TEST_F(Process, IsNotHeldUpByOutputThatNobodyReads) {
+    for (const bool socket : {false, true}) {
+        SCOPED_TRACE(socket);
+        cloud.forget();
+        std::array<int, 2> ends{};
+        ASSERT_EQ(socket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) : pipe(ends.data()), 0);
+        const auto print_there = [&ends] {
+            unsetenv("HAB_LOG_FILE");
+            dup2(ends[1], STDOUT_FILENO);
+            dup2(ends[1], STDERR_FILENO);
+        };
+        AgentProcess agent(store, {.before = print_there});
+        fcntl(ends[0], F_SETFL, O_NONBLOCK);
+        const auto reset_a_connection = [] {
+            const linger reset{1, 0};
+            const int connection = connect_to(kNotificationPort);
+            setsockopt(connection, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+            close(connection);
+        };
+        ASSERT_EQ(status("--wait 20"), HAB_OK);
+        for (int i = 1; i <= 60; ++i) {
+            reset_a_connection();
+            ASSERT_TRUE(send_message(kNotificationPort, block_command(i)));
+            ASSERT_EQ(cloud.wait_for(static_cast<std::size_t>(i), "transactionAck/").size(), i);
+        }
+        EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0) << "it is shared with other processes";
+        const std::string info = file_text("/proc/" + std::to_string(agent.pid()) + "/fdinfo/2");
+        EXPECT_EQ((std::stoi(info.substr(info.find("flags:") + 6), nullptr, 8) & O_NONBLOCK) != 0, !socket);
+        std::string text = read_all(ends[0]);
+        EXPECT_TRUE(eventually([&] {
+            reset_a_connection();
+            send_message(kEventPort, "logged");
+            text += read_all(ends[0]);
+            return text.find("droagent: texts lost") != std::string::npos &&
+                   text.find("Lines lost here, because they could not be written: ") != std::string::npos;
+        }));
+        expect_prompt_end(agent);
+        std::istringstream lines(text + read_all(ends[0]));
+        const std::regex whole(
+            "2[-0-9T:.]{22} [Dd]roagent [124] \\S+:[0-9]+ (?!.*Droagent [124]).*|"
+            "Error reading socket: Connection reset by peer|"
+            "droagent: texts lost here, because they could not be written: [0-9]+");
+        for (std::string line; std::getline(lines, line);) {
+            EXPECT_TRUE(std::regex_match(line, whole)) << line;
+        }
+        close(ends[0]);
+        close(ends[1]);
+    }
 }
 
 TEST_F(Process, TreatsAPidFileByWhatItHolds) {

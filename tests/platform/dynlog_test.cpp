@@ -1,9 +1,14 @@
-// The log: the format of its lines, its level mask and its destinations.
+// The log: the format of its lines, its level mask, and its destinations, available or not.
 #include "habdynlog.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -13,8 +18,10 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::StartsWith;
 
 class Dynlog : public StoreTest {
  protected:
@@ -24,6 +31,15 @@ class Dynlog : public StoreTest {
     std::string log() const { return file_text(folder_ + "/agent.log"); }
     void empty_log() const { std::filesystem::resize_file(folder_ + "/agent.log", 0); }
 };
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::istringstream lines(text);
+    std::vector<std::string> all;
+    for (std::string line; std::getline(lines, line);) {
+        all.push_back(line);
+    }
+    return all;
+}
 
 TEST_F(Dynlog, WritesOneLineForEachCall) {
     ASSERT_EQ(dynlog_lib_init(), 0);
@@ -47,6 +63,15 @@ TEST_F(Dynlog, WritesOneLineForEachCall) {
 }
 
 TEST_F(Dynlog, WritesTheLevelsThatTheStoreSelects) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto reload_without_a_store = [] {
+        setenv("HAB_STORE", "/nowhere/hab.db", 1);
+        set_log_level(1, "Droagent", "droagent");
+    };
+    EXPECT_EXIT((log_printf(1, "f", 1, "before"), reload_without_a_store(), log_printf(1, "f", 1, "hidden"),
+                 log_printf(2, "f", 1, "notice"), std::_Exit(0)),
+                testing::ExitedWithCode(0),
+                AllOf(HasSubstr("before"), HasSubstr("notice"), testing::Not(HasSubstr("hidden"))));
     ASSERT_EQ(dynlog_lib_init(), 0);
     // The levels that are currently logged.
     const auto logged = [&] {
@@ -68,23 +93,8 @@ TEST_F(Dynlog, WritesTheLevelsThatTheStoreSelects) {
         EXPECT_EQ(logged(), levels);
     }
     hab_set_uint(session.get(), "dalLogCfg", 0, "DroagentLogMask", 2);
-    setenv("HAB_STORE", "/nowhere/hab.db", 1);
-    set_log_level(1, "Droagent", "droagent");  // an unreadable store leaves the mask unchanged
+    reload_without_a_store();  // leaves the mask unchanged
     EXPECT_EQ(logged(), "124");
-}
-
-TEST_F(Dynlog, WritesEveryLevelUntilTheMaskIsReadAndNoTraceWhenItCannotBe) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto startWithoutAStore = [] {
-        log_printf(1, "f", 1, "before");
-        setenv("HAB_STORE", "/nowhere/hab.db", 1);
-        set_log_level(0, "Droagent", "droagent");
-        log_printf(1, "f", 1, "hidden");
-        log_printf(2, "f", 1, "notice");
-        std::_Exit(0);
-    };
-    EXPECT_EXIT(startWithoutAStore(), testing::ExitedWithCode(0),
-                testing::AllOf(HasSubstr("before"), HasSubstr("notice"), testing::Not(HasSubstr("hidden"))));
 }
 
 TEST_F(Dynlog, RotatesFilesForItsOwnerOnlyAndKeepsLongLinesWhole) {
@@ -94,30 +104,121 @@ TEST_F(Dynlog, RotatesFilesForItsOwnerOnlyAndKeepsLongLinesWhole) {
     for (int i = 0; i < 40; ++i) {
         log_printf(4, "f", 1, "%s<end>\n", text.c_str());
     }
-    int files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
-        if (entry.path().extension() != ".log") {
-            continue;
-        }
-        ++files;
-        EXPECT_EQ(entry.status().permissions(), std::filesystem::perms(0600)) << entry.path();
-        EXPECT_LE(entry.file_size(), 4U * 1024 * 1024);
-        std::istringstream lines(file_text(entry.path()));
-        for (std::string line; std::getline(lines, line);) {
+    for (const char* name : {"/agent.log", "/agent.1.log", "/agent.2.log"}) {
+        struct stat file {};
+        ASSERT_EQ(stat((folder_ + name).c_str(), &file), 0) << name;
+        EXPECT_EQ(file.st_mode & 0777U, 0600U) << name;
+        EXPECT_LE(file.st_size, 4 * 1024 * 1024);
+        for (const std::string& line : lines_of(file_text(folder_ + name))) {
             EXPECT_TRUE(line.starts_with("20") && line.ends_with(" f:1 " + text + "<end>"));
         }
     }
-    EXPECT_EQ(files, 3);
+    EXPECT_FALSE(std::filesystem::exists(folder_ + "/agent.3.log"));
 }
 
-TEST_F(Dynlog, SaysWhenItsFileCannotBeOpened) {
-    setenv("HAB_LOG_FILE", "/proc/nowhere/agent.log", 1);
+// While it exists, no file can be opened.
+class NoDescriptors {
+ public:
+    NoDescriptors() {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit none{3, before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+ private:
+    rlimit before_{};
+};
+
+constexpr const char* kLost = "ines lost here, because they could not be written: ";
+
+TEST_F(Dynlog, GoesOnAfterItsFileWasUnavailable) {
+    const std::string filler(1'048'576, 'x');
+    for (const int before : {0, 3}) {  // none: the file cannot be opened at first; three: the next line rotates it
+        std::optional<NoDescriptors> none;
+        int lost = 2;
+        testing::internal::CaptureStderr();
+        if (before == 0) {
+            none.emplace();
+        }
+        ASSERT_EQ(dynlog_lib_init(), 0);
+        for (int i = 0; i < before; ++i) {
+            log_printf(4, "f", 1, "%s", filler.c_str());
+        }
+        none.emplace();
+        log_printf(4, "f", 1, "%s", filler.c_str());
+        log_printf(4, "f", 1, "%s", filler.c_str());
+        none.reset();
+        EXPECT_TRUE(dro_test::eventually([&] {
+            log_printf(4, "f", 1, "again");
+            return log().ends_with(" again\n") || ++lost == 0;
+        }));
+        EXPECT_THAT(log(), HasSubstr(kLost + std::to_string(lost) + "\n"));
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "habdynlog: " + folder_ +
+                      "/agent.log: Too many open files; lines are lost until the file can be written\n");
+    }
+    setenv("HAB_LOG_FILE", "/dev/full", 1);
     testing::internal::CaptureStderr();
-    EXPECT_NE(dynlog_lib_init(), 0);
-    log_printf(4, "f", 1, "still to standard error");
-    const std::string errors = testing::internal::GetCapturedStderr();
-    EXPECT_THAT(errors, HasSubstr("cannot log to /proc/nowhere/agent.log"));
-    EXPECT_THAT(errors, HasSubstr("still to standard error\n"));
+    EXPECT_EQ(dynlog_lib_init(), 0);
+    log_printf(4, "f", 1, "lost");
+    log_printf(4, "f", 1, "lost");
+    dynlog_lib_uninit();
+    setenv("HAB_LOG_FILE", "/proc/nowhere/agent.log", 1);
+    EXPECT_NE(dynlog_lib_init(), 0) << "no retry would help";
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "habdynlog: /dev/full: No space left on device; lines are lost until the file can be written\n"
+              "habdynlog: /dev/full: 2 lines were lost\n"
+              "habdynlog: cannot log to /proc/nowhere/agent.log: No such file or directory\n");
+}
+
+TEST_F(Dynlog, DropsWholeLinesRatherThanWaitForTheReaderOfStandardError) {
+    unsetenv("HAB_LOG_FILE");
+    setenv("HAB_STORE", "/nowhere/hab.db", 1);
+    const std::string filler(30'000, 'x');
+    for (const bool socket : {false, true}) {
+        std::array<int, 2> ends{};
+        ASSERT_EQ(socket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) : pipe(ends.data()), 0);
+        const int standardError = dup(STDERR_FILENO);
+        dup2(ends[1], STDERR_FILENO);
+        close(ends[1]);
+        fcntl(ends[0], F_SETFL, O_NONBLOCK);
+        std::string text;
+        const auto read_all = [&] {
+            std::array<char, 4096> part{};
+            for (ssize_t size = 0; (size = read(ends[0], part.data(), part.size())) > 0;) {
+                text.append(part.data(), static_cast<std::size_t>(size));
+            }
+        };
+        EXPECT_EQ(dynlog_lib_init(), 0);
+        for (int i = 1; i < 5000; ++i) {
+            log_printf(4, "f", 1, "%d%s<end>", i, i % 10 == 0 ? filler.c_str() : "");
+        }
+        EXPECT_EQ(hab_init(), nullptr);  // explains why on standard error
+        read_all();
+        log_printf(4, "f", 1, "<end>");
+        EXPECT_EQ(hab_init(), nullptr);
+        read_all();
+        dup2(standardError, STDERR_FILENO);
+        close(standardError);
+        close(ends[0]);
+        std::array<int, 2> written{};  // by the log, by the store
+        std::array<int, 2> lost{};
+        for (const std::string& line : lines_of(text)) {
+            const bool store = line.starts_with("hablib: ");
+            const auto report = line.find(kLost);
+            (report == std::string::npos ? written : lost).at(store ? 1 : 0) +=
+                report == std::string::npos ? 1 : std::stoi(line.substr(report + std::string(kLost).size()));
+            EXPECT_TRUE(store || report != std::string::npos || line.ends_with("<end>")) << line;
+        }
+        EXPECT_EQ(written[0] + lost[0], 5000);
+        EXPECT_GT(written[0], 100);
+        EXPECT_GT(lost[0], 100);
+        EXPECT_EQ(written[1], 1);
+        EXPECT_EQ(lost[1], 1);
+    }
 }
 
 TEST_F(Dynlog, StandsOpeningAndClosingWhileOthersLog) {
@@ -138,8 +239,7 @@ TEST_F(Dynlog, StandsOpeningAndClosingWhileOthersLog) {
     const std::string before = log();
     log_printf(4, "f", 1, "dropped");
     EXPECT_EQ(log(), before);
-    std::istringstream lines(before);
-    for (std::string line; std::getline(lines, line);) {
+    for (const std::string& line : lines_of(before)) {
         ASSERT_TRUE(line.ends_with(" 4 f:1 line")) << line;
     }
 }
