@@ -1,5 +1,5 @@
 // Robustness: kills and signals at random moments, a hostile connector, an unreliable cloud, a read-only, full or
-// missing store, and a jumping clock. tests/campaign runs these many times.
+// missing store. tests/campaign runs these many times.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -400,39 +400,6 @@ TEST_F(Attacks, AStoreThatFailsIsSaidAndOutlived) {
         run(end);
     }
 }
-
-#ifdef DRO_JUMPING_CLOCK
-// All pauses share one function and all monitor deadlines another, so one case each covers them.
-TEST_F(Attacks, NoWaitLooksAtTheCalendar) {
-    constexpr milliseconds kPause{300};
-    constexpr milliseconds kWatch{500};
-    Launch launch = quick(kPause.count(), kWatch.count());
-    launch.environment["LD_PRELOAD"] = DRO_JUMPING_CLOCK;  // one hour forward or back on each call
-    store.set_all({{"JorvagentCfg.jorv_agent_registered", "1"}, {"DroStatus.cdilSupport", "true"}});
-    cloud.script("addJorvDeviceId/", {kEmpty, kEmpty});
-    AgentProcess agent(store, launch);
-    const auto expect_wait = [](Clock::duration took, milliseconds asked) {
-        EXPECT_GE(took, asked);
-        EXPECT_LT(took, asked + milliseconds(3000));
-    };
-    const auto attempts = cloud.wait_for(3, "addJorvDeviceId/");
-    ASSERT_EQ(attempts.size(), 3U);
-    expect_wait(attempts[1].at - attempts[0].at, kPause);
-    expect_wait(attempts[2].at - attempts[1].at, kPause);
-    const std::string stamp = json_value(attempts[0].body, "ePOCHTimeStamp");
-    EXPECT_GT(std::abs(std::stol(stamp) - std::time(nullptr)), 3000) << "the clock was right";
-    // The link repeats the connector's state, which starts a registration that would delay the order.
-    ASSERT_TRUE(agent.log().wait_for("Returning from JorvAgentStatus_cbHandler\n", 2));
-    const std::string order = R"({"UUID":"u","cmd":"FETCH_CD","data":{"status":0,"fetchFor":"app"}})";
-    const auto ordered = Clock::now();
-    ASSERT_TRUE(eventually([&] { return send_message(kNotificationPort, order); }));
-    const auto reports = cloud.wait_for(1, "transactionAck/");
-    ASSERT_EQ(reports.size(), 1U);
-    expect_wait(reports[0].at - ordered, kWatch);
-    EXPECT_EQ(json_value(reports[0].body, "failureReason"), "CDIL:Fail-Error timeout");
-    expect_prompt_end(agent);
-}
-#endif
 
 }  // namespace
 }  // namespace dro_test

@@ -1,12 +1,16 @@
 // Registration: the router's data sent to the cloud, the effects of the answer, and the daily sync it configures.
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
+#include <fstream>
 
 #include "dro_reg.h"
 #include "faults.h"
 #include "pipeline.h"
+#include "test_agent.h"
 
 namespace dro_test {
 namespace {
@@ -212,6 +216,96 @@ TEST_F(Registration, SyncMarksItselfAsksForTheListAndWaitsADay) {
                      "DALHConfig.CDILRequest=occupied", "DALHConfig.ProcessID=1"}));
     EXPECT_NEAR(static_cast<int>(alarm(0)), 86400, 2);
 }
+
+// ---- A router whose clock starts in 1970 ----
+
+#ifdef DRO_UNSET_CLOCK
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr milliseconds kPause{300};
+constexpr milliseconds kWatch{700};  // longer than all attempts at a report
+
+class UnsetClock : public ProcessTest {
+ protected:
+    UnsetClock() {
+        store.set("DroStatus.cdilSupport", "true");
+        cloud.answer_all(text_answer(R"({"status":1,"reset":false,"claimState":true,"syncTime":"00:00:12"})"));
+        launch.environment = {{"LD_PRELOAD", DRO_UNSET_CLOCK},
+                              {"DRO_TEST_CLOCK_SET", clockSet_},
+                              {"TZ", "UTC0"},
+                              {"DROAGENT_QUICK_PAUSE_MS", std::to_string(kPause.count())},
+                              {"DROAGENT_QUICK_LIST_WATCH_MS", std::to_string(kWatch.count())}};
+    }
+
+    void set_clock() const { std::ofstream{clockSet_}; }
+    // Waits for the only registration and returns its time stamp.
+    long registered_at() const {
+        const auto requests = cloud.wait_for(1, "addJorvDeviceId/");
+        EXPECT_TRUE(store.wait_for("DROStatus.addJorvdeviceIdDone", "true"));
+        return requests.size() == 1 ? std::stol(json_value(requests[0].body, "ePOCHTimeStamp")) : -1;
+    }
+    // The seconds from the registration to the daily list, once computed.
+    static long alarm_seconds(const AgentProcess& agent) {
+        constexpr std::string_view kText = "alarm seconds  is ";
+        eventually([&] { return agent.log().count_starting(kText) == 1; });
+        const std::string log = file_text(agent.log().path());
+        return std::atol(log.substr(std::min(log.find(kText), log.size() - kText.size()) + kText.size()).c_str());
+    }
+
+    Launch launch{.quick = true};
+
+ private:
+    const std::string clockSet_ = store.folder() + "/clock-set";
+};
+
+// All pauses share one function and all monitor deadlines another, so one wait each covers them.
+TEST_F(UnsetClock, CertificatesAreNotValidYetAndNoWaitChanges) {
+    AgentProcess agent(store, launch);
+    ASSERT_TRUE(agent.wait_for_link()) << agent.output();
+    const auto connected = Clock::now();
+    store.set("JorvagentCfg.jorv_agent_connected", "1");
+    ASSERT_TRUE(agent.log().wait_for("No response from DRO Cloud\n", 3));
+    EXPECT_GE(Clock::now() - connected, 2 * kPause);
+    EXPECT_EQ(agent.log().count_starting(
+                  "curl_easy_perform() failed: SSL peer certificate or SSH remote key was not OK::", 4),
+              3U);
+
+    const auto ordered = Clock::now();
+    send_message(kNotificationPort, R"({"UUID":"u","cmd":"FETCH_CD","data":{"status":0,"fetchFor":"app"}})");
+    ASSERT_TRUE(agent.log().wait_for("Cdil Timeout Monitoring Thread Started!\n"));
+    EXPECT_EQ(store.get("RADebugLog.cdilTimestamp"), "10");
+    set_clock();
+    const auto report = cloud.wait_for(1);
+    ASSERT_EQ(report.size(), 1U);
+    EXPECT_GE(report[0].at - ordered, kWatch);
+    EXPECT_EQ(json_value(report[0].body, "failureReason"), "CDIL:Fail-Error timeout");
+
+    // The next connector event registers the router. The daily list is at the right time of day.
+    EXPECT_EQ(store.get("DROStatus.addJorvdeviceIdDone"), "false");
+    store.set("JorvagentCfg.jorv_agent_claimed", "1");
+    const long now = registered_at();
+    EXPECT_LE(std::abs(std::time(nullptr) - now), 20);
+    EXPECT_LE((now + alarm_seconds(agent) - 12 + 10) % 86'400, 20);
+    const std::string log = file_text(agent.log().path());
+    EXPECT_TRUE(log.starts_with("1970-01-01T00:00:10.000 ")) << log.substr(0, 30);
+    EXPECT_NE(log.find("\n2"), std::string::npos) << "no line after the sync";
+    expect_prompt_end(agent);
+}
+
+// Without a bundle no date is checked. The alarm is computed from the wrong time of day, and the sync does not move it.
+TEST_F(UnsetClock, UnverifiedARegistrationOfThatTimeSetsTheDailyListWrong) {
+    remove_ca_bundle();
+    store.set("JorvagentCfg.jorv_agent_registered", "1");
+    AgentProcess agent(store, launch);
+    EXPECT_EQ(registered_at(), 10);
+    EXPECT_EQ(alarm_seconds(agent), 2);
+    set_clock();
+    EXPECT_TRUE(store.wait_for("DroStatus.cdilsyncAt", "PERIODIC"));
+    EXPECT_TRUE(agent.log().wait_for("Timer will start after 86400 Seconds\r\n"));
+    expect_prompt_end(agent);
+}
+#endif
 
 }  // namespace
 }  // namespace dro_test
