@@ -36,7 +36,7 @@ struct State {
     host::StderrLines standardError{lostReport};
     std::unique_ptr<LogFile> file;  // null: lines go to standard error
     std::string module = program_invocation_short_name;
-    TimeText time;
+    LineFormat format;
 };
 
 // Never destroyed: other threads may log while the process exits. Before dynlog_lib_init, lines go to standard error.
@@ -48,8 +48,8 @@ State& state() {
 // Called with the state locked.
 std::string lostReport(std::uint64_t lost) {
     State& log = state();
-    return formatLine(log.time.now(), log.module, kError, __FILE__, __LINE__,
-                      "Lines lost here, because they could not be written: " + std::to_string(lost));
+    return log.format.line(log.module, kError, __FILE__, __LINE__,
+                           "Lines lost here, because they could not be written: " + std::to_string(lost));
 }
 
 // Returns the mask in the store, or `std::nullopt` when it cannot be read.
@@ -68,7 +68,7 @@ void write(int level, const char* file, int line, std::string_view message) {
     if (!log.open) {
         return;
     }
-    const std::string whole = formatLine(log.time.now(), log.module, level, file, line, message);
+    const std::string whole = log.format.line(log.module, level, file, line, message);
     if (log.file) {
         log.file->write(whole);
     } else {
@@ -82,22 +82,21 @@ void write(int level, const char* file, int line, std::string_view message) {
 
 int dynlog_lib_init(void) {
     const char* path = std::getenv("HAB_LOG_FILE");
+    dynlog::State& log = dynlog::state();
+    const std::lock_guard lock(log.mutex);
     try {
-        dynlog::State& log = dynlog::state();
-        const std::lock_guard lock(log.mutex);
         std::unique_ptr<dynlog::LogFile> file;
         if (path != nullptr && *path != '\0') {
             file = std::make_unique<dynlog::LogFile>(path, log.standardError, dynlog::lostReport);
-            if (const int error = file->open(); error != 0) {
-                log.standardError.write("habdynlog: cannot log to " + std::string(path) + ": " + std::strerror(error) +
-                                        "\n");
-                return 1;
-            }
+            file->open();
         }
         log.file = std::move(file);
         log.standardError.remember();
         log.open = true;
         return 0;
+    } catch (const spdlog::spdlog_ex& failure) {
+        log.standardError.write("habdynlog: " + std::string(failure.what()) + "\n");
+        return 1;
     } catch (const std::exception&) {
         return 1;  // out of memory
     }

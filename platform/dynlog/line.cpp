@@ -1,13 +1,25 @@
 #include "line.h"
 
+#include <spdlog/details/fmt_helper.h>
+#include <spdlog/details/log_msg.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
+#include <memory>
 
 namespace dynlog {
 
 namespace {
+
+// Prints the level as the number that callers pass.
+class LevelFlag : public spdlog::custom_flag_formatter {
+ public:
+    void format(const spdlog::details::log_msg& message, const std::tm& /*time*/, spdlog::memory_buf_t& line) override {
+        spdlog::details::fmt_helper::append_int(static_cast<int>(message.level), line);
+    }
+    std::unique_ptr<custom_flag_formatter> clone() const override { return std::make_unique<LevelFlag>(); }
+};
 
 bool isControl(char c) {
     return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
@@ -75,31 +87,16 @@ Message::Message(const char* format, std::va_list arguments) {
     }
 }
 
-std::string_view TimeText::now() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    if (now.tv_sec != second_ || length_ == 0) {
-        struct tm local {};
-        localtime_r(&now.tv_sec, &local);
-        length_ = std::strftime(text_.data(), text_.size(), "%Y-%m-%dT%H:%M:%S", &local);
-        second_ = now.tv_sec;
-    }
-    const long milliseconds = now.tv_nsec / 1'000'000;
-    char* end = text_.data() + length_;
-    *end++ = '.';
-    *end++ = static_cast<char>('0' + milliseconds / 100);
-    *end++ = static_cast<char>('0' + milliseconds / 10 % 10);
-    *end++ = static_cast<char>('0' + milliseconds % 10);
-    return {text_.data(), end};
+LineFormat::LineFormat() {
+    formatter_.add_flag<LevelFlag>('*').set_pattern("%Y-%m-%dT%H:%M:%S.%e %n %* %s:%# %v");
 }
 
-std::string formatLine(std::string_view time, std::string_view module, int level, const char* file, int line,
-                       std::string_view message) {
-    const std::string_view name = file == nullptr ? "?" : baseName(file);
-    std::string whole;
-    whole.reserve(time.size() + module.size() + name.size() + message.size() + 32);
-    whole.append(time).append(" ").append(module).append(" ").append(std::to_string(level)).append(" ");
-    return whole.append(name).append(":").append(std::to_string(line)).append(" ").append(message).append("\n");
+std::string LineFormat::line(std::string_view module, int level, const char* file, int line, std::string_view message) {
+    const spdlog::source_loc place{file == nullptr ? "?" : baseName(file), line, ""};
+    const auto number = static_cast<spdlog::level::level_enum>(level);
+    spdlog::memory_buf_t text;
+    formatter_.format({place, {module.data(), module.size()}, number, {message.data(), message.size()}}, text);
+    return {text.data(), text.size()};
 }
 
 }  // namespace dynlog

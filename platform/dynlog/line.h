@@ -1,10 +1,11 @@
 // line.h - formats a log message as a single line. Any thread.
 #pragma once
 
+#include <spdlog/pattern_formatter.h>
+
 #include <array>
 #include <cstdarg>
 #include <cstddef>
-#include <ctime>
 #include <string>
 #include <string_view>
 
@@ -26,21 +27,17 @@ class Message {
     std::string_view text_;
 };
 
-// The local time as text. One thread at a time.
-class TimeText {
+// Formats "TIME MODULE LEVEL FILE:LINE MESSAGE" lines. One thread at a time.
+class LineFormat {
  public:
-    // Returns YYYY-MM-DDTHH:MM:SS.mmm, valid until the next call.
-    std::string_view now();
+    LineFormat();
+
+    // Returns the line with its newline. Of `file`, which may be null, the last component is shown. Throws
+    // std::bad_alloc.
+    std::string line(std::string_view module, int level, const char* file, int line, std::string_view message);
 
  private:
-    std::time_t second_ = 0;
-    std::array<char, 40> text_{};
-    std::size_t length_ = 0;  // up to the seconds, which are converted once
+    spdlog::pattern_formatter formatter_;
 };
-
-// Returns "TIME MODULE LEVEL FILE:LINE MESSAGE" and a newline. Of `file`, which may be null, the last component is
-// shown. Throws std::bad_alloc.
-std::string formatLine(std::string_view time, std::string_view module, int level, const char* file, int line,
-                       std::string_view message);
 
 }  // namespace dynlog

@@ -1,19 +1,19 @@
 // log_file.h - the log's file and its rotation. Not thread-safe.
 #pragma once
 
-#include <sys/types.h>
+#include <spdlog/sinks/sink.h>
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
-#include <string_view>
 
 #include "stderr_lines.h"
 
 namespace dynlog {
 
 // Appends to PATH, mode 0600. When a line would exceed 4 MiB, the file is renamed to NAME.1.EXTENSION, its predecessor
-// to NAME.2.EXTENSION, and a new one is started. A target that is not a regular file is never rotated.
+// to NAME.2.EXTENSION, and a new one is started.
 //
 // When the file cannot be opened, rotated or written, lines are lost. The next attempt is made with a later line, after
 // a pause that grows from 0.1 to 2 s. Standard error has one line when this begins; the file has one when it ends, with
@@ -27,31 +27,25 @@ class LogFile {
     // Reports lines that are still lost on standard error.
     ~LogFile();
 
-    // Opens the file. Returns 0, or the error number of a failure that a retry does not fix. Other failures (too many
-    // open files, no memory, no space) begin the state above and return 0.
-    int open();
+    // Opens the file. Throws spdlog::spdlog_ex when a retry does not help. Other failures (too many open files, no
+    // memory, no space) begin the state above.
+    void open();
 
-    // Appends `line`, which ends in a newline, as a whole or not at all.
-    void write(std::string_view line);
+    // Appends `line`, which ends in a newline.
+    void write(const std::string& line);
 
  private:
     using Clock = std::chrono::steady_clock;
 
-    // These return 0 or an error number.
-    int reopen();
-    int rotate();
-    int append(std::string_view text);
-
-    void close();
-    void fail(int error);
-    void complain(const std::string& text);
+    std::unique_ptr<spdlog::sinks::sink> makeSink();
+    void put(const std::string& text);
+    void fail(const char* cause);
 
     const std::string path_;
     host::StderrLines& errors_;
     std::string (*const report_)(std::uint64_t lost);
-    int file_ = -1;
-    bool regular_ = false;
-    off_t size_ = 0;
+    std::unique_ptr<spdlog::sinks::sink> sink_;  // null while the file is unavailable
+    int openError_ = 0;                          // of the last attempt
 
     std::uint64_t lost_ = 0;
     std::chrono::milliseconds pause_{0};  // 0 while the file is available
