@@ -267,6 +267,7 @@ TEST_F(UnsetClock, CertificatesAreNotValidYetAndNoWaitChanges) {
     store.set("JorvagentCfg.jorv_agent_connected", "1");
     ASSERT_TRUE(agent.log().wait_for("No response from DRO Cloud\n", 3));
     EXPECT_GE(Clock::now() - connected, 2 * kPause);
+    EXPECT_EQ(agent.log().count("(DROagent) - res= 0x3c, HTTP status code = 0\n"), 3U);
     EXPECT_EQ(agent.log().count_starting(
                   "curl_easy_perform() failed: SSL peer certificate or SSH remote key was not OK::", 4),
               3U);
