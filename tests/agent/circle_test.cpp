@@ -17,6 +17,7 @@ constexpr const char* kNoAcknowledgement = "another request";
 constexpr const char* kAct = "DroStatus.CircleAct=false";
 constexpr const char* kProvisionOff = "DroStatus.CircleProvision=false";
 constexpr const char* kAnswerOff = "CircleCfgInternal.activationStatusDROA=none";
+constexpr const char* kBusy = "u-2 0 Earlier SORB activation request already in progress";
 
 Texts joined(Texts first, const Texts& second) {
     first.insert(first.end(), second.begin(), second.end());
@@ -65,7 +66,7 @@ TEST_F(Circle, AnActivationIsWrittenForTheAgentOrRefused) {
     expect("DEACTIVATE_CIRCLE", "u-2", {}, order("deactivate", "u-2"), {});
     expect("ACTIVATE_CIRCLE", "u-1", {}, order("activate", "u-1"), {}, true);
     expect("ACTIVATE_CIRCLE", "u-1", {{"CircleCfg.cuuid", ""}}, order("activate", "u-1"), {});
-    expect("ACTIVATE_CIRCLE", "u-2", busy, none, {"u-2 0 Earlier SORB activation request already in progress"});
+    expect("ACTIVATE_CIRCLE", "u-2", busy, none, {kBusy});
     expect("DEACTIVATE_CIRCLE", "u-2", busy, order("deactivate", "u-2"), {});
     expect("ACTIVATE_CIRCLE", "u-2", {}, {kAct, "CircleCfgInternal.actionDROA=activate", kProvisionOff},
            {"u-2 0 Failed to Set DAL Attr"}, false, "CircleCfgInternal.actionDROA");
@@ -122,15 +123,15 @@ constexpr const char* kProvision = "PROVISION_CIRCLE";
 constexpr const char* kRunning = "u-2 1 Success: Provision running";
 
 // The five credentials with these lengths.
-std::string credentials(std::size_t id = 5, std::size_t access = 5, std::size_t refresh = 5, std::size_t local = 5,
-                        std::size_t host = 5) {
+std::string credentials(const std::array<std::size_t, 5>& lengths = {5, 5, 5, 5, 5}) {
+    const auto [id, access, refresh, local, host] = lengths;
     return R"({"circleId":")" + std::string(id, 'i') + R"(","accessToken":")" + std::string(access, 'a') +
            R"(","refreshToken":")" + std::string(refresh, 'r') + R"(","localToken":")" + std::string(local, 'l') +
            R"(","cloudHost":")" + std::string(host, 'h') + "\"}";
 }
 
 TEST_F(Circle, AProvisioningIsRefusedForEachReason) {
-    const auto expect = [&](const std::string& data, const Texts& acks, const char* logged, int level,
+    const auto expect = [&](const std::string& data, const Texts& acks, const std::string& logged, int level,
                             const Texts& writes = {}, const Settings& settings = {}, const char* command = kProvision) {
         store.set_all({{"DroCfg.circle_uuid", "u-1"},
                        {"DroStatus.CircleAct", "true"},
@@ -146,22 +147,19 @@ TEST_F(Circle, AProvisioningIsRefusedForEachReason) {
     for (const char* noJson : {"", "{"}) {
         expect(noJson, {"u-2 0 Failed to Parse Data Object"}, kAcked, 1);
     }
-    const auto expect_missing = [&](const std::string& data, const std::string& reason, const char* logged) {
-        expect(data, {"u-2 0 Invalid Argument " + reason}, logged, 2);
-    };
-    const std::string some = R"({"circleId":"i","accessToken":)";
-    expect_missing("{}", "circleId", "Circle Id is not present!\n");
-    expect_missing(some + "1}", "AccessToken", "accessToken is not present!\n");
-    expect_missing(some + R"("a","RefreshToken":"r"})", "refreshToken", "refreshToken is not present!\n");
-    expect_missing(some + R"("a","refreshToken":"r"})", "localToken", "localToken is not present!\n");
-    expect_missing(some + R"("a","refreshToken":"r","localToken":"l"})", "cloudHost", "cloudHost is not present!\n");
-    expect(credentials(128), {}, "Overflow of circleId buffer\n", 4);
-    expect(credentials(5, 4096), {}, "Overflow of AccessToken buffer\n", 4);
-    expect(credentials(5, 5, 2048), {}, "Overflow of refreshToken buffer\n", 4);
-    expect(credentials(5, 5, 5, 2048), {}, "Overflow of localToken buffer\n", 4);
-    expect(credentials(5, 5, 5, 5, 64), {}, "Overflow of cloudHost buffer\n", 4);
-    expect(credentials(), {"u-2 0 Earlier SORB activation request already in progress"}, kAcked, 1, {},
-           {{"CircleDebug.sorbActivationProgress", "inProgress"}});
+    std::string given = "{";
+    for (const auto& [name, logged, reason, size] : Cases<std::string, std::string, std::string, std::size_t>{
+             {"circleId", "Circle Id", "circleId", 128},
+             {"accessToken", "accessToken", "AccessToken", 4096},
+             {"refreshToken", "refreshToken", "refreshToken", 2048},
+             {"localToken", "localToken", "localToken", 2048},
+             {"cloudHost", "cloudHost", "cloudHost", 64}}) {
+        const std::string member = given + "\"" + name + "\":";
+        expect(member + "1}", {"u-2 0 Invalid Argument " + reason}, logged + " is not present!\n", 2);
+        expect(member + "\"" + std::string(size, 'x') + "\"}", {}, "Overflow of " + reason + " buffer\n", 4);
+        given = member + "\"\",";
+    }
+    expect(credentials(), {kBusy}, kAcked, 1, {}, {{"CircleDebug.sorbActivationProgress", "inProgress"}});
     expect(credentials(), {"u-2 0 Invalid Operation, Circle Action was not initiated"}, kChecked, 1, {kAct},
            {{"DroStatus.CircleAct", "false"}});
     expect(credentials(), {"u-2 0 Invalid Command for Provision"}, kChecked, 1, {kAct}, {}, "PROVISION_CIRCLES");
@@ -185,8 +183,7 @@ TEST_F(Circle, AProvisioningIsWrittenInItsOrderUntilAWriteFails) {
                           "CircleCfgInternal.actionDROA=provision",
                           "DroStatus.CircleProvision=true"};
         SCOPED_TRACE(failing);
-        const std::string data = credentials(id, access, refresh, local, host);
-        expect_order([&] { dro::circle_provision("u-2", kProvision, data_text(data)); },
+        expect_order([&] { dro::circle_provision("u-2", kProvision, data_text(credentials(lengths))); },
                      joined(Texts(order.begin(), order.begin() + upTo), {kAct}), {answer}, failing);
         EXPECT_EQ(log.has("Set DROSTATUS Thread to true\n", 1), answer == kRunning);
     };
