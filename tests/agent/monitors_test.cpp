@@ -28,9 +28,6 @@ constexpr const char* kDone =
     "Circle is Being Activated or deactivated, sending Thread Signal to Provisioning thread\n";
 constexpr const char* kListPushed = "Cdil is Being Success or Failure, sending Thread Signal to Cdilstatus thread\n";
 constexpr const char* kActivationSeen = "Circle Activation callback\n";
-constexpr const char* kActivationStarted = "Circle Activation Monitoring Thread Started!\n";
-constexpr const char* kListSeen = "CDIL Timeout callback\n";
-constexpr const char* kListStarted = "Cdil Timeout Monitoring Thread Started!\n";
 constexpr std::chrono::milliseconds kSoon{150};
 constexpr std::chrono::milliseconds kLater{600};  // enough for an immediate answer
 
@@ -105,13 +102,17 @@ TEST_F(Monitors, ReportSilenceAndLoseAnEarlyAnswer) {
     store.set(kList.answer, "success");
     ASSERT_TRUE(log.wait_for(kDone) && log.wait_for(kListPushed));
     const Cases<const Kind*, Texts> cases{
-        {&kActivation, {kActivationSeen, kActivationStarted, "actionDROA field cleaned up and reset to none ....\n"}},
+        {&kActivation,
+         {kActivationSeen, "Circle Activation Monitoring Thread Started!\n",
+          "actionDROA field cleaned up and reset to none ....\n"}},
         {&kProvision,
          {"Provision callback\n", "Circle Provision Monitoring Thread Started!\n", "LastCircleTransUUID is u-1\n"}},
         {&kToggle,
          {"Circle Toggle callback\n", "Circle running state toggle Monitoring Thread Started!\n",
           "LastCircleTransUUID is u-2\n", "Circle Toggle request timeout reached\n"}},
-        {&kList, {kListSeen, kListStarted, "LastCdilTransUUID is t-1\n", "Cdil status request timeout reached\n"}}};
+        {&kList,
+         {"CDIL Timeout callback\n", "Cdil Timeout Monitoring Thread Started!\n", "LastCdilTransUUID is t-1\n",
+          "Cdil status request timeout reached\n"}}};
     for (const auto& [kind, said] : cases) {
         // Notices are delivered one at a time in write order: once this one is handled, so are the order's.
         log.forget();
@@ -131,23 +132,6 @@ TEST_F(Monitors, ReportSilenceAndLoseAnEarlyAnswer) {
     order(kList);
     EXPECT_EQ(acks_when_over(), Texts(3, kList.late));
     EXPECT_TRUE(log.has("Failed to send transack for CDIL timeout\n", 4));
-}
-
-TEST_F(Monitors, ReportAnAnswerOnceThatIsGivenTwice) {
-    start(kPatience);
-    cloud.script("pc/circle/cuuid", {kStall});
-    order(kActivation);
-    store.set(kAnswer, "activated");
-    ASSERT_EQ(cloud.wait_for(1).size(), 1U);
-    store.set(kAnswer, "activated");
-    store.set(kActivation.flag, "true");  // a repeated notice of the same order
-    ASSERT_TRUE(log.wait_for(kActivationSeen, 2));
-    cloud.release();
-    ASSERT_TRUE(over());
-    EXPECT_EQ(cloud.requests().size(), 1U);
-    EXPECT_EQ(log.count(kActivationStarted), 1U);
-    order(kActivation);
-    EXPECT_EQ(log.count(kActivationStarted), 2U) << "the next order of the same name";
 }
 
 TEST_F(Monitors, ASignalThatFailsIsReportedAtOnce) {
@@ -220,6 +204,8 @@ TEST_F(Monitors, ALockThatFailsEndsTheMonitor) {
     EXPECT_TRUE(cloud.requests().empty());
 }
 
+// ---- The stop ----
+
 TEST_F(Monitors, AStopEndsThemAndTheyWriteNothing) {
     start(kPatience);
     for (const Kind* kind : {&kActivation, &kProvision, &kToggle, &kList}) {
@@ -228,74 +214,53 @@ TEST_F(Monitors, AStopEndsThemAndTheyWriteNothing) {
     const StoreSpy spy;
     dro::stop_monitors();
     EXPECT_EQ(acks_when_over(), Texts{});
-    EXPECT_EQ(spy.writes(), Texts{});
-}
-
-TEST_F(Monitors, NoNoticeIsHandledAfterAStop) {
-    start(kPatience);
     dro::request_stop();
-    store.set(kActivation.flag, "true");
-    EXPECT_FALSE(eventually([&] { return log.has(kActivationSeen); }, kSoon));
+    dro::alarmcallback(SIGALRM);
+    dro::JorvAgentStatus_cbHandler(0, 0, 0);
+    EXPECT_EQ(spy.writes(), Texts{});
+    log.forget();
+    store.set_all({{kActivation.flag, "true"}, {"DALHNotifyCDIL.CDILstatus", "complete"}});
+    EXPECT_FALSE(eventually([&] { return log.has(kActivationSeen); }, kSoon)) << "no notice is handled any more";
+    dro::t_Handler_cdilSync();
+    EXPECT_EQ(spy.writes(), Texts{"DALHNotifyCDIL.CDILstatus=init"});
 }
 
-TEST_F(Monitors, AReportThatTheStopCutsShortWritesNothingMore) {
+TEST_F(Monitors, WhatTheStopCutsShortWritesNothingMore) {
     start(kPatience);
-    const Cases<const Kind*, const char*> cases{{&kActivation, "deactivated"},
-                                                {&kActivation, "activated"},
-                                                {&kProvision, "provisioned"},
-                                                {&kToggle, "enabled"}};
-    for (const auto& [kind, answer] : cases) {
+    const auto answered = [this](const Kind& kind, const char* answer) {
+        order(kind);
+        store.set(kind.answer, answer);
+    };
+    const std::vector<std::function<void()>> cases{
+        [&] { answered(kActivation, "deactivated"); }, [&] { answered(kActivation, "activated"); },
+        [&] { answered(kProvision, "provisioned"); }, [&] { answered(kToggle, "enabled"); },
+        // commands that are answered at once
+        [] { dro::toggle_circle("u-9", dro::JsonText(strdup(R"({"toggle":"on"})"))); },
+        [] {
+            constexpr const char* kCredentials =
+                R"({"circleId":"c","accessToken":"a","refreshToken":"r","localToken":"l","cloudHost":"h"})";
+            dro::circle_provision("u-9", "PROVISION_CIRCLE", dro::JsonText(strdup(kCredentials)));
+        },
+        [this] {
+            store.set("CircleDebug.sorbActivationProgress", "inProgress");
+            dro::circle_action("u-9", "ACTIVATE_CIRCLE", true);
+        }};
+    for (const auto& work : cases) {
+        SCOPED_TRACE(&work - cases.data());
         clear_stop();
         cloud.forget();
         cloud.script("transactionAck/", {kStall});
         cloud.script("pc/circle/cuuid", {kStall});
-        store.set(kActivation.flag, "false");
-        order(*kind);
-        const StoreSpy spy;
-        store.set(kind->answer, answer);
-        ASSERT_EQ(cloud.wait_for(1).size(), 1U) << answer;
-        dro::request_stop();
-        EXPECT_TRUE(over());
-        EXPECT_EQ(spy.writes(), Texts{}) << answer;
-        cloud.release();
-    }
-}
-
-TEST_F(Monitors, WhatElseTheStopCutsShortWritesNothingMoreEither) {
-    start(kPatience);
-    store.set_all({{"CircleStatus.activationStatus", "provisioned"}, {"CircleStatus.sorbStatus", "enabled"}});
-    constexpr const char* kCredentials =
-        R"({"circleId":"c","accessToken":"a","refreshToken":"r","localToken":"l","cloudHost":"h"})";
-    const Cases<const char*, std::function<void()>> cases{
-        {"a toggle that is done already",
-         [] { dro::toggle_circle("u-9", dro::JsonText(strdup(R"({"toggle":"on"})"))); }},
-        {"a provisioning refused",
-         [] { dro::circle_provision("u-9", "PROVISION_CIRCLE", dro::JsonText(strdup(kCredentials))); }},
-        {"an activation refused",
-         [this] {
-             store.set("CircleDebug.sorbActivationProgress", "inProgress");
-             dro::circle_action("u-9", "ACTIVATE_CIRCLE", true);
-         }},
-    };
-    for (const auto& [name, command] : cases) {
-        clear_stop();
-        cloud.forget();
-        cloud.script("transactionAck/", {kStall});
-        std::thread stopped(command);
-        EXPECT_EQ(cloud.wait_for(1).size(), 1U) << name;
+        store.set_all({{kActivation.flag, "false"}, {"CircleStatus.sorbStatus", "enabled"}});
+        std::thread stopped(work);
+        EXPECT_EQ(cloud.wait_for(1).size(), 1U);
         const StoreSpy spy;
         dro::request_stop();
         stopped.join();
-        EXPECT_EQ(spy.writes(), Texts{}) << name;
+        EXPECT_TRUE(over());
+        EXPECT_EQ(spy.writes(), Texts{});
         cloud.release();
     }
-    const StoreSpy spy;
-    dro::alarmcallback(SIGALRM);
-    dro::JorvAgentStatus_cbHandler(0, 0, 0);
-    EXPECT_EQ(spy.writes(), Texts{});
-    store.set("DALHNotifyCDIL.CDILstatus", "complete");
-    dro::t_Handler_cdilSync();
-    EXPECT_EQ(spy.writes(), Texts{"DALHNotifyCDIL.CDILstatus=init"});
 }
 
 // ---- Answers ----
