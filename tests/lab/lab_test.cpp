@@ -1,12 +1,18 @@
-// The router's services and the lab's operations, on a real store. The tests act as the agent.
+// The router's services and the lab's operations, on a real store, where the tests act as the agent; and the page's
+// server: which requests it accepts, and that its readers block nothing. web_test.py tests the page itself.
 #include "lab.h"
 
 #include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <algorithm>
+#include <future>
 
 #include "cases.h"
 #include "control.h"
 #include "store_fields.h"
 #include "wait.h"
+#include "web.h"
 
 namespace lab {
 namespace {
@@ -15,23 +21,18 @@ using std::chrono::milliseconds;
 
 class LabTest : public testing::Test {
  protected:
-    // Writes a request as the agent does.
-    void order(std::uint32_t feature, const Field& operand, const std::string& value) {
-        lab_.store.set(operand, value);
-        lab_.store.set(field::DALHConfig::FeatureID, std::to_string(feature));
-        lab_.store.set(field::DALHConfig::ProcessID, "1");
-    }
-
     bool holds(const Field& field, const std::string& value) {
         return lab_.store.await(field, value, dro_test::kPatience);
     }
-
-    void list() {
+    // Has the device service build a list for a transaction, as the agent does.
+    void list(const char* transaction) {
         lab_.store.set(field::DALHNotifyCDIL::CDILstatus, "init");
-        order(8, field::DALHConfig::CDILRequest, "occupied");
+        lab_.store.set({{field::DroStatus::cdilTransUuid, transaction},
+                        {field::DALHConfig::CDILRequest, "occupied"},
+                        {field::DALHConfig::FeatureID, "8"},
+                        {field::DALHConfig::ProcessID, "1"}});
         EXPECT_TRUE(holds(field::DALHNotifyCDIL::CDILstatus, "complete"));
     }
-
     Reply act(const std::string& operation, const std::string& arguments) {
         return perform(lab_, operation, parseJson(arguments));
     }
@@ -42,12 +43,11 @@ class LabTest : public testing::Test {
 };
 
 TEST_F(LabTest, DeviceServiceClosesTheTransactionOfAnAnsweredListOnly) {
-    lab_.store.set(field::DroStatus::cdilTransUuid, "first");
-    list();
+    list("first");
     lab_.store.set(field::DroStatus::cdilTransUuid, "second");  // arrives while the first list is being delivered
     lab_.store.set(field::RADebugLog::cdilDebugStatus, "success");
     lab_.store.set(field::RADebugLog::cdilDebugStatus, "none");
-    list();
+    list("second");
     EXPECT_EQ(lab_.store.get(field::DroStatus::cdilTransUuid), "second");
     lab_.store.set(field::RADebugLog::cdilDebugStatus, "success");
     EXPECT_TRUE(holds(field::DroStatus::cdilTransUuid, "Noop"));
@@ -57,15 +57,10 @@ TEST_F(LabTest, DeviceServiceTellsOfTaggedDevicesAsTagged) {
     const dro_test::Cases<const char*, bool, bool> cases{
         {"untag", true, false},   {"both", true, true},     {"both", false, true},   {"online", true, true},
         {"online", false, false}, {"offline", false, true}, {"offline", true, false}};
-    const std::string name = lab_.population.at(7).name;
     for (const auto& [tag, online, told] : cases) {
-        lab_.store.set(field::DALHNotifyDTN::Index, "257");
-        lab_.store.set(field::DALHConfig::TaggedDeviceMAC, macText(lab_.population.at(7).mac));
-        order(2, field::DALHConfig::TagStatus, tag);
-        ASSERT_TRUE(holds(field::Dilsignature::IsTagged.at(7), tag));
-        lab_.devices.deviceOnline(name, online);
+        lab_.store.set({{field::DALHNotifyDTN::Index, "257"}, {field::Dilsignature::IsTagged.at(7), tag}});
+        lab_.devices.deviceOnline(lab_.population.at(7).name, online);
         EXPECT_EQ(lab_.store.get(field::DALHNotifyDTN::Index), told ? "7" : "257") << tag << " " << online;
-        EXPECT_EQ(lab_.store.get(field::Dilsignature::Devicestate.at(7)), online ? "UP" : "DOWN");
     }
 }
 
@@ -73,18 +68,21 @@ TEST_F(LabTest, OperationsSayWhatIsWrongWithThem) {
     EXPECT_EQ(act("cloud", R"({"mood":"sideways"})").text,
               "\"sideways\" is not one of: down, slow, close, empty, error, garbage, refuse, stall, up");
     EXPECT_EQ(act("cloud", R"({"mood":"slow","value":"soon"})").text, "value: \"soon\" is no number");
-    for (const char* wrong : {"24:00:00", "23:59:60", "2:00:00", "02:00:00 ", "02:00", ""}) {
-        EXPECT_EQ(act("sync-time", std::string(R"({"value":")") + wrong + R"("})").text,
-                  std::string("\"") + wrong + "\" is neither HH:MM:SS nor null");
+    for (const std::string wrong : {"24:00:00", "23:59:60", "2:00:00", "02:00:00 ", "02:00", ""}) {
+        EXPECT_EQ(act("sync-time", R"({"value":")" + wrong + R"("})").text,
+                  "\"" + wrong + "\" is neither HH:MM:SS nor null");
     }
-    EXPECT_FALSE(act("device", R"({"action":"offline","name":"nobody"})").ok);
-    EXPECT_FALSE(act("devices", R"({"count":"257"})").ok);
-    EXPECT_FALSE(act("send", R"({"command":"BLOCK_CD"})").ok) << "delivered without an agent";
     EXPECT_EQ(act("send", R"({"command":"BLOCK_CD","data":"[]","timeoutMs":"1"})").text,
               "the data is no JSON object: []");
-    EXPECT_FALSE(act("cloud", R"({"mood":7})").ok);
-    EXPECT_FALSE(act("cloud", "nonsense").ok);
-    EXPECT_FALSE(act("dance", "{}").ok);
+    for (const auto& [operation, arguments] :
+         dro_test::Cases<const char*, const char*>{{"device", R"({"action":"offline","name":"nobody"})"},
+                                                   {"devices", R"({"count":"257"})"},
+                                                   {"send", R"({"command":"BLOCK_CD"})"},  // there is no agent
+                                                   {"cloud", R"({"mood":7})"},
+                                                   {"cloud", "nonsense"},
+                                                   {"dance", "{}"}}) {
+        EXPECT_FALSE(act(operation, arguments).ok) << operation << arguments;
+    }
     EXPECT_TRUE(act("cloud", R"({"mood":"down"})").ok);
     EXPECT_FALSE(lab_.cloud.isUp());
     EXPECT_EQ(printable("one\ntwo\x7f"), "one\\x0atwo\\x7f");
@@ -105,20 +103,117 @@ TEST_F(LabTest, ASecondTerminalReachesTheLabAndOnlyTheUserDoes) {
 }
 
 TEST(Timeline, AnEventIsAnObjectOnOneLine) {
-    Event event;
-    event.from = Actor::Agent;
-    event.to = Actor::Cloud;
-    event.what = "K\xFC\"che\n";
-    event.at = std::chrono::system_clock::time_point(milliseconds(1500));
-    EXPECT_EQ(jsonOf(event), "{\"time\":1.5,\"from\":\"agent\",\"to\":\"cloud\",\"what\":\"K\xEF\xBF\xBD\\\"che\\n\"}");
-    event.what = "";
-    event.body = "{}";
-    event.tone = Tone::Bad;
-    event.took = milliseconds(20);
-    event.exchange = 3;
-    event.head = "POST /";
-    EXPECT_EQ(jsonOf(event), R"({"time":1.5,"from":"agent","to":"cloud","what":"","body":"{}","tone":"bad","ms":20,)"
+    const std::chrono::system_clock::time_point at(milliseconds(1500));
+    const Event named{Actor::Agent, Actor::Cloud, "K\xFC\"che\n", "", Tone::Plain, {}, 0, "", at};
+    EXPECT_EQ(jsonOf(named), "{\"time\":1.5,\"from\":\"agent\",\"to\":\"cloud\",\"what\":\"K\xEF\xBF\xBD\\\"che\\n\"}");
+    const Event whole{Actor::Agent, Actor::Cloud, "", "{}", Tone::Bad, milliseconds(20), 3, "POST /", at};
+    EXPECT_EQ(jsonOf(whole), R"({"time":1.5,"from":"agent","to":"cloud","what":"","body":"{}","tone":"bad","ms":20,)"
                              R"("exchange":3,"head":"POST /"})");
+}
+
+// ---- The page's server ----
+
+class WebTest : public LabTest {
+ protected:
+    WebTest() { timeline_.add(feedSink(feed_)); }
+
+    std::string key() const { return page_.address().substr(page_.address().find('#') + 1); }
+    std::string origin() const { return page_.address().substr(0, page_.address().find("/#")); }
+    std::string port() const { return origin().substr(origin().rfind(':')); }
+
+    std::shared_ptr<WebFeed> feed_ = std::make_shared<WebFeed>();
+    WebPage page_{lab_, feed_, 0};
+};
+
+TEST_F(WebTest, AnswersTheHolderOfTheKeyAtItsOwnAddressOnly) {
+    httplib::Client client(origin());
+    const std::string own = "127.0.0.1" + port();
+    const dro_test::Cases<std::string, std::string, std::string, int> reads{
+        {own, "/", "", 200},
+        {"localhost" + port(), "/lab.js", "", 200},
+        {"rebound.example" + port(), "/", "", 403},
+        {"127.0.0.1", "/", "", 403},
+        {own, "/lab.json", key(), 200},
+        {own, "/lab.json", "", 403},
+        {own, "/lab.json", key() + "0", 403},
+        {own, "/events", "", 403},
+        {"rebound.example" + port(), "/lab.json", key(), 403}};
+    for (const auto& [host, path, key, status] : reads) {
+        const auto result = client.Get(path, {{"Host", host}, {"X-Lab-Key", key}});
+        ASSERT_TRUE(result);
+        EXPECT_EQ(result->status, status) << host << path << " " << key;
+        EXPECT_TRUE(
+            result->get_header_value("Content-Security-Policy").starts_with("default-src 'none'; script-src 'self'"));
+    }
+    const dro_test::Cases<std::string, std::string> wrong{{"", key()},
+                                                          {"null", key()},
+                                                          {"http://elsewhere.example", key()},
+                                                          {"http://localhost" + port(), key()},
+                                                          {origin(), ""}};
+    const auto act = [&](const std::string& from, const std::string& key) {
+        const httplib::Headers headers{{"Host", own}, {"X-Lab-Key", key}, {"Origin", from}};
+        const auto result = client.Post("/operations/cloud", headers, R"({"mood":"down"})", "text/plain");
+        return result ? result->status : 0;
+    };
+    for (const auto& [from, key] : wrong) {
+        EXPECT_EQ(act(from, key), 403) << from << " " << key;
+    }
+    EXPECT_TRUE(lab_.cloud.isUp());
+    EXPECT_EQ(act(origin(), key()), 200);
+    EXPECT_FALSE(lab_.cloud.isUp());
+}
+
+TEST_F(WebTest, TakenPortSaysWhatToDo) {
+    try {
+        const WebPage second(lab_, feed_, std::stoi(port().substr(1)));
+        FAIL() << "two pages share a port";
+    } catch (const std::runtime_error& problem) {
+        EXPECT_NE(std::string(problem.what()).find("drolab up --web "), std::string::npos) << problem.what();
+    }
+}
+
+TEST_F(WebTest, AReaderThatDoesNotReadHoldsUpNobody) {
+    std::promise<void> stuck;
+    std::promise<void> end;
+    std::jthread reader([&, ended = end.get_future().share(), first = true]() mutable {
+        httplib::Client(origin()).Get("/events?key=" + key(), [&](const char*, std::size_t) {
+            if (std::exchange(first, false)) {
+                stuck.set_value();
+            }
+            ended.wait();
+            return false;
+        });
+    });
+    stuck.get_future().wait();
+    std::chrono::steady_clock::duration longest{};
+    for (int i = 0; i < 400; ++i) {
+        const auto begin = std::chrono::steady_clock::now();
+        timeline_.tell(Actor::Lab, Actor::Agent, "number " + std::to_string(i), std::string(65536, 'x'));
+        longest = std::max(longest, std::chrono::steady_clock::now() - begin);
+    }
+    EXPECT_LT(longest, milliseconds(1500)) << "such a reader is given up after two seconds";
+    end.set_value();
+}
+
+TEST(WebFeed, KeepsTheNewestEventsAndEachValueOnce) {
+    WebFeed feed;
+    for (int i = 1; i <= 400; ++i) {
+        feed.addEvent("\"" + std::to_string(i) + std::string(65536, ' ') + "\"");
+        feed.addValue("one", std::to_string(i));
+    }
+    feed.end();
+    std::string told;
+    std::size_t steps = 0;
+    for (WebFeed::News news; !news.over; ++steps) {
+        news = feed.after(news.upTo, milliseconds(0));
+        told += news.items;
+    }
+    EXPECT_GT(steps, 10U);
+    EXPECT_LT(told.size(), 17U * 1024 * 1024);
+    EXPECT_GT(told.size(), 15U * 1024 * 1024);
+    EXPECT_NE(told.find("\"400 "), std::string::npos);
+    EXPECT_EQ(told.find("\"100 "), std::string::npos);
+    EXPECT_EQ(told.find("{\"value\":"), told.rfind("{\"value\":400}"));
 }
 
 }  // namespace
