@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <utility>
 
 #include "libJorvhdlr.h"
 
@@ -22,14 +24,24 @@ constexpr std::array kLevelNames{"ERROR", "DEBUG", "INFO"};
 
 pthread_mutex_t g_fileLock = PTHREAD_MUTEX_INITIALIZER;  // serialises lines and rotation
 
+int g_spare = -1;  // closed for a line while the process has no other descriptor left; under g_fileLock
+
 struct FileClose {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 using File = std::unique_ptr<std::FILE, FileClose>;
 
 // /tmp is world-writable. The flags refuse a planted symbolic link and do not block on a planted FIFO.
+int open_file() {
+    return open(log_file, O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+}
+
 File open_log() {
-    const int descriptor = open(log_file, O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+    int descriptor = open_file();
+    if (descriptor < 0 && errno == EMFILE && g_spare >= 0) {
+        close(std::exchange(g_spare, -1));
+        descriptor = open_file();
+    }
     if (descriptor < 0) {
         return nullptr;
     }
@@ -86,6 +98,9 @@ __attribute__((format(printf, 2, 3))) void log_to_file(Level level, const char* 
         std::vfprintf(file.get(), format, arguments);
         va_end(arguments);
         std::fflush(file.get());
+    }
+    if (g_spare < 0) {
+        g_spare = open("/dev/null", O_RDONLY | O_CLOEXEC);
     }
     pthread_mutex_unlock(&g_fileLock);
 }

@@ -1,6 +1,5 @@
 #include "jorv_receiver.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -17,7 +16,6 @@
 namespace jorv {
 namespace {
 
-constexpr int kAcceptFailurePauseMs = 100;  // the failed connection stays pending, so an immediate retry would spin
 constexpr std::size_t kReadStep = 256;
 constexpr std::size_t kLengthLimit = 65535;  // checked before each read, so a message can exceed it by one read
 
@@ -35,15 +33,6 @@ struct Connection {
     int descriptor;
     MessageCallback callback;
 };
-
-void limit_stalls(int descriptor) {
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timings().receive);
-    const auto rest = std::chrono::duration_cast<std::chrono::microseconds>(timings().receive - seconds);
-    const timeval limit{static_cast<time_t>(seconds.count()), static_cast<suseconds_t>(rest.count())};
-    if (setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0) {
-        jorvPerror("SO RX timeout set");
-    }
-}
 
 // Appends `count` bytes before the terminating NUL. Returns false when out of memory.
 bool append(std::vector<char>& message, const char* bytes, std::size_t count) {
@@ -79,7 +68,7 @@ bool read_message(int descriptor, std::vector<char>& message) {
 }
 
 void receive(const Connection& connection) {
-    limit_stalls(connection.descriptor);
+    limit_reads(connection.descriptor, timings().receive);
     std::vector<char> message(1, '\0');
     const bool whole = read_message(connection.descriptor, message);
     close(connection.descriptor);
@@ -127,11 +116,22 @@ int start_thread(pthread_t& thread, void* (*body)(void*), void* argument, bool d
     return result;
 }
 
-int jorvHandleSock(int listening, MessageCallback callback) {
+void limit_reads(int descriptor, std::chrono::milliseconds longest) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(longest);
+    const auto rest = std::chrono::duration_cast<std::chrono::microseconds>(longest - seconds);
+    const timeval limit{static_cast<time_t>(seconds.count()), static_cast<suseconds_t>(rest.count())};
+    if (setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0) {
+        jorvPerror("SO RX timeout set");
+    }
+}
+
+int jorvHandleSock(int listening, MessageCallback callback, int* acceptError) {
     const int descriptor = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
+    if (acceptError != nullptr) {
+        *acceptError = descriptor < 0 ? errno : 0;
+    }
     if (descriptor < 0) {
         jorvPerror("Accept error.");
-        poll(nullptr, 0, kAcceptFailurePauseMs);
         return 0;
     }
     std::unique_ptr<Connection> start(new (std::nothrow) Connection{descriptor, callback});

@@ -6,11 +6,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "jorv_receiver.h"
 
@@ -122,21 +124,78 @@ int open_exit_channel(Link& link) {
     return 0;
 }
 
-void accept_on(const pollfd& ready, MessageCallback callback) {
-    if ((ready.revents & POLLIN) != 0 && jorvHandleSock(ready.fd, callback) < 0) {
+// A call of the listener that may fail for a while, for lack of descriptors or memory. Logs the first failure and the
+// recovery.
+class Retried {
+ public:
+    explicit Retried(const char* call) : call_(call) {}
+
+    // Returns the pause before the next attempt.
+    std::chrono::milliseconds failed(int error) {
+        if (failures_++ == 0) {
+            jorvLog(ERROR, "%s fails and is retried: %s\n", call_, std::strerror(error));
+            pause_ = timings().firstRetry;
+        }
+        return std::exchange(pause_, std::min(2 * pause_, timings().longestRetry));
+    }
+    void succeeded() {
+        if (failures_ > 0) {
+            jorvLog(INFO, "%s works again, failures: %d\n", call_, std::exchange(failures_, 0));
+        }
+    }
+
+ private:
+    const char* call_;
+    int failures_ = 0;
+    std::chrono::milliseconds pause_{0};
+};
+
+// Returns the pause before the next attempt, 0 unless accept failed.
+std::chrono::milliseconds accept_on(const pollfd& ready, MessageCallback callback, Retried& accept) {
+    if (ready.revents == 0) {
+        return {};
+    }
+    int error = 0;
+    if (jorvHandleSock(ready.fd, callback, &error) < 0) {
         jorvPerror("Failed to initialize cloud notification thread\n");
         std::fflush(nullptr);
         _exit(1);  // no destructors: other threads are still running
     }
+    if (error != 0) {
+        return accept.failed(error);
+    }
+    accept.succeeded();
+    return {};
 }
 
-// Returns true when the read yields a byte or an error. End of file does not count.
+// Returns true when the read yields a byte or an error. End of file and a time-out do not count.
 bool exit_asked(int descriptor) {
     char command = 0;
-    return read(descriptor, &command, 1) != 0;
+    const ssize_t count = read(descriptor, &command, 1);
+    return count > 0 || (count < 0 && errno != EAGAIN && errno != EINTR);
+}
+
+// Pauses without poll, which may be what fails. Returns true when the link is closed meanwhile.
+bool exit_asked_within(int descriptor, std::chrono::milliseconds pause) {
+    if (pause.count() == 0) {
+        return false;
+    }
+    limit_reads(descriptor, pause);
+    return exit_asked(descriptor);
+}
+
+int poll_all(std::array<pollfd, 3>& watched, int timeoutMs) {
+    int ready = 0;
+    do {
+        ready = poll(watched.data(), watched.size(), timeoutMs);
+    } while (ready < 0 && errno == EINTR);
+    return ready;
 }
 
 void listen_until_exit(const Link& link) {
+    Retried polling("poll");
+    Retried notifications("accept on the notification port");
+    Retried events("accept on the event port");
     for (;;) {
         const int receivers = Jorv_Handler_receivers();
         const bool crowded = receivers > kMostReceivers;
@@ -147,16 +206,18 @@ void listen_until_exit(const Link& link) {
         std::array<pollfd, 3> watched{pollfd{link.exitRead, POLLIN, 0},
                                       pollfd{crowded ? -1 : link.notifySocket, POLLIN, 0},
                                       pollfd{crowded ? -1 : link.eventSocket, POLLIN, 0}};
-        while (poll(watched.data(), watched.size(), crowded ? static_cast<int>(timings().overloaded.count()) : -1) <
-               0) {
-            if (errno != EINTR) {
-                jorvPerror("Error Ocurred\n");
-            }
-        }
-        if (watched[0].revents == 0) {
-            accept_on(watched[1], link.notifyCallback);
-            accept_on(watched[2], link.eventCallback);
+        std::chrono::milliseconds pause{0};
+        if (poll_all(watched, crowded ? static_cast<int>(timings().overloaded.count()) : -1) < 0) {
+            const int error = errno;
+            jorvPerror("Error Ocurred\n");
+            pause = polling.failed(error);
+        } else if (polling.succeeded(); watched[0].revents == 0) {
+            pause = accept_on(watched[1], link.notifyCallback, notifications);
+            pause = std::max(pause, accept_on(watched[2], link.eventCallback, events));
         } else if (exit_asked(link.exitRead)) {
+            return;
+        }
+        if (exit_asked_within(link.exitRead, pause)) {
             return;
         }
     }

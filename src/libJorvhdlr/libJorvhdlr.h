@@ -56,6 +56,8 @@ extern const char* log_file;
 struct Timings {
     std::chrono::milliseconds receive{5'000};      // a message that stalls longer is dropped
     std::chrono::milliseconds overloaded{10'000};  // until the receivers are counted again
+    std::chrono::milliseconds firstRetry{100};     // after a failed poll or accept; doubled after each further one
+    std::chrono::milliseconds longestRetry{2'000};
 };
 Timings& timings();
 

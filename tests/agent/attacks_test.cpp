@@ -1,5 +1,6 @@
 // Robustness: kills and signals at random moments, a hostile connector, an unreliable cloud, a read-only, full or
 // missing store. tests/campaign runs these many times.
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <filesystem>
 #include <future>
 #include <random>
+#include <regex>
 
 #include "agent_test.h"
 #include "rounds.h"
@@ -22,9 +24,8 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-// Sends a message until the agent has accepted it, which it shows by closing the connection. With many clients the
-// kernel may drop a connection that the client considers established, because the listener's backlog is full. Returns
-// the number of attempts.
+// Sends a message until the agent has accepted it, which it shows by closing the connection: the kernel may drop a
+// connection of a full backlog that the client considers established. Returns the number of attempts.
 int deliver(const std::string& message) {
     for (int times = 1;; ++times) {
         const int descriptor = connect_to(kNotificationPort);
@@ -86,7 +87,6 @@ class Attacks : public ProcessTest {
 TEST_F(Attacks, KilledAtAnyInstantItStartsAgainAndNothingCommittedIsLost) {
     const int kills = rounds(5, 200);
     int committed = 0;
-    int unfinished = 0;
     for (int i = 0; i < kills; ++i) {
         cloud.forget();
         AgentProcess agent(store);
@@ -95,10 +95,9 @@ TEST_F(Attacks, KilledAtAnyInstantItStartsAgainAndNothingCommittedIsLost) {
             some_time(milliseconds(50));
             agent.signal(SIGKILL);
         });
-        bool sent = false;
         while (agent.running()) {
             store.set_all({{"DALHConfig.ProcessID", "0"}, {"DALHNotifyNDN.Index", std::to_string(++committed % 200)}});
-            sent = send_message(kNotificationPort, block_command(++number_));
+            const bool sent = send_message(kNotificationPort, block_command(++number_));
             eventually([&] { return !sent || acknowledged(number_) || !agent.running(); });
         }
         ASSERT_EQ(agent.wait_exit(), 256 + SIGKILL) << agent.output();
@@ -111,14 +110,13 @@ TEST_F(Attacks, KilledAtAnyInstantItStartsAgainAndNothingCommittedIsLost) {
             ASSERT_EQ(store.get("DALHConfig.blockCdMAC"), block_address(number_));
             ASSERT_EQ(store.get("DALHConfig.FeatureID"), "7");
         }
-        unfinished += sent && !acknowledged(number_) ? 1 : 0;
     }
     EXPECT_EQ(store.sql("PRAGMA integrity_check"), "ok");
     AgentProcess agent(store);
     ASSERT_TRUE(agent.wait_for_link()) << agent.output();
     expect_answer();
     expect_prompt_end(agent);
-    tell(kills, " kills among ", committed, " writes, ", unfinished, " with a command under way");
+    tell(kills, " kills among ", committed, " writes");
 }
 
 // True once the process has installed its own SIGUSR1 handler. Until then the default action would kill it.
@@ -167,31 +165,26 @@ TEST_F(Attacks, SigusrOneEndsItAtAnyInstant) {
 // ---- The connector ----
 
 TEST_F(Attacks, CommandsThatWaitAtTheStopAreNotStarted) {
-    for (int round = 0; round < 20; ++round) {
-        cloud.forget();
+    for (int round = 0; round < 10; ++round) {
         cloud.script("transactionAck/", {kStall});
         AgentProcess agent(store);
         ASSERT_TRUE(agent.wait_for_link()) << agent.output();
-        store.set("DALHConfig.blockCdMAC", "00:00:00:00:00:00");
-        ASSERT_TRUE(send_message(kNotificationPort, block_command(1)));
-        ASSERT_EQ(cloud.wait_for(1, "transactionAck/").size(), 1U);
-        for (int number = 2; number < 12; ++number) {
-            ASSERT_TRUE(send_message(kNotificationPort, block_command(number)));
+        for (std::size_t number = 1; number < 12; ++number) {
+            deliver(block_command(static_cast<int>(number)));
+            ASSERT_TRUE(agent.log().wait_for("Inside JorvAgentNotification_cbHandler\n", number));
+            ASSERT_EQ(cloud.wait_for(1, "transactionAck/").size(), 1U);
         }
-        ASSERT_TRUE(agent.log().wait_for("Inside JorvAgentNotification_cbHandler\n", 11));
         expect_prompt_end(agent);
-        EXPECT_EQ(store.get("DALHConfig.blockCdMAC"), block_address(1)) << "round " << round;
+        EXPECT_EQ(store.get("DALHConfig.blockCdMAC"), block_address(1));
         cloud.release();
+        cloud.forget();
     }
 }
 
 TEST_F(Attacks, AHostileConnectorHoldsUpNobodyForLong) {
     AgentProcess agent(store);
     const auto before = idle(agent);
-
     send_message(kNotificationPort, std::string(65'791, ' '));
-    expect_answer();
-    send_message(kNotificationPort, "{\"UUID\":\"half\xC3\",\"cmd\":\"BLOCK_CD\",\"data\":{\"cdMac\":\"\xE2\x82\"}}");
     expect_answer();
     const int slow = connect_to(kNotificationPort);
     for (const char byte : block_command(++number_)) {
@@ -200,22 +193,49 @@ TEST_F(Attacks, AHostileConnectorHoldsUpNobodyForLong) {
     }
     close(slow);
     EXPECT_TRUE(eventually([this] { return acknowledged(number_); }));
-
-    std::vector<std::future<int>> stalled;
-    const int crowd = rounds(5, 60);
-    for (int i = 0; i < crowd; ++i) {
-        stalled.push_back(std::async(std::launch::async, [] { return connect_to(kNotificationPort); }));
-        const int taken = std::min(i + 1, 51);
-        ASSERT_TRUE(eventually([&] { return threads_and_descriptors(agent).first == before.first + taken; }));
-    }
-    const auto crowded = Clock::now();
-    expect_answer();
-    tell(crowd, " stalled connections held the next command up for ", (Clock::now() - crowded) / milliseconds(1),
-         " ms");
-    for (auto& connection : stalled) {
-        close(connection.get());
-    }
     EXPECT_TRUE(eventually([&] { return threads_and_descriptors(agent) == before; }));
+    expect_prompt_end(agent);
+}
+
+std::size_t occurrences(const std::string& text, const std::string& wanted) {
+    const std::regex pattern(wanted);
+    return static_cast<std::size_t>(std::distance(std::sregex_iterator(text.begin(), text.end(), pattern), {}));
+}
+
+TEST_F(Attacks, ALinkWithoutDescriptorsPausesAndLosesNoConnection) {
+    constexpr const char* kLinkLog = "/tmp/libJorvhdlr.log";
+    constexpr const char* kFailed = "Accept error.: ";
+    fs::remove(kLinkLog);
+    AgentProcess agent(store);
+    ASSERT_TRUE(agent.wait_for_link()) << agent.output();
+    const auto allow_descriptors = [&agent](rlim_t count) {
+        const rlimit limit{count, 1024};
+        ASSERT_EQ(prlimit(agent.pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+    };
+    rlim_t used = 0;
+    while (fs::is_symlink("/proc/" + std::to_string(agent.pid()) + "/fd/" + std::to_string(used))) {
+        ++used;
+    }
+    // poll fails as well when it watches more descriptors than are allowed.
+    const Cases<rlim_t, const char*, std::string> cases{{used, kFailed, "accept on the notification port"},
+                                                        {2, "Error Ocurred\n: ", "poll"}};
+    for (const auto& [allowed, said, call] : cases) {
+        allow_descriptors(allowed);
+        const auto start = Clock::now();
+        auto attempts = std::async(std::launch::async, deliver, block_command(++number_));
+        EXPECT_TRUE(eventually([&, &said = said] { return occurrences(agent.output(), said) == 4; }));
+        EXPECT_GE(Clock::now() - start, milliseconds(700)) << "pauses of 100, 200 and 400 ms";
+        EXPECT_FALSE(acknowledged(number_));
+        allow_descriptors(1024);
+        EXPECT_TRUE(eventually([this] { return acknowledged(number_); }));
+        EXPECT_EQ(attempts.get(), 1);
+        EXPECT_EQ(occurrences(file_text(kLinkLog), call + " works again, failures: "), 1U) << call;
+    }
+    EXPECT_EQ(occurrences(file_text(kLinkLog), "accept on the notification port fails and is retried: "), 1U);
+    const std::size_t before = occurrences(agent.output(), kFailed);
+    allow_descriptors(2);
+    close(connect_to(kNotificationPort));
+    EXPECT_TRUE(eventually([&] { return occurrences(agent.output(), kFailed) > before; }));
     expect_prompt_end(agent);
 }
 
@@ -239,23 +259,16 @@ TEST_F(Attacks, ManyCommandsInAStormOfSignalsAndManyAtOnceLeaveNothingBehind) {
     cloud.forget();
     // The listener's backlog is one connection. Clients beyond that retry, after one second at first.
     const std::size_t together = static_cast<std::size_t>(rounds(8, 50));
-    std::atomic<int> late = 0;
-    std::atomic<int> again = 0;
     {
         std::vector<std::jthread> crowd;
         while (crowd.size() < together) {
-            crowd.emplace_back([&, command = block_command(++number_)] {
-                const auto start = Clock::now();
-                again += deliver(command) - 1;
-                late += Clock::now() - start > milliseconds(900) ? 1 : 0;
-            });
+            crowd.emplace_back(deliver, block_command(++number_));
         }
     }
     EXPECT_EQ(cloud.wait_for(together, "transactionAck/").size(), together);
     EXPECT_TRUE(eventually([&] { return threads_and_descriptors(agent) == before; }));
     expect_prompt_end(agent);
-    tell(commands, " commands, ", signals, " signals; of ", together, " at once ", late, " took a second or more, ",
-         again, " were sent again");
+    tell(commands, " commands, ", signals, " signals, ", together, " at once");
 }
 
 Launch quick(int pauseMs, int watchMs = 75'000) {
@@ -267,16 +280,8 @@ Launch quick(int pauseMs, int watchMs = 75'000) {
 
 // ---- Threads ----
 
-std::string command(const std::string& uuid, const std::string& name, const std::string& data) {
-    return R"({"UUID":")" + uuid + R"(","cmd":")" + name + R"(","data":{)" + data + "}}";
-}
-
 std::string nested(int levels) {
-    std::string text;
-    for (int level = 0; level < levels; ++level) {
-        text += R"({"":)";
-    }
-    return text + "0" + std::string(static_cast<std::size_t>(levels), '}');
+    return levels == 0 ? "0" : R"({"":)" + nested(levels - 1) + "}";
 }
 
 TEST_F(Attacks, TheDeepestJsonFitsIntoHalfOfEachStack) {
@@ -285,22 +290,25 @@ TEST_F(Attacks, TheDeepestJsonFitsIntoHalfOfEachStack) {
 #ifdef DRO_HALF_STACK
     launch.environment["LD_PRELOAD"] = DRO_HALF_STACK;
 #endif
-    const std::string more = R"(,"more":)" + nested(kDeepest - 2);
+    const std::string more = R"("more":)" + nested(kDeepest - 2) + "}}";
     const std::string answer = R"({"status":1,"reset":false,"claimState":true,"syncTime":)";
     cloud.answer_all(text_answer(answer + nested(kDeepest - 1) + "}"));
     store.set_all({{"CircleStatus.activationStatus", "provisioned"}, {"DroStatus.CircleAct", "true"}});
     AgentProcess agent(store, launch);
     ASSERT_TRUE(agent.wait_for_link()) << agent.output();
-    deliver(command("p", "PROVISION_CIRCLE",
-                    R"("circleId":"c","accessToken":"a","refreshToken":"r","localToken":"l","cloudHost":"h")" + more));
-    deliver(command("t", "TOGGLE_CIRCLE_STATE", R"("toggle":"on")" + more));
+    const std::string id = R"({"UUID":"x","cmd":)";
+    deliver(id +
+            R"("PROVISION_CIRCLE","data":{"circleId":"c","accessToken":"a","refreshToken":"r","localToken":"l",)"
+            R"("cloudHost":"h",)" +
+            more);
+    deliver(id + R"("TOGGLE_CIRCLE_STATE","data":{"toggle":"on",)" + more);
     store.set_all({{"CircleDebug.sorbAgentRunning", "true"},
                    {"DALHNotifyNDN.Index", "1"},
                    {"JorvagentCfg.jorv_agent_registered", "1"}});
-    // The answers reach receivers, two monitors, both delivery threads and the dispatcher.
-    for (const auto& [path, count] : Cases<const char*, std::size_t>{
-             {"transactionAck/", 3}, {"deviceEvents", 1}, {"addJorvDeviceId/", 1}, {"syncCD/", 1}}) {
-        EXPECT_EQ(cloud.wait_for(count, path).size(), count) << path;
+    // The answers reach a receiver, two monitors, both delivery threads and the dispatcher.
+    EXPECT_EQ(cloud.wait_for(3, "transactionAck/").size(), 3U);
+    for (const char* path : {"deviceEvents", "addJorvDeviceId/", "syncCD/"}) {
+        EXPECT_EQ(cloud.wait_for(1, path).size(), 1U) << path;
     }
     EXPECT_TRUE(store.wait_for("DROStatus.addJorvdeviceIdDone", "true"));
     expect_answer();
@@ -309,30 +317,8 @@ TEST_F(Attacks, TheDeepestJsonFitsIntoHalfOfEachStack) {
 
 // ---- The cloud, the store, the clock ----
 
-TEST_F(Attacks, ACloudThatIsDownIsTriedAgain) {
-    constexpr const char* kSilence = "No response from DRO Cloud\n";
-    store.set("JorvagentCfg.jorv_agent_registered", "1");
-    cloud.answer_all(text_answer(R"({"status":1,"reset":false,"claimState":true,"syncTime":null})"));
-    cloud.down();
-    AgentProcess agent(store, quick(300));
-    ASSERT_TRUE(agent.log().wait_for(kSilence));
-    cloud.up();
-    EXPECT_TRUE(store.wait_for("DROStatus.addJorvdeviceIdDone", "true"));
-    ASSERT_TRUE(eventually([] { return send_message(kNotificationPort, ""); }));
-    const int times = rounds(1, 20);
-    for (int i = 0; i < times; ++i) {
-        const std::size_t before = agent.log().count(kSilence);
-        cloud.down();
-        ASSERT_TRUE(send_message(kNotificationPort, block_command(++number_)));
-        ASSERT_TRUE(agent.log().wait_for(kSilence, before + 1));
-        cloud.up();
-        ASSERT_TRUE(eventually([this] { return acknowledged(number_); }));
-    }
-    expect_prompt_end(agent);
-}
-
-int run(const std::string& words) {
-    return std::system(words.c_str());
+int run(const char* words) {
+    return std::system(words);
 }
 
 // While it exists, temporary files are created in a one-megabyte file system.
@@ -352,13 +338,11 @@ TEST_F(Attacks, AStoreThatFailsIsSaidAndOutlived) {
     if (!disk.there) {
         GTEST_SKIP() << "no file system of the test's own";
     }
-    const Cases<std::string, std::string, std::string, std::string> troubles{
-        // command that starts the fault, command that ends it, log text of a running agent, log text of a starting one
+    const Cases<const char*, const char*, std::string, std::string> troubles{
+        // command that starts the fault, command that ends it, error of a running agent, error of a starting one
         {"cat /dev/zero > /tmp/small/full 2> /dev/null", "rm /tmp/small/full", "disk is full", "disk is full"},
         {"mount --bind /tmp/small /tmp/small && mount -o remount,ro,bind /tmp/small", "umount /tmp/small",
-         "its bell file cannot be opened", "read-only"},
-        {"rm $HAB_STORE", "", "replaced or deleted", ""},
-        {"cp $HAB_STORE /tmp/small/new && mv /tmp/small/new $HAB_STORE", "", "replaced or deleted", ""}};
+         "its bell file cannot be opened", "read-only"}};
     Launch launch = quick(50);
     launch.folder = store.folder();
     for (const auto& [begin, end, said, saidAtStart] : troubles) {
@@ -376,10 +360,6 @@ TEST_F(Attacks, AStoreThatFailsIsSaidAndOutlived) {
             return cloud.wait_for(1, "transactionAck/").size() == 1 && agent.output().find(said) != std::string::npos;
         })) << agent.output();
         EXPECT_FALSE(acknowledged(number_));
-        if (end.empty()) {
-            expect_prompt_end(agent);
-            continue;
-        }
         run(end);
         expect_answer();
         EXPECT_EQ(small.get("DALHConfig.blockCdMAC"), block_address(number_));
