@@ -11,7 +11,8 @@ set(DRO_SWITCHES # name, default
 set(DRO_NUMBERS # name, default, smallest, largest
     "DROAGENT_TRANSFER_LIMIT 0 0 86400"
     "DROAGENT_LARGEST_ANSWER 16777216 0 999999999"
-    "DROAGENT_TLS_SESSION_LIFE 0 0 604800") # a TLS 1.3 ticket lives seven days at most
+    "DROAGENT_TLS_SESSION_LIFE 0 0 604800" # a TLS 1.3 ticket lives seven days at most
+    "DROAGENT_THREAD_LIMIT 256 1 9999")
 
 set(DRO_SETTINGS ${DRO_REQUIRED})
 foreach(row ${DRO_SWITCHES} ${DRO_NUMBERS})

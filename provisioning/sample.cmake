@@ -41,3 +41,7 @@ set(DROAGENT_CA_BUNDLES "<path>" "<path>")
 # Seconds for which a TLS session is resumed after its full handshake, up to 604800. Until then the server's certificate
 # is not verified again. 0: never resumed.
 # set(DROAGENT_TLS_SESSION_LIFE 0)
+
+# The most monitors of orders and producers of events at a time, together, from 1 to 9999. Beyond it, orders are refused
+# and events are dropped.
+# set(DROAGENT_THREAD_LIMIT 256)

@@ -17,8 +17,9 @@ namespace dro {
 void circle_action(const char* transUuid, const char* command, bool overRide);
 
 // Orders the Circle agent to "activate" or "deactivate" and starts the activation monitor. A rejected order is
-// acknowledged as a failure.
-void setCircleActionDROA(const char* transUuid, const char* action);
+// acknowledged as a failure. `place` is the monitor's; it is empty when an earlier activation is in progress, and the
+// order is then rejected.
+void setCircleActionDROA(const char* transUuid, const char* action, const Place& place);
 
 inline constexpr int kStageActivation = 0;
 inline constexpr int kStageProvision = 1;  // also deactivation
@@ -47,6 +48,10 @@ void circle_provision(const char* transUuid, const char* command, JsonText data)
 void toggle_circle(const char* transUuid, JsonText data);
 
 // ---- Monitoring the Circle agent ----
+
+// Takes the place of an order's monitor. `flag` is the order's. Without a free place the order is acknowledged as a
+// failure, and null is returned.
+Place take_order_place(const Field& flag, const char* transUuid);
 
 // Orders that wait for their monitors.
 Orders& activation_orders();

@@ -112,6 +112,19 @@ void report_provision(const Outcome& outcome) {
     }
 }
 
+// Returns the action that a command orders, or null.
+const char* action_of(const char* command) {
+    if (std::strcmp(command, "ACTIVATE_CIRCLE") == 0) {
+        return "activate";
+    }
+    return std::strcmp(command, "DEACTIVATE_CIRCLE") == 0 ? "deactivate" : nullptr;
+}
+
+// An activation waits for an earlier one; a deactivation does not.
+bool is_held_up(const char* action) {
+    return std::strcmp(action, "activate") == 0 && read_enum<16>(fields::sorbActivationProgress) == "inProgress";
+}
+
 void reset_order(const char* message) {
     write_bool(fields::CircleProvision, false);
     write_enum(fields::activationStatusDROA, "none");
@@ -135,12 +148,18 @@ void circle_action(const char* transUuid, const char* command, bool overRide) {
             LOG_ERROR("Call Circle Status API failed!\n");
         }
     } else {
+        const char* action = action_of(command);
+        Place place;
+        if (action != nullptr && !is_held_up(action)) {
+            place = take_order_place(fields::CircleAct, transUuid);
+            if (!place) {
+                return;
+            }
+        }
         write_bool(fields::CircleAct, false);
         LOG_TRACE("In circle Action, hab APIs to set activate here!\n");
-        if (std::strcmp(command, "ACTIVATE_CIRCLE") == 0) {
-            setCircleActionDROA(transUuid, "activate");
-        } else if (std::strcmp(command, "DEACTIVATE_CIRCLE") == 0) {
-            setCircleActionDROA(transUuid, "deactivate");
+        if (action != nullptr) {
+            setCircleActionDROA(transUuid, action, place);
         }
     }
     if (!stop_requested()) {
@@ -148,10 +167,9 @@ void circle_action(const char* transUuid, const char* command, bool overRide) {
     }
 }
 
-void setCircleActionDROA(const char* transUuid, const char* action) {
+void setCircleActionDROA(const char* transUuid, const char* action, const Place& place) {
     LOG_TRACE("In func %s \n", "setCircleActionDROA");
-    const auto progress = read_enum<16>(fields::sorbActivationProgress);
-    if (std::strcmp(action, "activate") == 0 && progress == "inProgress") {
+    if (!place) {
         sendTransactionACK(transUuid, kAckFailure, "Earlier SORB activation request already in progress");
         return;
     }
@@ -160,7 +178,7 @@ void setCircleActionDROA(const char* transUuid, const char* action) {
         return;
     }
     write_ascii(kCircleUuid, transUuid);
-    activation_orders().give({.uuid = FixedText<128>(transUuid)});
+    activation_orders().give({.uuid = FixedText<128>(transUuid), .place = place});
 }
 
 int sync_circle_status(int stage, int result, const char* transUuid, const char* message) {

@@ -4,6 +4,7 @@
 #include "dro_circle.h"
 #include "dro_durations.h"
 #include "dro_fields.h"
+#include "dro_get_set_config_ack.h"
 #include "dro_log.h"
 #include "dro_monitor.h"
 
@@ -143,6 +144,15 @@ void wake_monitor(const Answer& answer, const char* uuid) {
 }
 
 }  // namespace
+
+Place take_order_place(const Field& flag, const char* transUuid) {
+    Place place = take_place();
+    if (!place) {
+        log_no_place(flag.name);
+        sendTransactionACK(transUuid, kAckFailure, "Too many requests in progress");
+    }
+    return place;
+}
 
 Orders& activation_orders() {
     static Immortal<Orders> orders(kActivation);

@@ -99,7 +99,8 @@ bool take_members(const cJSON* data, const char* transUuid, Values& values) {
 }
 
 // The monitor reports the outcome under the activation's transaction.
-void order_provisioning(const char* transUuid, const FixedText<128>& activationUuid, const Values& values) {
+void order_provisioning(const char* transUuid, const FixedText<128>& activationUuid, const Values& values,
+                        const Place& place) {
     for (const std::size_t i : kStoreOrder) {
         if (write_ascii({"CircleCfg", kMembers[i].storeField}, values[i]) != HAB_OK) {
             refuse(transUuid, kMembers[i].storeFailure);
@@ -107,7 +108,7 @@ void order_provisioning(const char* transUuid, const FixedText<128>& activationU
         }
     }
     write_enum(fields::actionDROA, "provision");
-    const int status = provision_orders().give({.uuid = activationUuid});
+    const int status = provision_orders().give({.uuid = activationUuid, .place = place});
     LOG_TRACE("Write Action as Provision on circlecfg\n");
     if (status != HAB_OK) {
         refuse(transUuid, "Failed to Set DAL Attr action");
@@ -153,8 +154,10 @@ void circle_provision(const char* transUuid, const char* command, JsonText data)
         refuse(transUuid, "Invalid Operation, Circle Action was not initiated");
     } else if (std::strcmp(command, "PROVISION_CIRCLE") != 0) {
         refuse(transUuid, "Invalid Command for Provision");
+    } else if (const Place place = take_order_place(fields::CircleProvision, transUuid)) {
+        order_provisioning(transUuid, activationUuid, values, place);
     } else {
-        order_provisioning(transUuid, activationUuid, values);
+        return;  // the activation stays open
     }
     if (!stop_requested()) {
         write_bool(fields::CircleAct, false);

@@ -47,14 +47,14 @@ void answer_repeated(const char* transUuid, const FixedText<16>& running) {
     }
 }
 
-void order_toggle(const char* transUuid, bool enable) {
+void order_toggle(const char* transUuid, bool enable, const Place& place) {
     if (write_enum(kEnableOrder, enable ? "enable" : "disable") != HAB_OK) {
         sendTransactionACK(transUuid, kAckFailure, "Failed to Set DAL Attr sorbEnableState");
         return;
     }
     first_check = true;
     write_ascii(fields::circle_toggle_uuid, transUuid);
-    toggle_orders().give({.uuid = FixedText<128>(transUuid)});
+    toggle_orders().give({.uuid = FixedText<128>(transUuid), .place = place});
 }
 
 void acknowledge(const char* transUuid, unsigned status, const char* reason) {
@@ -164,7 +164,9 @@ void toggle_circle(const char* transUuid, JsonText data) {
         }
         return;
     }
-    order_toggle(transUuid, enable);
+    if (const Place place = take_order_place(fields::CircleToggle, transUuid)) {
+        order_toggle(transUuid, enable, place);
+    }
 }
 
 void circleToggle_cbHandler(void* /*context*/) {

@@ -13,7 +13,8 @@ namespace dro {
 int init_fetch_cd(const char* uuid, unsigned status, const char* fetchFor) {
     constexpr std::array<const char*, 3> kRequests{"occupied", "online", "offline"};
     LOG_TRACE("Setting CDIL timeout on DroStatus !\n");
-    list_orders().give({.uuid = FixedText<128>(uuid), .timestamp = read_ascii<16>(fields::cdilTimestamp)});
+    list_orders().give(
+        {.uuid = FixedText<128>(uuid), .timestamp = read_ascii<16>(fields::cdilTimestamp), .place = take_place()});
     LOG_TRACE("Setting CDIL transUUID on DroStatus\n");
     write_ascii(fields::cdilTransUuid, uuid);
     LOG_TRACE("Setting CDIL fetchFor on drostatus\n");

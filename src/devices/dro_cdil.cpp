@@ -12,6 +12,7 @@
 #include "dro_json.h"
 #include "dro_log.h"
 #include "dro_output.h"
+#include "dro_places.h"
 #include "dro_stop.h"
 #include "dro_sync.h"
 #include "dro_threads.h"
@@ -28,6 +29,7 @@ constexpr std::array<const char*, 8> kMasks{"IndexBitMask0", "IndexBitMask1", "I
                                             "IndexBitMask4", "IndexBitMask5", "IndexBitMask6", "IndexBitMask7"};
 constexpr std::uint32_t kMaskBits = 32;
 constexpr std::size_t kLongestPayload = 0x40000;
+constexpr const char* kDropped = "CDIL Publishing Failed! Exiting thread!\n";
 
 Mutex mutex_cdilSync;  // serialises the cycles, including their store accesses
 
@@ -60,6 +62,23 @@ void push_list() {
     } else {
         LOG_NOTICE("Unable to Sync CDIL to cloud!! Will Sync in Next try!\n");
     }
+}
+
+// Never writes "init" over "init": on a store that reports every write, the reset would trigger itself forever.
+void reset_status(const FixedText<16>& status) {
+    if (status != "init") {
+        write_enum(kListStatus, "init");
+    }
+}
+
+// A cycle without a thread: as for a full queue, its list is lost.
+void drop_list() {
+    const auto status = read_enum<16>(kListStatus);
+    if (status == "complete") {
+        log_no_place("CDIL");
+        LOG_ERROR("%s", kDropped);
+    }
+    reset_status(status);
 }
 
 void sync_list() {
@@ -131,7 +150,7 @@ int syncCdil_timerExit(int count, const IndexList& list) {
     if (enqueue_buf(event) != 0) {
         LOG_TRACE("CDIL Published Successfully, exiting thread!\n");
     } else {
-        LOG_ERROR("CDIL Publishing Failed! Exiting thread!\n");
+        LOG_ERROR("%s", kDropped);
     }
     return 0;
 }
@@ -143,7 +162,12 @@ void cdilStatus_cbHandler(void* /*context*/) {
         LOG_NOTICE("CDIL is Not support of the device! Will sync CDIL if the support is enabled!\n");
         return;
     }
-    const int result = start_detached(t_Handler_cdilSync);
+    const Place place = take_place();
+    if (!place) {
+        drop_list();
+        return;
+    }
+    const int result = start_detached([place] { t_Handler_cdilSync(); });
     if (result != 0) {
         LOG_ERROR("Failed to initialize Thread for CDILSync with error:%d\n", result);
         errno = result;
@@ -161,10 +185,7 @@ void t_Handler_cdilSync() {
         return;
     }
     LOG_TRACE("Got invalid value for cdil status not initing sync to cloud!\n");
-    // Never write "init" over "init": on a store that reports every write, the reset would trigger itself forever.
-    if (status != "init") {
-        write_enum(kListStatus, "init");
-    }
+    reset_status(status);
 }
 
 }  // namespace dro

@@ -16,11 +16,16 @@ namespace {
 // The subscription uses a spelling with a capital last letter; the store accepts both.
 constexpr Field kIndex{"DALHNotifyCDUPDATE", "IndexCd"};
 constexpr std::size_t kLongestPayload = 1024;
+constexpr const char* kDropped = "UPDATE_CD Publishing Failed! Exiting thread!\n";
 
 DeviceIndex g_notifier(kIndex);
 
 void start_update(std::uint32_t index) {
-    if (start_detached([index] { t_Handler_cdUpdate(index); }) != 0) {
+    const Place place = g_notifier.take_place_for(index, "UPDATE_CD", kDropped);
+    if (!place) {
+        return;
+    }
+    if (start_detached([index, place] { t_Handler_cdUpdate(index); }) != 0) {
         LOG_ERROR("Failed to initialize UPDATE_CD Sync thread to enqueue fifo\n");
         end_process(1);
     }
@@ -57,7 +62,7 @@ void t_Handler_cdUpdate(std::uint32_t index) {
     if (enqueue_buf(event) == 1) {
         LOG_TRACE("UPDATE_CD Published Successfully, exiting thread!\n");
     } else {
-        LOG_ERROR("UPDATE_CD Publishing Failed! Exiting thread!\n");
+        LOG_ERROR("%s", kDropped);
     }
     const std::uint32_t missed = g_notifier.reset();
     if (missed != fields::kNoDevice && !stop_requested()) {

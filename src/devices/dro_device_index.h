@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "dro_places.h"
 #include "dro_store.h"
 #include "dro_sync.h"
 
@@ -20,6 +21,11 @@ class DeviceIndex {
     // that device. Returns fields::kNoDevice when there is none. A row written between this function's read and write
     // is lost.
     std::uint32_t reset();
+
+    // Takes the place of the thread for the device at `row`. Without a free place, logs `what` and `droppedText` and
+    // resets the field; a device that the reset finds becomes `row` and is tried as well. Returns null when every
+    // device was dropped.
+    Place take_place_for(std::uint32_t& row, const char* what, const char* droppedText);
 
  private:
     Field field_;

@@ -78,10 +78,16 @@ FixedText<20> device_mac(int row) {
     return FixedText<20>(mac_text(mac).view());
 }
 
+constexpr const char* kDropped = "DTN Publishing Failed! Exiting thread!\n";
+
 DeviceIndex g_notifier(fields::dtnIndex);
 
 void start_notification(unsigned index) {
-    errno = start_detached([index] { t_Handler_dtnSync(index); });
+    const Place place = g_notifier.take_place_for(index, "DTN", kDropped);
+    if (!place) {
+        return;
+    }
+    errno = start_detached([index, place] { t_Handler_dtnSync(index); });
     if (errno != 0) {
         print_error("Failed to initialize DTN Sync thread to enqueue fifo\n");
         end_process(1);
@@ -138,7 +144,7 @@ void t_Handler_dtnSync(unsigned index) {
     if (enqueue_buf({"DTN", payload.c_str()}) == 1) {
         LOG_TRACE("DTN Published Successfully, exiting thread!\n");
     } else {
-        LOG_ERROR("DTN Publishing Failed! Exiting thread!\n");
+        LOG_ERROR("%s", kDropped);
     }
 }
 

@@ -7,6 +7,7 @@
 #include "dro_json.h"
 #include "dro_log.h"
 #include "dro_output.h"
+#include "dro_places.h"
 #include "dro_threads.h"
 #include "dro_utils_record.h"
 
@@ -14,6 +15,7 @@ namespace dro {
 namespace {
 
 constexpr std::size_t kLongestPayload = 1024;
+constexpr const char* kDropped = "NDN Publishing Failed! Exiting thread!\n";
 
 }  // namespace
 
@@ -24,7 +26,13 @@ int init_ndn_dal_sub() {
 
 void ndnIndex_cbHandler(void* /*context*/) {
     const unsigned index = read_uint(fields::ndnIndex, fields::kNoDevice);
-    errno = start_detached([index] { t_Handler_ndnSync(index); });
+    const Place place = take_place();
+    if (!place) {
+        log_no_place("NDN");
+        LOG_ERROR("%s", kDropped);
+        return;
+    }
+    errno = start_detached([index, place] { t_Handler_ndnSync(index); });
     if (errno != 0) {
         print_error("Failed to initialize Thread for ndnSync\n");
         end_process(1);
@@ -50,7 +58,7 @@ void t_Handler_ndnSync(unsigned index) {
     if (enqueue_buf(event) == 1) {
         LOG_TRACE("NDN Published Successfully, exiting thread!\n");
     } else {
-        LOG_ERROR("NDN Publishing Failed! Exiting thread!\n");
+        LOG_ERROR("%s", kDropped);
     }
 }
 

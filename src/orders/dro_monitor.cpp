@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "dro_log.h"
 #include "dro_output.h"
@@ -32,6 +33,12 @@ int Orders::give(const Order& order) {
         return write_bool(kind_.flag, true);
     }
     const MutexLock lock(mutex_);
+    if (!order.place) {
+        log_no_place(kind_.flag.name);
+        const int status = write_bool(kind_.flag, true);
+        write_bool(kind_.flag, false);
+        return status;
+    }
     waiting_.push_back(order);
     // A store that reports only changes does not report a flag that was already true, and the flag is unknown when it
     // cannot be read. In both cases the monitor is started here. A callback that arrives as well finds no waiting
@@ -48,29 +55,40 @@ int Orders::give(const Order& order) {
 
 void Orders::on_flag_change() {
     LOG_TRACE("%s", kind_.callbackText);
-    // The monitor of an earlier order may have reset the flag since this order was accepted.
-    const bool flag = read_bool(kind_.flag);
     const MutexLock lock(mutex_);
-    if (!waiting_.empty()) {
+    const bool flag = read_bool(kind_.flag);
+    if (!waiting_.empty()) {  // the monitor of an earlier order may have reset the flag since
         start_oldest();
     } else if (!flag) {
         LOG_TRACE("%s", kind_.flagResetText);
     } else if (alive_ == 0) {  // otherwise the flag belongs to that monitor's order
-        start(kind_.storedOrder());
+        start_stored();
     }
 }
 
 void Orders::start_oldest() {
-    const Order order = waiting_.front();
+    Order order = std::move(waiting_.front());
     waiting_.pop_front();
-    start(order);
+    start(std::move(order));
 }
 
-void Orders::start(const Order& order) {
+// Another program has set the flag.
+void Orders::start_stored() {
+    Order order = kind_.storedOrder();
+    order.place = take_place();
+    if (order.place) {
+        start(std::move(order));
+    } else {
+        log_no_place(kind_.flag.name);
+        write_bool(kind_.flag, false);
+    }
+}
+
+void Orders::start(Order order) {
     ++alive_;
     try {
-        const std::shared_ptr<Orders> place(this, [](Orders* orders) { --orders->alive_; });
-        errno = start_detached([this, order, place] {
+        const std::shared_ptr<Orders> counted(this, [](Orders* orders) { --orders->alive_; });
+        errno = start_detached([this, counted, order = std::move(order)] {
             if (!stop_requested()) {
                 kind_.monitor(order);
             }

@@ -12,6 +12,7 @@
 #include <functional>
 
 #include "dro_dal.h"
+#include "dro_places.h"
 #include "dro_store.h"
 #include "dro_sync.h"
 
@@ -21,6 +22,7 @@ namespace dro {
 struct Order {
     FixedText<128> uuid;        // the transaction for the report
     FixedText<16> timestamp{};  // when the order arrived; device lists only
+    Place place{};              // of its monitor
 };
 
 // One kind of order: its flag, the texts of the flag's callback, and its monitor.
@@ -44,7 +46,8 @@ class Orders {
     ~Orders() = default;
 
     // Passes an accepted order to its monitor and sets the flag. Returns the status of that write; a failed write
-    // withdraws the order. Without a callback on the flag the order is not kept.
+    // withdraws the order. Without a callback on the flag the order is not kept. An order without a place has no
+    // monitor: this is logged, and the flag is reset at once.
     int give(const Order& order);
 
     // The flag's change callback. Store delivery thread.
@@ -55,7 +58,8 @@ class Orders {
 
  private:
     void start_oldest() DRO_REQUIRES(mutex_);
-    void start(const Order& order);
+    void start_stored() DRO_REQUIRES(mutex_);
+    void start(Order order);
 
     const OrderKind& kind_;
     Mutex mutex_;  // held while the flag is written, so the callback cannot take an order that is withdrawn

@@ -23,12 +23,14 @@
 #include "dro_log.h"
 #include "dro_monitor.h"
 #include "dro_output.h"
+#include "dro_places.h"
 #include "dro_stop.h"
 #include "dro_text.h"
 #include "dro_threads.h"
 #include "dro_url.h"
 #include "dro_url_pipeline.h"
 #include "libJorvhdlr.h"
+#include "provisioning.h"
 
 namespace dro {
 namespace {
@@ -160,6 +162,7 @@ void open_link() {
 
 void start(char** argv) {
     sem_init(&shutdown_sem, 0, 0);
+    set_places(provisioning::kThreadLimit);
     keep_binary_name(argv[0]);
     if (lock_process(pid_path().c_str()) == -1) {
         fail_start("failed to lock the pid file.\n", "LOCK_PROCESS", true);

@@ -280,6 +280,37 @@ Launch quick(int pauseMs, int watchMs = 75'000) {
 
 // ---- Threads ----
 
+constexpr const char* kFetch = R"({"UUID":"f","cmd":"FETCH_CD","data":{"status":0,"fetchFor":"app"}})";
+
+TEST_F(Attacks, AStalledCloudLimitsTheThreads) {
+    constexpr const char* kWatching = "Cdil Timeout Monitoring Thread Started!\n";
+    store.set_all({{"DroStatus.cdilSupport", "true"}, {"DALHNotifyCDIL.TotalIndexcount", "0"}});
+    AgentProcess agent(store, quick(50, 1000));
+    const auto before = idle(agent).first;
+    cloud.answer_all(kStall);
+    const int times = rounds(200, 5'000);
+    std::ptrdiff_t most = 0;
+    for (int i = 0; i < times; ++i) {
+        deliver(kFetch);
+        store.set("DALHNotifyCDIL.CDILstatus", "complete");
+        most = std::max(most, threads_and_descriptors(agent).first - before);
+    }
+    deliver(R"({"UUID":"a","cmd":"ACTIVATE_CIRCLE","data":{"overRide":1}})");
+    for (const std::string what : {"cdilTimeout", "CDIL", "CircleAct"}) {
+        EXPECT_TRUE(agent.log().wait_for("All 256 places for monitors and producers are taken: none for " + what));
+    }
+    tell(times, " fetches and lists: ", most, " more threads");
+    EXPECT_LE(most, 256 + 51) << "places, and receivers of messages";
+    cloud.answer_all(kAccepted);
+    cloud.release();
+    EXPECT_TRUE(eventually([&] { return threads_and_descriptors(agent).first == before; }));
+    const std::size_t watches = agent.log().count(kWatching);
+    deliver(kFetch);
+    EXPECT_TRUE(agent.log().wait_for(kWatching, watches + 1)) << "the places are free again";
+    expect_answer();
+    expect_prompt_end(agent);
+}
+
 std::string nested(int levels) {
     return levels == 0 ? "0" : R"({"":)" + nested(levels - 1) + "}";
 }

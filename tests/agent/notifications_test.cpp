@@ -3,15 +3,12 @@
 #include <cJSON.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <functional>
-#include <thread>
 #include <utility>
-#include <vector>
 
+#include "agent_probe.h"
 #include "dro_bst.h"
 #include "dro_cdil.h"
 #include "dro_circle.h"
@@ -23,11 +20,9 @@
 #include "dro_fifo.h"
 #include "dro_get_set_config_envelope.h"
 #include "dro_ndn.h"
-#include "dro_url.h"
 #include "dro_url_pipeline.h"
 #include "faults.h"
 #include "pipeline.h"
-#include "rounds.h"
 
 namespace dro_test {
 namespace {
@@ -64,13 +59,11 @@ TEST_F(Notifications, EachDeviceReachesTheCloud) {
     expect_push("DALHNotifyNDN.Index", "7", R"(,"type":"NDN","cd":)" + device_record(7) + "}");
     EXPECT_TRUE(log.wait_for("Successful to spawn thread for Device on Index 7"));
     EXPECT_TRUE(log.wait_for("NDN Published Successfully, exiting thread!\n"));
-
     expect_push("DALHNotifyDTN.Index", "0",
                 R"(,"type":"DTN","cd":{"mac":"0A:00:00:00:00:00","cdType":"","cdName":"","cdModel":"","cdBrand":"",)"
                 R"("cdNetwork":"Home router","cdStatus":"1"}})");
     EXPECT_TRUE(log.wait_for("Reset for the DTN Index\n")) << "the dispatcher's write coming back";
     EXPECT_EQ(store.get("DALHNotifyDTN.Index"), "257");
-
     expect_push("DALHNotifyCDUPDATE.IndexCD", "0",
                 R"(,"type":"UPDATE_CD","syncAt":"CD_UPDATE","cdl":[)" + device_record(0) + "]}");
     EXPECT_TRUE(log.wait_for("Reset for the UPDATE_CD Index\n"));
@@ -139,82 +132,58 @@ TEST_F(Notifications, ADeviceThatTheResetFindsIsHandledWhileNoticesAreHeldUp) {
     }
 }
 
+TEST_F(Notifications, AnEventWithoutASlotOrAThreadIsDroppedAndItsFieldReset) {
+    const Cases<void (*)(), void (*)(void*), const char*, const char*, const char*, std::string> cases{
+        // thread, handler, its field, value, value after the handler, event
+        {[] { dro::t_Handler_ndnSync(5); }, dro::ndnIndex_cbHandler, "DALHNotifyNDN.Index", "5", "5", "NDN"},
+        {[] { dro::t_Handler_dtnSync(5); }, dro::dtnIndex_cbHandler, "DALHNotifyDTN.Index", "5", "257", "DTN"},
+        {[] { dro::t_Handler_cdUpdate(5); }, dro::cdUpdate_cbHandler, "DALHNotifyCDUPDATE.IndexCD", "5", "257",
+         "UPDATE_CD"},
+        {dro::t_Handler_cdilSync, dro::cdilStatus_cbHandler, "DALHNotifyCDIL.CDILstatus", "complete", "init", "CDIL"}};
+    store.set_all({{"DroStatus.cdilSupport", "true"},
+                   {"DALHNotifyCDIL.TotalIndexcount", "1"},
+                   {"DALHNotifyCDIL.CDILstatus", "complete"}});
+    fill_queue();
+    const Places none(0);
+    for (const auto& [thread, handler, field, value, after, event] : cases) {
+        const std::string dropped = event + " Publishing Failed! Exiting thread!\n";
+        thread();
+        EXPECT_EQ(log.count(dropped, 4), 1U);
+        store.set(field, value);
+        handler(nullptr);
+        EXPECT_EQ(log.count(dropped, 4), 2U);
+        EXPECT_TRUE(log.has("All 0 places for monitors and producers are taken: none for " + event + "\n", 4));
+        EXPECT_EQ(store.get(field), after);
+    }
+    log.forget();
+    dro::cdilStatus_cbHandler(nullptr);  // the notice of the reset
+    store.set("BSTCfg.BSTStatus", "Complete");
+    dro::bstStatus_cbHandler(nullptr);
+    EXPECT_EQ(log.texts(4), Texts{"BST publishing failed ,EXITING THREAD"});
+}
+
 // A device that is written between the reset's read and its write is lost: the store has no conditional write.
-TEST_F(Notifications, ADeviceWhoseResetFailedIsNotFoundAgain) {
+TEST_F(Notifications, TheResetFindsTheNextDeviceOnce) {
+    const Places none(0);
     dro::DeviceIndex index(dro::fields::dtnIndex);
+    for (const unsigned places : {0U, 1U}) {
+        store.set("DALHNotifyDTN.Index", "5");
+        std::uint32_t row = index.read();
+        store.set("DALHNotifyDTN.Index", "7");
+        StoreSpy spy;
+        spy.before_write("DALHNotifyDTN.Index", [places] { dro::set_places(places); });
+        EXPECT_EQ(index.take_place_for(row, "DTN", "dropped\n") != nullptr, places == 1);
+        EXPECT_EQ(row, places == 1 ? 7U : dro::fields::kNoDevice);
+        EXPECT_EQ(log.count("dropped\n", 4), places == 1 ? 3U : 2U);
+        EXPECT_EQ(store.get("DALHNotifyDTN.Index"), "257");
+    }
+    // A device whose reset failed is not found again.
     store.set("DALHNotifyDTN.Index", "5");
     EXPECT_EQ(index.read(), 5U);
     StoreSpy spy;
     spy.fail("DALHNotifyDTN.Index", HAB_TIMEOUT);
     EXPECT_EQ(index.reset(), dro::fields::kNoDevice);
     EXPECT_EQ(index.reset(), dro::fields::kNoDevice);
-}
-
-TEST_F(Notifications, FewDevicesAreLostInQuickSuccession) {
-    constexpr int kRows = 200;  // each row once per turn; they all fit into the queue
-    const int turns = rounds(0, 10);
-    if (turns == 0) {
-        GTEST_SKIP() << "a measurement, for a quiet machine";
-    }
-    start_all();
-    for (int row = 0; row < kRows; ++row) {
-        add_device(store, row);
-    }
-    for (const bool changesOnly : {false, true}) {
-        for (const char* notifier : {"DALHNotifyDTN.Index", "DALHNotifyCDUPDATE.IndexCD"}) {
-            StoreSpy spy;
-            if (changesOnly) {
-                spy.report_changes_only();
-            }
-            int lost = 0;
-            int twice = 0;
-            for (int turn = 0; turn < turns; ++turn) {
-                cloud.forget();
-                for (int row = 0; row < kRows; ++row) {
-                    store.set(notifier, std::to_string(row));
-                    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the interval under test
-                }
-                EXPECT_TRUE(store.wait_for(notifier, "257"));
-                EXPECT_TRUE(eventually([] { return dro::isQueueEmpty(); }));
-                std::array<int, kRows> pushed{};
-                for (const Request& request : cloud.requests("syncCD/")) {
-                    const auto at = request.body.find(R"("mac":"0A:00:00:00:00:)");
-                    ++pushed.at(std::stoul(request.body.substr(at + 22, 2), nullptr, 16));
-                }
-                lost += static_cast<int>(std::ranges::count(pushed, 0));
-                twice += static_cast<int>(std::ranges::count_if(pushed, [](int times) { return times > 1; }));
-            }
-            tell(notifier, changesOnly ? ", changes only: " : ", every write: ", lost, " of ", turns * kRows, " lost, ",
-                 twice, " twice");
-            EXPECT_LE(lost, 10) << notifier;
-        }
-    }
-    // Only a device that is written during a reset can be lost.
-    dro::DeviceIndex index(dro::fields::dtnIndex);
-    std::vector<std::chrono::nanoseconds> resets(1000);
-    for (auto& reset : resets) {
-        const auto begin = std::chrono::steady_clock::now();
-        index.reset();
-        reset = std::chrono::steady_clock::now() - begin;
-    }
-    std::ranges::sort(resets);
-    tell("a reset takes ", resets[resets.size() / 2].count() / 1000, " us, one in a hundred more than ",
-         resets[resets.size() * 99 / 100].count() / 1000, " us");
-}
-
-TEST_F(Notifications, AFullQueueDropsTheEventAndSaysSo) {
-    fill_queue();
-    dro::t_Handler_ndnSync(1);
-    EXPECT_TRUE(log.has("NDN Publishing Failed! Exiting thread!\n", 4));
-    dro::t_Handler_dtnSync(1);
-    EXPECT_TRUE(log.has("DTN Publishing Failed! Exiting thread!\n", 4));
-    const StoreSpy spy;
-    dro::t_Handler_cdUpdate(1);
-    EXPECT_TRUE(log.has("UPDATE_CD Publishing Failed! Exiting thread!\n", 4));
-    EXPECT_EQ(spy.writes(), (Texts{"DroStatus.cdilsyncAt=CD_UPDATE", "DALHNotifyCDUPDATE.IndexCd=257"}));
-    store.set("BSTCfg.BSTStatus", "Complete");
-    dro::bstStatus_cbHandler(nullptr);
-    EXPECT_TRUE(log.has("BST publishing failed ,EXITING THREAD\n"));
 }
 
 TEST_F(Notifications, ATaggedDeviceIsDescribedByTheBestSources) {
@@ -282,14 +251,13 @@ TEST_F(Notifications, AFinishedSpeedTestReachesTheCloudOnce) {
 }
 
 TEST_F(Notifications, OnlyACompleteSpeedTestIsReported) {
-    for (const char* status : {"complete", "Completed", "Complet", ""}) {
+    store.set("BSTResults.ISP", std::string(40, 'i'));
+    for (const std::string status : {"complete", "Completed", "Complet", "", "Complete"}) {
         store.set("BSTCfg.BSTStatus", status);
         dro::bstStatus_cbHandler(nullptr);
-        EXPECT_TRUE(dro::isQueueEmpty()) << status;
+        EXPECT_EQ(dro::isQueueEmpty(), status != "Complete") << status;
     }
     EXPECT_EQ(log.count("Invalid Value to sync!\n", 1), 4U);
-    store.set_all({{"BSTCfg.BSTStatus", "Complete"}, {"BSTResults.ISP", std::string(40, 'i')}});
-    dro::bstStatus_cbHandler(nullptr);
     EXPECT_EQ(json_value(take_payload(), "isp"), std::string(31, 'i'));
     EXPECT_TRUE(log.has("BST payload Published successfully\n", 1));
 }
@@ -312,12 +280,9 @@ TEST_F(Notifications, AThreadThatCannotBeStartedEndsTheProcess) {
         {dro::circleProvision_cbHandler, "Failed to initialize Thread for CircleProvision\n: "},
         {dro::circleToggle_cbHandler, "Failed to initialize Thread for CircleAct\n: "},
         {[](void*) { dro::init_dispatcher(); }, "Failed to initialize DROAgent's Dispatcher\n: "}};
-    const auto fail = [](void (*start)(void*)) {
-        const FailCalls fault(Call::threadCreate, EAGAIN);
-        start(nullptr);
-    };
     for (const auto& [start, said] : cases) {
-        EXPECT_EXIT(fail(start), ::testing::ExitedWithCode(1), "^" + said) << said;
+        const FailCalls fault(Call::threadCreate, EAGAIN);
+        EXPECT_EXIT(start(nullptr), ::testing::ExitedWithCode(1), "^" + said) << said;
     }
 }
 

@@ -3,9 +3,12 @@
 
 #include <sys/eventfd.h>
 
+#include <limits>
+
 #include "dro_cdil.h"
 #include "dro_circle.h"
 #include "dro_monitor.h"
+#include "dro_places.h"
 #include "dro_stop.h"
 
 namespace dro {
@@ -40,6 +43,14 @@ inline int active_monitors() {
     return dro::list_orders().alive() + dro::activation_orders().alive() + dro::provision_orders().alive() +
            dro::toggle_orders().alive();
 }
+
+// The number of places for monitors and producers while it exists.
+struct Places {
+    explicit Places(unsigned count) { dro::set_places(count); }
+    ~Places() { dro::set_places(std::numeric_limits<unsigned>::max()); }
+    Places(const Places&) = delete;
+    Places& operator=(const Places&) = delete;
+};
 
 // Cancels a stop request.
 inline void clear_stop() {
