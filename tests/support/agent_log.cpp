@@ -39,14 +39,12 @@ std::vector<std::string> AgentLog::texts(int level) const {
 }
 
 std::size_t AgentLog::count(std::string_view text, int level) const {
-    const auto all = texts(level);
-    return static_cast<std::size_t>(std::count(all.begin(), all.end(), as_logged(text)));
+    return static_cast<std::size_t>(std::ranges::count(texts(level), as_logged(text)));
 }
 
 std::size_t AgentLog::count_starting(std::string_view start, int level) const {
-    const auto all = texts(level);
-    return static_cast<std::size_t>(
-        std::count_if(all.begin(), all.end(), [start](const std::string& text) { return text.starts_with(start); }));
+    const auto starts = [start](const std::string& text) { return text.starts_with(start); };
+    return static_cast<std::size_t>(std::ranges::count_if(texts(level), starts));
 }
 
 bool AgentLog::in_order(const std::vector<std::string>& wanted) const {

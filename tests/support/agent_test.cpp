@@ -17,11 +17,9 @@ namespace dro_test {
 std::string json_value(const std::string& body, const std::string& name) {
     const dro::Json parsed(cJSON_Parse(body.c_str()));
     const cJSON* member = dro::json_member(parsed.get(), name.c_str());
-    if (const char* text = cJSON_GetStringValue(member)) {
-        return text;
-    }
-    const dro::JsonText printed(member != nullptr ? cJSON_PrintUnformatted(member) : nullptr);
-    return printed ? printed.get() : "";
+    const char* text = cJSON_GetStringValue(member);
+    const dro::JsonText printed(cJSON_PrintUnformatted(member));
+    return text != nullptr ? text : printed ? printed.get() : "";
 }
 
 AgentTest::AgentTest() : log(store.folder() + "/agent.log") {
@@ -60,22 +58,6 @@ void AgentTest::start_agent() {
     EXPECT_EQ(dro::get_api_url(), 0);
 }
 
-void AgentTest::forget() {
-    log.forget();
-    cloud.forget();
-}
-
-Request AgentTest::only_request() const {
-    const auto all = cloud.requests();
-    EXPECT_EQ(all.size(), 1U);
-    return all.size() == 1 ? all.front() : Request{};
-}
-
-std::string AgentTest::envelope(const std::string& uuid, const std::string& command, const std::string& data) {
-    const std::string rest = data.empty() ? "" : R"(,"data":)" + data;
-    return R"({"UUID":")" + uuid + R"(","cmd":")" + command + "\"" + rest + "}";
-}
-
 std::vector<std::string> AgentTest::acknowledgements(std::size_t count) const {
     std::vector<std::string> all;
     for (const Request& request : cloud.wait_for(count, "transactionAck/")) {
@@ -94,18 +76,6 @@ void AgentTest::expect_three_attempts(bool pauseAfterLast) const {
     EXPECT_GE(requests[1].at - requests[0].at, pause);
     EXPECT_GE(requests[2].at - requests[1].at, pause);
     EXPECT_EQ(end - requests[2].at >= pause, pauseAfterLast);
-}
-
-std::string AgentTest::take_payload() {
-    const auto head = dro::isQueueEmpty() ? std::nullopt : dro::wait_for_event();
-    dro::dequeue();
-    return head ? head->payload : "NO EVENT";
-}
-
-void AgentTest::fill_queue() {
-    dro::InitQueue();
-    while (dro::enqueue_buf({"NDNEV", "{}"}) == 1) {
-    }
 }
 
 }  // namespace dro_test

@@ -23,13 +23,22 @@ class AgentTest : public ::testing::Test {
     void start_agent();
 
     // Limits later reads of the log and of the cloud's requests to new entries.
-    void forget();
+    void forget() {
+        log.forget();
+        cloud.forget();
+    }
 
     // The only request so far. Otherwise an expectation fails and the result is an empty request.
-    Request only_request() const;
+    Request only_request() const {
+        const auto all = cloud.requests();
+        EXPECT_EQ(all.size(), 1U);
+        return all.size() == 1 ? all.front() : Request{};
+    }
 
     // An envelope for parseUUIDBaseBuffer. `data` is JSON text, or empty for none.
-    static std::string envelope(const std::string& uuid, const std::string& command, const std::string& data = "");
+    static std::string envelope(const std::string& uuid, const std::string& command, const std::string& data = "") {
+        return R"({"UUID":")" + uuid + R"(","cmd":")" + command + (data.empty() ? "\"}" : R"(","data":)" + data + "}");
+    }
 
     // Waits for `count` acknowledgements and returns them as "UUID STATUS REASON", in order of arrival.
     std::vector<std::string> acknowledgements(std::size_t count) const;
@@ -38,9 +47,16 @@ class AgentTest : public ::testing::Test {
     void expect_three_attempts(bool pauseAfterLast) const;
 
     // Removes the oldest event from the queue and returns its payload.
-    static std::string take_payload();
+    static std::string take_payload() {
+        const auto head = dro::isQueueEmpty() ? std::nullopt : dro::wait_for_event();
+        dro::dequeue();
+        return head ? head->payload : "NO EVENT";
+    }
     // Fills every slot of the queue, so that the next event is dropped.
-    static void fill_queue();
+    static void fill_queue() {
+        while (dro::enqueue_buf({"NDNEV", "{}"}) == 1) {
+        }
+    }
 
     TestStore store;
     TestCloud cloud;
