@@ -17,8 +17,7 @@ namespace dro {
 void circle_action(const char* transUuid, const char* command, bool overRide);
 
 // Orders the Circle agent to "activate" or "deactivate" and starts the activation monitor. A rejected order is
-// acknowledged as a failure. `place` is the monitor's; it is empty when an earlier activation is in progress, and the
-// order is then rejected.
+// acknowledged as a failure. `place` is the monitor's.
 void setCircleActionDROA(const char* transUuid, const char* action, const Place& place);
 
 inline constexpr int kStageActivation = 0;

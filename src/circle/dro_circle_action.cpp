@@ -112,19 +112,6 @@ void report_provision(const Outcome& outcome) {
     }
 }
 
-// Returns the action that a command orders, or null.
-const char* action_of(const char* command) {
-    if (std::strcmp(command, "ACTIVATE_CIRCLE") == 0) {
-        return "activate";
-    }
-    return std::strcmp(command, "DEACTIVATE_CIRCLE") == 0 ? "deactivate" : nullptr;
-}
-
-// An activation waits for an earlier one; a deactivation does not.
-bool is_held_up(const char* action) {
-    return std::strcmp(action, "activate") == 0 && read_enum<16>(fields::sorbActivationProgress) == "inProgress";
-}
-
 void reset_order(const char* message) {
     write_bool(fields::CircleProvision, false);
     write_enum(fields::activationStatusDROA, "none");
@@ -148,18 +135,16 @@ void circle_action(const char* transUuid, const char* command, bool overRide) {
             LOG_ERROR("Call Circle Status API failed!\n");
         }
     } else {
-        const char* action = action_of(command);
-        Place place;
-        if (action != nullptr && !is_held_up(action)) {
-            place = take_order_place(fields::CircleAct, transUuid);
-            if (!place) {
-                return;
-            }
+        const Place place = take_order_place(fields::CircleAct, transUuid);
+        if (!place) {
+            return;
         }
         write_bool(fields::CircleAct, false);
         LOG_TRACE("In circle Action, hab APIs to set activate here!\n");
-        if (action != nullptr) {
-            setCircleActionDROA(transUuid, action, place);
+        if (std::strcmp(command, "ACTIVATE_CIRCLE") == 0) {
+            setCircleActionDROA(transUuid, "activate", place);
+        } else if (std::strcmp(command, "DEACTIVATE_CIRCLE") == 0) {
+            setCircleActionDROA(transUuid, "deactivate", place);
         }
     }
     if (!stop_requested()) {
@@ -169,7 +154,8 @@ void circle_action(const char* transUuid, const char* command, bool overRide) {
 
 void setCircleActionDROA(const char* transUuid, const char* action, const Place& place) {
     LOG_TRACE("In func %s \n", "setCircleActionDROA");
-    if (!place) {
+    const auto progress = read_enum<16>(fields::sorbActivationProgress);
+    if (std::strcmp(action, "activate") == 0 && progress == "inProgress") {
         sendTransactionACK(transUuid, kAckFailure, "Earlier SORB activation request already in progress");
         return;
     }

@@ -259,8 +259,8 @@ TEST_F(OneOrder, IsRefusedWithoutAPlaceBeforeItsFirstWrite) {
         return log.count("All 1 places for monitors and producers are taken: none for " + flag + "\n", 4);
     };
     const std::string refused = "x 0 Too many requests in progress";
-    const Texts off{"DroStatus.CircleAct=false", "DroStatus.CircleProvision=false"};
-    const Texts idle{off[1], std::string(kAnswer) + "=none", off[1]};
+    const std::string off = "DroStatus.CircleProvision=false";
+    const Texts idle{off, std::string(kAnswer) + "=none", off};
     const Cases<const char*, std::string, std::string, Texts, const char*> cases{
         // value set before, message, reply, writes, flag of the missing monitor (the last replies start none)
         {"none", message(0), refused, {}, "CircleAct"},
@@ -268,12 +268,11 @@ TEST_F(OneOrder, IsRefusedWithoutAPlaceBeforeItsFirstWrite) {
         {"none", message(kProvision), refused, {}, "CircleProvision"},
         {"none", message(kToggle), refused, {}, "CircleToggle"},
         {"enabled", message(kToggle), "x 1 Success-Enabled", {}, ""},
-        {"inProgress", message(0), "x 0 Earlier SORB activation request already in progress", off, ""},
         {"none", envelope("a", "ACTIVATE_CIRCLE", R"({"overRide":0})"), "a 1 Already Activated", idle, ""}};
     for (const auto& [value, sent, reply, writes, flag] : cases) {
         SCOPED_TRACE(sent);
         forget();
-        store.set_all({{"CircleStatus.sorbStatus", value}, {"CircleDebug.sorbActivationProgress", value}});
+        store.set("CircleStatus.sorbStatus", value);
         const StoreSpy spy;
         dro::JorvAgentNotification_cbHandler(sent.c_str());
         EXPECT_EQ(acknowledgements(0), Texts{reply});
