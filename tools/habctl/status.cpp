@@ -1,8 +1,5 @@
-#include <fcntl.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <condition_variable>
 #include <cstdio>
@@ -16,6 +13,7 @@
 #include <thread>
 #include <utility>
 
+#include "agent_process.h"
 #include "commands.h"
 
 namespace habctl {
@@ -24,7 +22,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kPidFile = "/tmp/droagent.pid";
 constexpr int kDeaf = 10;                              // exit status beside those of the store
 constexpr std::chrono::milliseconds kCheckPause{100};  // between the checks of a wait
 constexpr std::chrono::seconds kProbePatience{2};
@@ -51,10 +48,6 @@ constexpr std::array kPorts{
 // The agent clears this flag when it has handled the notice of its change.
 constexpr Fact kProbe{"", "dalLogCfg", "DroagentConfigurationApply"};
 
-struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 // Whether the agent runs: HAB_OK or HAB_SHUTDOWN, HAB_ERROR when it cannot be determined.
 struct Standing {
     int status;
@@ -63,22 +56,18 @@ struct Standing {
 };
 
 Standing agentStanding() {
-    const auto unreadable = [] { return Standing{HAB_ERROR, std::string(kPidFile) + ": " + std::strerror(errno)}; };
-    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(kPidFile, "re"));
-    if (!file) {
-        return errno == ENOENT ? Standing{HAB_SHUTDOWN, "not running"} : unreadable();
+    const tools::AgentProcess agent = tools::agentProcess();
+    switch (agent.state) {
+        case tools::AgentProcess::absent:
+            return {HAB_SHUTDOWN, "not running"};
+        case tools::AgentProcess::killed:
+            return {HAB_SHUTDOWN, std::string("not running; ") + tools::kPidFile + " is left of one that was killed"};
+        case tools::AgentProcess::unreadable:
+            return {HAB_ERROR, std::string(tools::kPidFile) + ": " + std::strerror(agent.error)};
+        case tools::AgentProcess::running:
+            break;
     }
-    // The agent holds a write lock on the file as long as it lives. A pid alone may belong to another program by now.
-    struct flock lock {};
-    lock.l_type = F_RDLCK;
-    lock.l_whence = SEEK_SET;
-    if (fcntl(fileno(file.get()), F_GETLK, &lock) != 0) {
-        return unreadable();
-    }
-    if (lock.l_type == F_UNLCK) {
-        return {HAB_SHUTDOWN, std::string("not running; ") + kPidFile + " is left of one that was killed"};
-    }
-    const std::string pid = std::to_string(lock.l_pid);
+    const std::string pid = std::to_string(agent.id);
     return {HAB_OK, "running, pid " + pid, "/proc/" + pid};
 }
 

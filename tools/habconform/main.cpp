@@ -1,0 +1,218 @@
+// habconform - checks on the target that a platform's libraries have the properties that the agent relies on.
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+
+#include "agent_process.h"
+#include "process.h"
+
+namespace habconform {
+
+namespace {
+
+enum Status { allHold = 0, someFail = 1, notRun = 2 };
+
+constexpr const char* kHelp =
+    R"(habconform [OPTION...] - checks that libhablib and libhabdynlog have the properties that droagent relies on
+
+  --read-only                  Write nothing, and leave out the checks that write
+  --scratch TABLE.FIELD[@ROW]  Write this field as well; may be repeated
+  --stress                     Write 10,000 values as well; flash memory wears
+  --only NAME[,NAME...]        Run only these checks
+  --json                       Print one JSON object a line
+  --help                       Print this help
+
+Writes only fields that only the agent writes, and restores them. Does not run beside the agent.
+Exit status: 0 when all properties hold, 1 when some do not, 2 when the checks could not run.
+)";
+
+// Text from the store or the library without control bytes.
+std::string printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char byte) { return (byte >= 0 && byte < ' ') || byte == '\x7F'; }, '?');
+    return text;
+}
+
+std::string quoted(const std::string& text) {
+    std::string json;
+    for (const char byte : printable(text)) {
+        json += byte == '"' || byte == '\\' ? std::string("\\") + byte : std::string(1, byte);
+    }
+    return '"' + json + '"';
+}
+
+void print(const std::string& line) {
+    std::puts(line.c_str());
+    std::fflush(stdout);
+}
+
+int refuse(const std::string& problem) {
+    std::fprintf(stderr, "habconform: %s\n", problem.c_str());
+    return notRun;
+}
+
+// What will be written, with the values before.
+void printPlan(const SavedValues& saved) {
+    std::string json;
+    std::string lines = saved.empty() ? "Writes nothing." : "Writes these fields, and restores their values:";
+    for (const auto& [place, value] : saved) {
+        json += (json.empty() ? "" : ", ") + quoted(textOf(place)) + ": " + quoted(value);
+        lines += "\n    " + textOf(place) + " = " + printable(value);
+    }
+    print(options().json ? "{\"version\": \"" HABCONFORM_VERSION "\", \"writes\": {" + json + "}}" : lines);
+}
+
+void printCheck(const Check& check, const Outcome& outcome, bool failed) {
+    const std::string result = outcome.result == Outcome::skipped  ? "skipped"
+                               : (check.kind & Check::stated) != 0 ? "stated"
+                               : failed                            ? "fails"
+                                                                   : "holds";
+    if (options().json) {
+        print("{\"check\": " + quoted(check.name) + ", \"result\": " + quoted(result) +
+              ", \"property\": " + quoted(check.property) + ", \"found\": " + quoted(outcome.details) +
+              (failed ? ", \"consequence\": " + quoted(check.consequence) : "") +
+              (outcome.numbers.empty() ? "" : ", " + outcome.numbers) + "}");
+        return;
+    }
+    std::array<char, 32> start{};
+    std::snprintf(start.data(), start.size(), "%-8s %-17s", failed ? "FAILS" : result.c_str(), check.name);
+    print(start.data() + std::string(check.property) + (outcome.details.empty() ? "" : ": ") +
+          printable(outcome.details) + (failed ? std::string(". The agent: ") + check.consequence : ""));
+}
+
+// Why no check may run now; empty when they may.
+std::string obstacle() {
+    const tools::AgentProcess agent = tools::agentProcess();
+    if (agent.state == tools::AgentProcess::running) {
+        return "the agent runs, pid " + std::to_string(agent.id) + "; stop it first";
+    }
+    if (agent.state == tools::AgentProcess::unreadable) {
+        return std::string(tools::kPidFile) + ": " + std::strerror(agent.error);
+    }
+    return interrupted() ? "interrupted" : "";
+}
+
+// Why these options leave a check out; empty when they do not.
+std::string reasonToSkip(const Check& check) {
+    if ((check.kind & Check::writes) != 0 && options().readOnly) {
+        return "it writes";
+    }
+    return (check.kind & Check::stress) != 0 && !options().stress ? "only with --stress" : "";
+}
+
+Outcome runCheck(const Check& check) {
+    constexpr int kStressFactor = 20;
+    if (const std::string reason = reasonToSkip(check); !reason.empty()) {
+        return {Outcome::skipped, reason, ""};
+    }
+    return runChild(check.name, "", kLimit * ((check.kind & Check::stress) != 0 ? kStressFactor : 1));
+}
+
+// Returns the exit status.
+int runChecks(const std::string& saved) {
+    int held = 0;
+    int failed = 0;
+    int skipped = 0;
+    std::string problem;
+    for (const Check& check : allChecks()) {
+        const auto& only = options().only;
+        if (!only.empty() && std::find(only.begin(), only.end(), check.name) == only.end()) {
+            continue;
+        }
+        problem = obstacle();
+        const Outcome outcome = problem.empty() ? runCheck(check) : Outcome{Outcome::stopped, "", ""};
+        if (outcome.result == Outcome::stopped) {
+            problem = problem.empty() ? "interrupted" : problem;
+            break;
+        }
+        const bool judged = (check.kind & Check::stated) == 0;
+        const bool fails = judged && outcome.result == Outcome::fails;
+        printCheck(check, outcome, fails);
+        (outcome.result == Outcome::skipped ? skipped : fails ? failed : held) += judged ? 1 : 0;
+    }
+    const auto count = [](int number, const char* word) {
+        return options().json ? quoted(word) + ": " + std::to_string(number) : std::to_string(number) + " " + word;
+    };
+    const std::string counts = count(held, "hold") + ", " + count(failed, "fail") + ", " + count(skipped, "skipped");
+    print(options().json ? "{" + counts + "}" : counts);
+    if (const Outcome restored = runChild("restore", saved); restored.result != Outcome::holds) {
+        problem += (problem.empty() ? "" : "; ") + restored.details;
+    }
+    return !problem.empty() ? refuse(problem) : failed == 0 ? allHold : someFail;
+}
+
+int run() {
+    catchSignals();
+    if (const std::string problem = obstacle(); !problem.empty()) {
+        return refuse(problem);
+    }
+    const Outcome saved = runChild("save");
+    if (saved.result != Outcome::holds) {
+        return refuse("the store cannot be used: " + saved.details);
+    }
+    printPlan(savedValues(saved.details));
+    return runChecks(saved.details);
+}
+
+// Throws std::runtime_error.
+void addNames(const std::string& list) {
+    const std::vector<Check> all = allChecks();
+    std::istringstream names(list);
+    for (std::string name; std::getline(names, name, ',');) {
+        if (std::none_of(all.begin(), all.end(), [&name](const Check& check) { return name == check.name; })) {
+            throw std::runtime_error("there is no check '" + name + "'");
+        }
+        options().only.push_back(name);
+    }
+}
+
+// Throws std::runtime_error.
+void readCommandLine(const std::vector<std::string>& words) {
+    Options& given = options();
+    given.words = words;
+    for (std::size_t i = 1; i < words.size(); ++i) {
+        const auto value = [&] {
+            return ++i < words.size() ? words[i] : throw std::runtime_error("a value is missing");
+        };
+        const std::string& word = words[i];
+        if (word == "--read-only") {
+            given.readOnly = true;
+        } else if (word == "--stress") {
+            given.stress = true;
+        } else if (word == "--json") {
+            given.json = true;
+        } else if (word == "--scratch") {
+            given.scratch.push_back(writablePlace(value()));
+        } else if (word == "--only") {
+            addNames(value());
+        } else if (word == "--role") {
+            given.role = value();
+        } else if (word == "--help") {
+            std::fputs(kHelp, stdout);
+            std::exit(allHold);
+        } else {
+            throw std::runtime_error("unknown option '" + word + "'; see --help");
+        }
+    }
+}
+
+}  // namespace
+
+}  // namespace habconform
+
+int main(int argc, char** argv) {
+    try {
+        habconform::readCommandLine({argv, argv + argc});
+        if (!habconform::options().role.empty()) {
+            _exit(habconform::runRole());  // threads of the library may still run
+        }
+        return habconform::run();
+    } catch (const std::exception& problem) {
+        return habconform::refuse(problem.what());
+    }
+}
