@@ -65,10 +65,10 @@ void deliver(const Subscription& to, const char* table, int row, const char* fie
 }
 
 void onNotice(const char* table, int row, const char* field, void* context) {
-    static int count = 0;  // notices of one session come one at a time
+    static std::atomic<int> notices{0};
     static std::string held;
     const auto& to = *static_cast<Subscription*>(context);
-    ++count;
+    const int count = ++notices;
     if ((broken("notice-own") && field == std::string("CircleToggle")) || (broken("notice-all/lost") && count == 37) ||
         (broken("stress") && count == 5000) || (broken("notice-sessions") && to.session == 1)) {
         return;
@@ -264,7 +264,7 @@ REPLACE(hab_string2mac, int, (const char* text, std::uint8_t* mac),
 REPLACE(hab_subscribe, int, (hab_session * session, const char* table, int whole),
         { return real(session, table, whole); })
 REPLACE(hab_subscribe_cb, int, (hab_session * session, hab_notice_handler handler, void* context), {
-    static int sessions = 0;
+    static std::atomic<int> sessions{0};
     g_subscribed = true;
     return real(session, onNotice, new Subscription{handler, context, sessions++});
 })

@@ -1,7 +1,6 @@
 #include "field.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -29,8 +28,9 @@ std::string textOfMac(const Mac& mac) {
 // Does not use the library, whose parser is under test.
 Mac macOf(const std::string& text) {
     Mac mac{};
-    std::sscanf(text.c_str(), "%2" SCNx8 ":%2" SCNx8 ":%2" SCNx8 ":%2" SCNx8 ":%2" SCNx8 ":%2" SCNx8, &mac[0], &mac[1],
-                &mac[2], &mac[3], &mac[4], &mac[5]);
+    for (std::size_t i = 0; i < mac.size() && 3 * i < text.size(); ++i) {
+        mac[i] = static_cast<std::uint8_t>(std::strtoul(text.c_str() + 3 * i, nullptr, 16));
+    }
     return mac;
 }
 
@@ -68,7 +68,7 @@ bool operator==(const Place& left, const Place& right) {
 
 Place writablePlace(const std::string& address) {
     const std::string wanted = address.find('@') == std::string::npos ? address + "@0" : address;
-    const int row = std::atoi(wanted.c_str() + wanted.find('@') + 1);
+    const auto row = static_cast<int>(std::strtol(wanted.c_str() + wanted.find('@') + 1, nullptr, 10));
     for (const Field& field : agentFields()) {
         for (const char* name : {field.name, field.alias}) {
             const Place place{&field, row, name};
@@ -126,7 +126,7 @@ int writeValue(hab_session* session, const Place& place, const std::string& valu
         const Mac mac = macOf(value);
         return set(hab_set_mac, mac.data());
     }
-    const long long number = std::atoll(value.c_str());
+    const long long number = std::strtoll(value.c_str(), nullptr, 10);
     return field.type == Type::boolType  ? set(hab_set_bool, number != 0)
            : field.type == Type::intType ? set(hab_set_int, static_cast<std::int32_t>(number))
                                          : set(hab_set_uint, static_cast<std::uint32_t>(number));

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -89,11 +90,8 @@ void execProgram(const std::string& role) {
     std::array<char, 4096> path{};
     std::vector<std::string> words = options().words;
     words.insert(words.end(), {"--role", role});
-    std::vector<char*> arguments;
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments(words.size() + 1, nullptr);
+    std::transform(words.begin(), words.end(), arguments.begin(), [](std::string& word) { return word.data(); });
     if (readlink("/proc/self/exe", path.data(), path.size() - 1) > 0) {
         execv(path.data(), arguments.data());
     }

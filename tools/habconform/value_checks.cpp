@@ -108,7 +108,7 @@ std::string values() {
         for (const std::string& value : limitsOf(*place.field)) {
             set(session.get(), place, value);
             const std::string now = get(session.get(), place);
-            require(now == value, textOf(place) + " = '" + value + "' was read as '" + now + "'");
+            require(now == value, textOf(place).append(" = '" + value).append("' was read as '" + now) + "'");
         }
     }
     return std::to_string(places.size()) + " of the fields";
