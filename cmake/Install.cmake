@@ -47,6 +47,13 @@ elseif(NOT DROAGENT_INIT STREQUAL "none")
     message(FATAL_ERROR "DROAGENT_INIT is '${DROAGENT_INIT}': systemd, procd or none")
 endif()
 
+# ---- habconform, a development file. Firmware receives it only when the component dev is requested. ----
+if(DROAGENT_PLATFORM_DIR)
+    set(DROAGENT_INSTALL_RULE EXCLUDE_FROM_ALL)
+endif()
+install(TARGETS habconform DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT dev ${DROAGENT_INSTALL_RULE})
+dro_install_man(dev habconform.1)
+
 if(DROAGENT_PLATFORM_DIR)
     return() # the platform supplies its own libraries and tools
 endif()

@@ -44,7 +44,7 @@ dro_package(habctl habctl utils "${own_library}"
     "Makes store files, reads and writes values, shows changes as they\nhappen, and says how the device agent stands.")
 dro_package(dev libhab-dev libdevel "${own_library}"
     "configuration store of a router - development files"
-    "Headers, pkg-config and CMake package files for programs that use the\nhab store.")
+    "Headers, pkg-config and CMake package files for programs that use the\nhab store, and habconform, which checks a platform's own libraries.")
 
 set(CPACK_DEBIAN_AGENT_PACKAGE_CONTROL_EXTRA
     ${CMAKE_SOURCE_DIR}/packaging/debian/postinst

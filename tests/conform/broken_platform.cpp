@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -64,6 +65,28 @@ void deliver(const Subscription& to, const char* table, int row, const char* fie
     t_inHandler = false;
 }
 
+// With a small stack; waits for the handler, but not for long.
+void deliverOnThread(const Subscription& to, const std::string& table, int row, const std::string& field) {
+    auto& done = *new std::atomic<bool>(false);
+    auto* work = new std::function<void()>([&done, to, table, row, field] {
+        deliver(to, table.c_str(), row, field.c_str());
+        done = true;
+    });
+    pthread_t thread{};
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, broken("notice-stack") ? DRO_THREAD_STACK / 4 : DRO_THREAD_STACK);
+    const auto run = [](void* function) -> void* {
+        (*static_cast<std::function<void()>*>(function))();
+        return nullptr;
+    };
+    pthread_create(&thread, &attributes, run, work);
+    pthread_detach(thread);
+    for (int i = 0; i < (broken("notice-serial") ? 300 : 10'000) && !done; ++i) {
+        std::this_thread::sleep_for(1ms);
+    }
+}
+
 void onNotice(const char* table, int row, const char* field, void* context) {
     static std::atomic<int> notices{0};
     static std::string held;
@@ -82,15 +105,8 @@ void onNotice(const char* table, int row, const char* field, void* context) {
         sigfillset(&all);
         pthread_sigmask(SIG_UNBLOCK, &all, nullptr);
     }
-    if (broken("notice-serial")) {
-        auto& done = *new std::atomic<bool>(false);
-        std::thread([&, text = std::array{std::string(table), std::string(field)}, row] {
-            deliver(to, text[0].c_str(), row, text[1].c_str());
-            done = true;
-        }).detach();
-        for (int i = 0; i < 300 && !done; ++i) {
-            std::this_thread::sleep_for(1ms);
-        }
+    if (broken("notice-serial") || broken("notice-stack")) {
+        deliverOnThread(to, table, row, field);
         return;
     }
     deliver(to, table, row, field);

@@ -1,5 +1,7 @@
 // Change notices: which ones come, in what order, on which thread, and what a handler may do. State that handlers use
 // is never freed, since a handler may outlive its check.
+#include <pthread.h>
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -128,6 +130,22 @@ std::string handlerWrites() {
     return "";
 }
 
+// The handlers of the connector's state run the registration.
+std::string noticeStack() {
+    constexpr std::size_t kNeeded = DRO_THREAD_STACK / 2;
+    const Watch watch([](hab_session*, const Notice&) {
+        pthread_attr_t attributes;
+        std::size_t size = 0;
+        require(pthread_getattr_np(pthread_self(), &attributes) == 0, "the stack's size is unknown");
+        pthread_attr_getstacksize(&attributes, &size);
+        pthread_attr_destroy(&attributes);
+        require(size >= kNeeded, std::to_string(size / 1024) + " KiB");
+    });
+    watch.write(freshNumber());
+    require(watch.await(1).size() == 1, "no notice arrived");
+    return "";
+}
+
 // Holds a handler until the check opens it.
 struct Gate {
     std::atomic<bool> arrived{false};
@@ -205,6 +223,8 @@ const std::vector<Check> kNoticeChecks{
      "it does not see that the connector registers or connects", noticeSessions},
     {"notice-thread", Check::writes, "a handler runs on a library thread, and the write does not wait for it",
      "it hangs: it writes under locks that its handlers take", noticeThread},
+    {"notice-stack", Check::writes, "the thread of a handler has at least half the stack of the agent's own threads",
+     "a deeply nested answer to a registration crashes it", noticeStack},
     {"notice-serial", Check::writes, "the notices of a session arrive one at a time",
      "two handlers act on one change, and an order is reported twice", noticeSerial},
     {"handler-writes", Check::writes, "a handler can read and write the store",
