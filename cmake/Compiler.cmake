@@ -23,6 +23,8 @@ target_link_options(dro_flags INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed)
 if(DROAGENT_SANITIZE)
     add_compile_options(-fsanitize=${DROAGENT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${DROAGENT_SANITIZE})
+    target_sources(dro_flags INTERFACE
+        $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:${CMAKE_SOURCE_DIR}/cmake/sanitizer_options.c>)
 else()
     target_compile_options(dro_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
 endif()
