@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <regex>
 #include <sstream>
 
 #include "dro_daemon.h"
@@ -117,13 +116,15 @@ TEST_F(Process, IsNotHeldUpByOutputThatNobodyReads) {
                    text.find("Lines lost here, because they could not be written: ") != std::string::npos;
         }));
         expect_prompt_end(agent);
-        std::istringstream lines(text + read_all(ends[0]));
-        const std::regex whole(
-            "2[-0-9T:.]{22} [Dd]roagent [124] \\S+:[0-9]+ (?!.*Droagent [124]).*|"
-            "Error reading socket: Connection reset by peer|"
-            "droagent: texts lost here, because they could not be written: [0-9]+");
+        text += read_all(ends[0]);
+        EXPECT_EQ(text.back(), '\n');
+        std::istringstream lines(text);
         for (std::string line; std::getline(lines, line);) {
-            EXPECT_TRUE(std::regex_match(line, whole)) << line;
+            const auto source = line.find(".cpp:");  // once in each log line
+            EXPECT_TRUE((source < line.size() && source == line.rfind(".cpp:")) ||
+                        line == "Error reading socket: Connection reset by peer" ||
+                        line.starts_with("droagent: texts lost here, because they could not be written: "))
+                << line;
         }
         close(ends[0]);
         close(ends[1]);
