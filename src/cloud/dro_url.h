@@ -15,7 +15,8 @@ extern EndpointUrl PUSHSTDATA_API;
 extern EndpointUrl CIRCLE_CUUID_API;
 extern EndpointUrl CIRCLE_STATUS_API;
 
-// Builds the endpoints from the base URL in the identity record. Returns 0.
+// Builds the endpoints from the base URL in the identity record, and logs an error when that is not a valid https URL:
+// every request then fails (curl_post). Returns 0.
 int get_api_url();
 
 }  // namespace dro

@@ -83,6 +83,8 @@ void set_options(CURL* easy, const char* url, const char* body, curl_slist* head
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, &answer);
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, kConnectTimeoutSeconds);
     curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(request_rules().limit.count()));
+    // No other scheme, given or guessed.
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "https");
     // An aborted transfer does not wait for a silent name server.
     curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
     // Each request uses a new connection and a new name lookup, even on a reused multi handle.

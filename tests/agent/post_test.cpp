@@ -217,6 +217,20 @@ TEST_F(Post, KeepsTheDeploymentsRules) {
     EXPECT_EQ(cloud.requests().size(), 0U);
 }
 
+TEST_F(Post, IsSentOnlyOverHttps) {
+    const std::string host = cloud.base_url().substr(std::string("https://").size());
+    for (const std::string scheme : {"http://", "ftp://", "", "HTTPS://"}) {
+        const std::size_t sent = scheme == "HTTPS://" ? 1 : 0;
+        const std::string said = "Every request will fail: the base URL \"" + scheme + host;
+        log.forget();
+        store.set("Drocfg.DroBaseURL", scheme + host);
+        start_agent();
+        EXPECT_EQ(log.count(said + "\" is not an https URL (Unsupported URL scheme)\n", 4), 1 - sent) << scheme;
+        EXPECT_EQ(dro::curl_post(dro::BOOT_API.c_str(), "{}", answer), 12 * sent) << scheme;
+        EXPECT_EQ(log.count_starting("curl_easy_perform() failed: Unsupported protocol::0x", 4), 1 - sent) << scheme;
+    }
+}
+
 TEST_F(Post, CutsEndpointsAtTheirSize) {
     std::string base = cloud.base_url();
     for (const std::size_t length : {112U, 113U}) {
