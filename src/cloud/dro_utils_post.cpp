@@ -8,6 +8,7 @@
 
 #include "dro_log.h"
 #include "dro_text.h"
+#include "dro_utils_bundle.h"
 #include "dro_utils_server.h"
 #include "dro_utils_transfer.h"
 #include "provisioning.h"
@@ -132,14 +133,13 @@ std::size_t curl_post(const char* url, const char* body, std::optional<std::stri
     answer.init();
     const HeaderList headers = make_headers(environment);
     LOG_TRACE(" URL is %s\n", url);
-    const CaBundle bundle = find_ca_bundle();
-    if (bundle.path == nullptr && request_rules().needsCaBundle) {
-        LOG_ERROR("No bundle of certificates can be read, so nothing is sent\n");
+    const std::optional<CaBundle> bundle = choose_ca_bundle();
+    if (!bundle) {
         return 0;
     }
-    set_options(easy.get(), url, body, headers.get(), bundle, answer);
+    set_options(easy.get(), url, body, headers.get(), *bundle, answer);
 
-    const CURLcode result = run_transfer(easy.get(), bundle);
+    const CURLcode result = run_transfer(easy.get(), *bundle);
     curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &status);
     if (httpStatus != nullptr) {
         *httpStatus = status;

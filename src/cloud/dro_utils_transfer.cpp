@@ -1,8 +1,5 @@
 #include "dro_utils_transfer.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -13,7 +10,6 @@
 #include "dro_stop.h"
 #include "dro_sync.h"
 #include "dro_utils_post.h"
-#include "provisioning.h"
 
 namespace dro {
 namespace {
@@ -156,24 +152,6 @@ CURLcode drive(CURLM* multi) {
 }
 
 }  // namespace
-
-CaBundle find_ca_bundle() {
-    for (const char* path : provisioning::kCaBundles) {
-        const int probe = open(path, O_RDONLY | O_CLOEXEC);
-        if (probe < 0) {
-            continue;
-        }
-        struct stat status {};
-        fstat(probe, &status);
-        close(probe);
-        return {.path = path,
-                .device = status.st_dev,
-                .inode = status.st_ino,
-                .size = status.st_size,
-                .changed = status.st_ctim};
-    }
-    return {};
-}
 
 CURLcode run_transfer(CURL* easy, const CaBundle& bundle) {
     Transport transport = transports().take(bundle);

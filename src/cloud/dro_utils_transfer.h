@@ -3,9 +3,8 @@
 #pragma once
 
 #include <curl/curl.h>
-#include <sys/stat.h>
 
-#include <ctime>
+#include "dro_utils_bundle.h"
 
 namespace dro {
 
@@ -17,23 +16,6 @@ struct Releases {
         static_cast<void>(Function(handle));
     }
 };
-
-// The CA bundle in use. The other members identify its version.
-struct CaBundle {
-    const char* path = nullptr;  // null: none is readable
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = 0;
-    timespec changed{};  // status change time: a modification time can be reset
-
-    bool operator==(const CaBundle& other) const {
-        return path == other.path && device == other.device && inode == other.inode && size == other.size &&
-               changed.tv_sec == other.changed.tv_sec && changed.tv_nsec == other.changed.tv_nsec;
-    }
-};
-
-// Returns the first readable provisioned bundle.
-CaBundle find_ca_bundle();
 
 // Runs the transfer that `easy` is set up for and blocks until it ends. A stop request ends it with
 // CURLE_ABORTED_BY_CALLBACK. The connection is new and is closed afterwards. Kept between transfers: the parsed

@@ -1,9 +1,11 @@
 // The signed request: its destination, its signature, the trusted certificates and the accepted answers; and the pushes
 // of single events and speed tests.
 #include <openssl/sha.h>
+#include <sys/resource.h>
 
 #include <array>
 #include <ctime>
+#include <filesystem>
 
 #include "dro_circle.h"
 #include "dro_generic_cloud_push.h"
@@ -184,9 +186,43 @@ TEST_F(Post, ResumesATlsSessionOnlyOnTheSameTrust) {
     EXPECT_TRUE(eventually([&] { return !resumed(); })) << "it has become old";
 }
 
+TEST_F(Post, GoesOutUnverifiedOnlyWithOneLogLinePerCause) {
+    const auto expect_cause = [&](const char* error) {
+        log.forget();
+        EXPECT_EQ(post() + post(), 24U);
+        const auto lines = log.texts(4);
+        ASSERT_EQ(lines.size(), 1U) << error;
+        EXPECT_TRUE(lines[0].starts_with("No bundle of certificates can be read, so the server's is not verified: /"));
+        EXPECT_TRUE(lines[0].ends_with(", " + ca_bundle() + ": " + error)) << lines[0];
+    };
+    EXPECT_FALSE(provisioned.needsCaBundle);
+    dro::request_rules().needsCaBundle = true;
+    EXPECT_EQ(post(), 12U);
+    remove_ca_bundle();
+    EXPECT_EQ(post(), 0U);
+    EXPECT_EQ(log.count_starting("No bundle of certificates can be read, so nothing is sent: /usr/", 4), 1U);
+    EXPECT_EQ(cloud.requests().size(), 1U);
+    dro::request_rules() = provisioned;
+    expect_cause("No such file or directory");
+    std::filesystem::create_symlink(ca_bundle(), ca_bundle());
+    expect_cause("Too many levels of symbolic links");
+    trust(identity());
+    EXPECT_EQ(post(), 12U);
+    remove_ca_bundle();
+    expect_cause("No such file or directory");
+    log.forget();
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    const rlimit exhausted{4, files.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &exhausted);
+    EXPECT_EQ(post(), 0U) << "a bundle may be readable";
+    setrlimit(RLIMIT_NOFILE, &files);
+    EXPECT_EQ(log.count_starting("Cannot open the bundle /usr/", 4), 1U);
+    EXPECT_EQ(log.count_starting("(DROagent) - res="), 0U);
+}
+
 TEST_F(Post, KeepsTheDeploymentsRules) {
     EXPECT_EQ(provisioned.limit.count(), 0);
-    EXPECT_FALSE(provisioned.needsCaBundle);
     const std::string longest(provisioned.largestAnswer, 'x');
     cloud.script("x/", {text_answer(longest), text_answer(longest + "x")});
     EXPECT_EQ(post(), longest.size());
@@ -205,16 +241,6 @@ TEST_F(Post, KeepsTheDeploymentsRules) {
     dro::request_rules() = rules;
     EXPECT_EQ(post(), 0U) << "the cloud stalls";
     cloud.release();
-
-    rules = provisioned;
-    rules.needsCaBundle = true;
-    dro::request_rules() = rules;
-    EXPECT_NE(post(), 0U);
-    cloud.forget();
-    remove_ca_bundle();
-    EXPECT_EQ(post(), 0U);
-    EXPECT_TRUE(log.has("No bundle of certificates can be read, so nothing is sent\n", 4));
-    EXPECT_EQ(cloud.requests().size(), 0U);
 }
 
 TEST_F(Post, IsSentOnlyOverHttps) {

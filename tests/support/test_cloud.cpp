@@ -48,11 +48,15 @@ const lab::ServerIdentity& identity() {
 }
 
 void trust(const lab::ServerIdentity& identity) {
-    lab::writeBundle(provisioning::kCaBundles.back(), identity.authority.get());
+    lab::writeBundle(ca_bundle(), identity.authority.get());
+}
+
+std::string ca_bundle() {
+    return provisioning::kCaBundles.back();
 }
 
 void remove_ca_bundle() {
-    std::filesystem::remove(provisioning::kCaBundles.back());
+    std::filesystem::remove(ca_bundle());
 }
 
 struct TestCloud::Server {

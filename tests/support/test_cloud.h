@@ -19,8 +19,9 @@ lab::ServerIdentity make_identity();
 const lab::ServerIdentity& identity();
 
 // Atomically makes the authority of `identity` the only one that the agent trusts, by writing the last of its bundle
-// paths. Without any bundle the agent does not verify certificates.
+// paths, ca_bundle(). Without any bundle the agent does not verify certificates.
 void trust(const lab::ServerIdentity& identity);
+std::string ca_bundle();
 void remove_ca_bundle();
 
 struct Answer {
