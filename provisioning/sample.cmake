@@ -35,8 +35,9 @@ set(DROAGENT_CA_BUNDLES "<path>" "<path>")
 # Seconds for a whole request, up to 86400. 0: no limit.
 # set(DROAGENT_TRANSFER_LIMIT 0)
 
-# Bytes of an answer, up to 999999999. A longer one is a failed request. 0: no limit.
-# set(DROAGENT_LARGEST_ANSWER 16777216)
+# Bytes of an answer, up to 999999999. A longer one is a failed request. Parsing takes up to 40 times that much memory.
+# 0: no limit.
+# set(DROAGENT_LARGEST_ANSWER 262144)
 
 # Seconds for which a TLS session is resumed after its full handshake, up to 604800. Until then the server's certificate
 # is not verified again. 0: never resumed.

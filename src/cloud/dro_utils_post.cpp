@@ -8,6 +8,7 @@
 
 #include "dro_log.h"
 #include "dro_text.h"
+#include "dro_utils_answer.h"
 #include "dro_utils_bundle.h"
 #include "dro_utils_server.h"
 #include "dro_utils_transfer.h"
@@ -17,39 +18,9 @@ namespace dro {
 namespace {
 
 constexpr long kConnectTimeoutSeconds = 3;
-constexpr std::size_t kUsualAnswer = 256;
 
 using EasyHandle = std::unique_ptr<CURL, Releases<curl_easy_cleanup>>;
 using HeaderList = std::unique_ptr<curl_slist, Releases<curl_slist_free_all>>;
-
-// Collects the answer's body. No exception may pass through libcurl.
-struct ResponseAccumulator {
-    std::string text;
-
-    void init() {
-        try {
-            text.reserve(kUsualAnswer);
-        } catch (const std::bad_alloc&) {
-            LOG_ERROR("malloc() failed\n");
-        }
-    }
-
-    static std::size_t write(const char* bytes, std::size_t size, std::size_t count, void* self) {
-        std::string& text = static_cast<ResponseAccumulator*>(self)->text;
-        const std::size_t largest = request_rules().largestAnswer;
-        if (largest != 0 && size * count > largest - text.size()) {
-            LOG_ERROR("The answer is longer than %zu bytes\n", largest);
-            return 0;
-        }
-        try {
-            text.append(bytes, size * count);
-        } catch (const std::bad_alloc&) {
-            LOG_ERROR("realloc() failed\n");
-            return 0;
-        }
-        return size * count;
-    }
-};
 
 HeaderList make_headers(int environment) {
     const auto& key = environment == 1 ? provisioning::kProductionKey : provisioning::kNonProductionKey;
@@ -63,8 +34,7 @@ HeaderList make_headers(int environment) {
     return headers;
 }
 
-void set_options(CURL* easy, const char* url, const char* body, curl_slist* headers, const CaBundle& bundle,
-                 ResponseAccumulator& answer) {
+void set_options(CURL* easy, const char* url, const char* body, curl_slist* headers, const CaBundle& bundle) {
     curl_easy_setopt(easy, CURLOPT_URL, url);
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
     if (bundle.path != nullptr) {
@@ -80,12 +50,12 @@ void set_options(CURL* easy, const char* url, const char* body, curl_slist* head
     curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body);
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, static_cast<long>(std::strlen(body)));
-    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, ResponseAccumulator::write);
-    curl_easy_setopt(easy, CURLOPT_WRITEDATA, &answer);
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, kConnectTimeoutSeconds);
     curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(request_rules().limit.count()));
-    // No other scheme, given or guessed.
+    // No other scheme, given or guessed, and no multiplexing: frames would be a further part of an answer to limit, and
+    // a connection carries one request.
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "https");
+    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     // An aborted transfer does not wait for a silent name server.
     curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
     // Each request uses a new connection and a new name lookup, even on a reused multi handle.
@@ -125,19 +95,19 @@ std::size_t curl_post(const char* url, const char* body, std::optional<std::stri
     if (environment == -1) {
         return 0;
     }
+    Answer answer;
     const EasyHandle easy(curl_easy_init());
     if (!easy) {
         return 0;
     }
-    ResponseAccumulator answer;
-    answer.init();
+    answer.receive_from(easy.get());
     const HeaderList headers = make_headers(environment);
     LOG_TRACE(" URL is %s\n", url);
     const std::optional<CaBundle> bundle = choose_ca_bundle();
     if (!bundle) {
         return 0;
     }
-    set_options(easy.get(), url, body, headers.get(), *bundle, answer);
+    set_options(easy.get(), url, body, headers.get(), *bundle);
 
     const CURLcode result = run_transfer(easy.get(), *bundle);
     curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &status);
@@ -152,7 +122,7 @@ std::size_t curl_post(const char* url, const char* body, std::optional<std::stri
         LOG_ERROR("curl_easy_perform() failed: %s::%s\n", curl_easy_strerror(result), handle.c_str());
         return 0;
     }
-    return hand_over(answer.text, response);
+    return hand_over(answer.body(), response);
 }
 
 }  // namespace dro

@@ -20,10 +20,11 @@ struct RequestRules {
 RequestRules& request_rules();
 
 // Posts the JSON text `body` to `url` over HTTPS on a new connection and blocks until the answer is complete. With
-// another scheme, or none, nothing is sent. Connecting is limited to 3 s, the whole transfer only by request_rules(). A
-// stop request ends the wait. Returns the length of the answer's body, whatever its HTTP status, and stores the body in
-// `response`. Returns 0 when there is none (no transfer, a failed one, or an empty body) and leaves `response`
-// unchanged. `httpStatus`, if not null, receives the HTTP status code, 0 when none arrived.
+// another scheme, or none, nothing is sent. Connecting is limited to 3 s, the whole transfer only by request_rules(),
+// the parts of the answer as in dro_utils_answer.h. A stop request ends the wait. Returns the length of the answer's
+// body, whatever its HTTP status, and stores the body in `response`. Returns 0 when there is none (no transfer, a
+// failed one, or an empty body) and leaves `response` unchanged. `httpStatus`, if not null, receives the HTTP status
+// code, 0 when none arrived.
 std::size_t curl_post(const char* url, const char* body, std::optional<std::string>& response,
                       long* httpStatus = nullptr);
 

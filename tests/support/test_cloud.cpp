@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <condition_variable>
 #include <deque>
 #include <filesystem>
@@ -22,7 +23,11 @@ namespace {
 void send_answer(const Answer& answer, const httplib::Request& request, httplib::Response& response) {
     constexpr const char* kJson = "application/json";
     response.status = answer.status;
-    if (answer.kind == Answer::Kind::hangUp || answer.kind == Answer::Kind::reset) {
+    if (answer.kind == Answer::Kind::raw) {
+        SSL* ssl = const_cast<SSL*>(request.ssl);
+        SSL_write(ssl, answer.body.data(), static_cast<int>(answer.body.size()));
+        SSL_shutdown(ssl);  // the server's own response then fails
+    } else if (answer.kind == Answer::Kind::hangUp || answer.kind == Answer::Kind::reset) {
         const int toReset = answer.kind == Answer::Kind::reset ? SSL_get_fd(request.ssl) : -1;
         response.set_content_provider(std::size_t{64}, kJson,
                                       [toReset](std::size_t, std::size_t, httplib::DataSink& /*sink*/) {
@@ -33,6 +38,15 @@ void send_answer(const Answer& answer, const httplib::Request& request, httplib:
     } else {
         response.set_content(answer.body, kJson);
     }
+}
+
+int select_http2(SSL* /*ssl*/, const unsigned char** selected, unsigned char* length, const unsigned char* offered,
+                 unsigned offeredLength, void* /*context*/) {
+    constexpr std::array<unsigned char, 3> kHttp2{2, 'h', '2'};
+    unsigned char* found = nullptr;
+    const int result = SSL_select_next_proto(&found, length, kHttp2.data(), kHttp2.size(), offered, offeredLength);
+    *selected = found;
+    return result == OPENSSL_NPN_NEGOTIATED ? SSL_TLSEXT_ERR_OK : SSL_TLSEXT_ERR_NOACK;
 }
 
 }  // namespace
@@ -63,6 +77,7 @@ struct TestCloud::Server {
     // Reuses the previous port, if any.
     void listen(const lab::ServerIdentity& id) {
         https = std::make_unique<httplib::SSLServer>(id.server.get(), id.serverKey.get());
+        SSL_CTX_set_alpn_select_cb(https->ssl_context(), select_http2, nullptr);
         https->set_tcp_nodelay(true);
         https->set_keep_alive_max_count(1);
         https->set_payload_max_length(std::size_t{4} * 1024 * 1024);

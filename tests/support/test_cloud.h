@@ -30,6 +30,7 @@ struct Answer {
         hangUp,  // closes the connection in the middle of the response
         reset,   // same, with a TCP reset
         stall,   // no answer until release(), then as `text`
+        raw,     // the bytes of `body` instead of an HTTP response, then closes the connection
     };
     Kind kind = Kind::text;
     std::string body = R"({"status":1})";
@@ -37,6 +38,9 @@ struct Answer {
 };
 inline Answer text_answer(std::string body, int status = 200) {
     return {Answer::Kind::text, std::move(body), status};
+}
+inline Answer raw_answer(std::string bytes) {
+    return {Answer::Kind::raw, std::move(bytes)};
 }
 inline const Answer kAccepted;
 inline const Answer kRefused = text_answer(R"({"status":0})");
@@ -56,7 +60,8 @@ struct Request {
 
 class TestCloud {
  public:
-    // Listens on a free loopback port with the certificate of identity(), and makes the agent trust it.
+    // Listens on a free loopback port with the certificate of identity(), and makes the agent trust it. Selects HTTP/2
+    // when offered, which it does not support: a client that offers it receives no answer.
     TestCloud();
     // Releases stalled requests and stops.
     ~TestCloud();
