@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -112,7 +113,7 @@ std::size_t curl_post(const char* url, const char* body, std::optional<std::stri
     const CURLcode result = run_transfer(easy.get(), *bundle);
     curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &status);
     if (httpStatus != nullptr) {
-        *httpStatus = status;
+        *httpStatus = std::max(status, 0L);  // libcurl has -1 for an unreadable status line
     }
     LOG_TRACE("(DROagent) - res= 0x%x, HTTP status code = %ld\n", static_cast<unsigned>(result), status);
     LOG_TRACE("(Droagent) - curl_easy_strerror: %s\n", curl_easy_strerror(result));
