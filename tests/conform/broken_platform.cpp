@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <habdynlog.h>
 #include <hablib.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -20,36 +22,40 @@
 
 namespace {
 
-using namespace std::chrono_literals;
-
-constexpr const char* kUnknown = "NoSuchFieldOfTheAgent";
+// With the fault chosen, runs the statements when the condition holds.
+#define FAULT(NAME, CONDITION, ...)    \
+    if (broken(NAME) && (CONDITION)) { \
+        __VA_ARGS__;                   \
+    }
 
 bool broken(const char* fault) {
-    static const std::string chosen = std::getenv("BROKEN") != nullptr ? std::getenv("BROKEN") : "";
-    return chosen == fault;
+    static const char* chosen = std::getenv("BROKEN");
+    return chosen != nullptr && std::strcmp(chosen, fault) == 0;
 }
+
+bool same(const char* left, const char* right) {
+    return std::strcmp(left, right) == 0;
+}
+
+void pauseFor(int milliseconds) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+void awaitAtMost(int milliseconds, const std::function<bool()>& condition) {
+    for (int i = 0; i < milliseconds && !condition(); ++i) {
+        pauseFor(1);
+    }
+}
+constexpr int kLong = 7000;  // milliseconds: longer than a check waits, shorter than its time limit
 
 std::atomic<int> g_started{0};  // handlers
 std::atomic<int> g_finished{0};
-std::atomic<bool> g_subscribed{false};
 std::atomic<int> g_writers{0};
+std::atomic<int> g_loggers{0};
+std::atomic<bool> g_subscribed{false};
 std::atomic<hab_session*> g_closed{nullptr};
+std::atomic<int> g_log{0};  // 1 between init and uninit, 2 afterwards
 thread_local bool t_inHandler = false;
-
-// Waits longer than a check, but not until its time limit.
-void awaitHandlers(int finished) {
-    for (int i = 0; i < 7000 && g_finished < finished; ++i) {
-        std::this_thread::sleep_for(1ms);
-    }
-}
-
-struct Call {
-    Call() {
-        if (broken("slow")) {
-            std::this_thread::sleep_for(100ms);
-        }
-    }
-};
 
 struct Subscription {
     hab_notice_handler handler;
@@ -65,26 +71,30 @@ void deliver(const Subscription& to, const char* table, int row, const char* fie
     t_inHandler = false;
 }
 
-// With a small stack; waits for the handler, but not for long.
-void deliverOnThread(const Subscription& to, const std::string& table, int row, const std::string& field) {
+// Waits for the handler at most `milliseconds`.
+void deliverOnThread(const Subscription& to, const std::string& table, int row, const std::string& field,
+                     std::size_t stack, int milliseconds) {
     auto& done = *new std::atomic<bool>(false);
     auto* work = new std::function<void()>([&done, to, table, row, field] {
         deliver(to, table.c_str(), row, field.c_str());
         done = true;
     });
+    const auto run = [](void* function) -> void* {
+        return (*static_cast<std::function<void()>*>(function))(), nullptr;
+    };
     pthread_t thread{};
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, broken("notice-stack") ? DRO_THREAD_STACK / 4 : DRO_THREAD_STACK);
-    const auto run = [](void* function) -> void* {
-        (*static_cast<std::function<void()>*>(function))();
-        return nullptr;
-    };
+    pthread_attr_setstacksize(&attributes, stack);
     pthread_create(&thread, &attributes, run, work);
     pthread_detach(thread);
-    for (int i = 0; i < (broken("notice-serial") ? 300 : 10'000) && !done; ++i) {
-        std::this_thread::sleep_for(1ms);
-    }
+    awaitAtMost(milliseconds, [&done] { return done.load(); });
+}
+
+void unblockSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_UNBLOCK, &all, nullptr);
 }
 
 void onNotice(const char* table, int row, const char* field, void* context) {
@@ -92,210 +102,136 @@ void onNotice(const char* table, int row, const char* field, void* context) {
     static std::string held;
     const auto& to = *static_cast<Subscription*>(context);
     const int count = ++notices;
-    if ((broken("notice-own") && field == std::string("CircleToggle")) || (broken("notice-all/lost") && count == 37) ||
-        (broken("stress") && count == 5000) || (broken("notice-sessions") && to.session == 1)) {
-        return;
-    }
-    if (broken("notice-all/order") && count == 30) {
-        held = field;
-        return;
-    }
-    if (broken("signals/mask")) {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_UNBLOCK, &all, nullptr);
-    }
-    if (broken("notice-serial") || broken("notice-stack")) {
-        deliverOnThread(to, table, row, field);
-        return;
-    }
+    FAULT("notice-own", same(field, "CircleToggle"), return )
+    FAULT("notice-all/lost", count == 37, return )
+    FAULT("notice-all/order", count == 30, held = field; return )
+    FAULT("notice-sessions", to.session == 1, return )
+    FAULT("notice-serial", true, return deliverOnThread(to, table, row, field, DRO_THREAD_STACK, 600))
+    FAULT("notice-stack", true, return deliverOnThread(to, table, row, field, DRO_THREAD_STACK / 4, kLong))
+    FAULT("stress", count == 5000, return )
+    FAULT("signals/mask", true, unblockSignals())
     deliver(to, table, row, field);
-    if (broken("notice-all/twice") && count == 63) {
-        deliver(to, table, row, field);
-    }
-    if (!held.empty()) {
-        deliver(to, table, row, std::exchange(held, "").c_str());
-    }
+    FAULT("notice-all/order", count == 31, deliver(to, table, row, held.c_str()))
+    FAULT("notice-all/twice", count == 63, deliver(to, table, row, field))
 }
 
-// Returns true, with the status, when a read does not reach the library.
-bool readFails(hab_session* session, const char*& table, int row, const char* field, int& status) {
-    if (broken("no-session") && session == nullptr) {
-        std::abort();
-    }
-    if (broken("names") && table == std::string("Drocfg") && field != std::string("DroBaseURL")) {
-        table = "DroCfg";
-    }
-    status = broken("rows") && row == 255 ? HAB_NOSUCH_ITEM : HAB_OK;
-    return status != HAB_OK || (broken("destroy/closed") && t_inHandler && session == g_closed);
+// Runs a read, with the faults that do not depend on its type.
+template <typename Read>
+int readWith(hab_session* session, const char* table, int row, const char* field, Read read) {
+    FAULT("no-session", session == nullptr, std::abort())
+    FAULT("names", same(table, "Drocfg") && !same(field, "DroBaseURL"), table = "DroCfg")
+    FAULT("rows", row == 255, return HAB_NOSUCH_ITEM)
+    FAULT("destroy/closed", t_inHandler && session == g_closed, return HAB_OK)
+    return read(table);
 }
 
-// Runs `write` and returns its status.
+// As readWith.
 template <typename Write>
-int written(Write write) {
+int writeWith(Write write) {
     const int started = g_started;
-    const bool inHandlers = started != g_finished;
-    if (broken("handler-writes") && t_inHandler) {
-        return HAB_ERROR;
-    }
-    if (broken("handler-blocks") && !t_inHandler && inHandlers) {
-        return HAB_TIMEOUT;
-    }
-    if (broken("threads")) {
-        const int writers = ++g_writers;
-        std::this_thread::sleep_for(5ms);
-        --g_writers;
-        if (writers > 3) {
-            return HAB_ERROR;
-        }
-    }
+    const bool running = started != g_finished;
+    const int writers = ++g_writers;
+    FAULT("threads", true, pauseFor(5))
+    --g_writers;
+    FAULT("threads", writers > 3, return HAB_ERROR)
+    FAULT("handler-writes", t_inHandler, return HAB_ERROR)
+    FAULT("handler-blocks", !t_inHandler && running, return HAB_TIMEOUT)
     const int status = write();
-    if (broken("notice-thread") && g_subscribed && !inHandlers) {
-        awaitHandlers(started + 1);
-    }
-    return broken("failed-write") && status == HAB_NOSUCH_ITEM ? HAB_OK : status;
+    FAULT("notice-thread", g_subscribed && !running, awaitAtMost(kLong, [=] { return g_finished > started; }))
+    FAULT("failed-write", status == HAB_NOSUCH_ITEM, return HAB_OK)
+    return status;
 }
 
 }  // namespace
-
-#define PLACE hab_session *session, const char *table, int row, const char *field
 
 // NAME's replacement runs the rest of the arguments, which call `real`.
 #define REPLACE(NAME, RESULT, PARAMETERS, ...)                  \
     extern "C" RESULT __real_##NAME PARAMETERS;                 \
     extern "C" RESULT __wrap_##NAME PARAMETERS {                \
-        const Call call;                                        \
         [[maybe_unused]] constexpr auto* real = &__real_##NAME; \
+        FAULT("slow", true, pauseFor(100))                      \
         __VA_ARGS__                                             \
     }
-
-#define READ(NAME, TYPE, ...)                                  \
-    REPLACE(NAME, int, (PLACE, TYPE result), {                 \
-        int status = HAB_OK;                                   \
-        if (!readFails(session, table, row, field, status)) {  \
-            status = real(session, table, row, field, result); \
-            __VA_ARGS__                                        \
-        }                                                      \
-        return status;                                         \
+#define PLACE hab_session *session, const char *table, int row, const char *field
+#define READ(NAME, RESULT, ARGUMENTS, ...)                                            \
+    REPLACE(NAME, int, (PLACE, RESULT), {                                             \
+        return readWith(session, table, row, field, [=](const char* from) {           \
+            [[maybe_unused]] int status = real(session, from, row, field, ARGUMENTS); \
+            __VA_ARGS__                                                               \
+            return status;                                                            \
+        });                                                                           \
     })
-#define READ_TEXT(NAME, ...)                                           \
-    REPLACE(NAME, int, (PLACE, char* result, std::size_t length), {    \
-        int status = HAB_OK;                                           \
-        if (!readFails(session, table, row, field, status)) {          \
-            status = real(session, table, row, field, result, length); \
-            __VA_ARGS__                                                \
-        }                                                              \
-        return status;                                                 \
-    })
+#define TEXT char *text, std::size_t length
+#define TEXT_ARGUMENTS text, length
 #define WRITE(NAME, TYPE, ...)                              \
-    REPLACE(NAME, int, (PLACE, TYPE value), {               \
-        return written([&, given = value]() mutable {       \
+    REPLACE(NAME, int, (PLACE, TYPE given), {               \
+        return writeWith([=, value = given]() mutable {     \
             __VA_ARGS__                                     \
-            return real(session, table, row, field, given); \
+            return real(session, table, row, field, value); \
         });                                                 \
     })
 
-READ_TEXT(hab_get_ascii, {
-    if (broken("short-buffer") && status == HAB_TOO_LONG && length == 8) {
-        std::strcpy(result, "1234567");
-        status = HAB_OK;
-    }
-})
-READ_TEXT(hab_get_string, {
-    if (broken("failed-read") && field == std::string(kUnknown)) {
-        std::memset(result, 'x', length);
-    }
-})
-READ_TEXT(hab_get_enum, {})
-READ(hab_get_bool, bool*, {})
-READ(hab_get_int, std::int32_t*, {
-    if (broken("int") && status == HAB_OK) {
-        *result &= INT32_MAX;
-    }
-})
-READ(hab_get_uint, std::uint32_t*, {
-    if (broken("failed-read/number") && status != HAB_OK) {
-        *result = 0;
-    }
-})
-READ(hab_get_ipv4, std::uint8_t*, { status = broken("fields") && row == 0 ? HAB_WRONG_TYPE : status; })
-READ(hab_get_mac, std::uint8_t*, {
-    if (broken("notice-value") && t_inHandler) {
-        std::memset(result, 0, 6);
-    }
-})
+READ(hab_get_ascii, TEXT, TEXT_ARGUMENTS,
+     FAULT("short-buffer", status == HAB_TOO_LONG && length == 8, return * text = 'x', 0))
+READ(hab_get_string, TEXT, TEXT_ARGUMENTS, FAULT("failed-read", field[0] == 'N', std::memset(text, 'x', length)))
+READ(hab_get_enum, TEXT, TEXT_ARGUMENTS, )
+READ(hab_get_bool, bool* result, result, )
+READ(hab_get_int, std::int32_t* result, result, FAULT("int", status == HAB_OK, *result &= INT32_MAX))
+READ(hab_get_uint, std::uint32_t* result, result, FAULT("failed-read/number", status != HAB_OK, *result = 0))
+READ(hab_get_ipv4, std::uint8_t* result, result, FAULT("fields", row == 0, return HAB_WRONG_TYPE))
+READ(hab_get_mac, std::uint8_t* result, result, FAULT("notice-value", t_inHandler, std::memset(result, 0, 6)))
 
-WRITE(hab_set_ascii, const char*, {
-    const std::string cut(given, std::min(std::strlen(given), std::size_t{30}));
-    if (broken("ascii") && std::strlen(given) == 31) {
-        return real(session, table, row, field, cut.c_str());
-    }
-})
-WRITE(hab_set_string, const char*, {
-    if (broken("string") && given[0] < 0) {
-        given = "?";
-    }
-})
-WRITE(hab_set_enum, const char*, { given = broken("enum") && given == std::string("both") ? "none" : given; })
-WRITE(hab_set_bool, bool, { given = given && !(broken("bool") && field == std::string("cdilTimeout")); })
-WRITE(hab_set_int, std::int32_t, {})
+WRITE(hab_set_ascii, const char*, FAULT("ascii", std::strlen(value) == 31, ++value))
+WRITE(hab_set_string, const char*, FAULT("string", *value < 0, value = "?"))
+WRITE(hab_set_enum, const char*, FAULT("enum", same(value, "both"), value = "none"))
+WRITE(hab_set_bool, bool, FAULT("bool", same(field, "cdilTimeout"), value = false))
+WRITE(hab_set_int, std::int32_t, )
 WRITE(hab_set_uint, std::uint32_t, {
-    if (broken("uint/hangs") && given == UINT32_MAX) {
-        real(session, table, row, field, given);
-        pause();
-    }
-    given = broken("uint") && given == UINT32_MAX ? INT32_MAX : given;
+    FAULT("uint", value == UINT32_MAX, value = 0)
+    FAULT("uint/hangs", value == UINT32_MAX, real(session, table, row, field, value); pause())
 })
 WRITE(hab_set_mac, const std::uint8_t*, {
     std::array<std::uint8_t, 6> now{};
-    if (broken("only-changes") && __real_hab_get_mac(session, table, row, field, now.data()) == HAB_OK &&
-        std::memcmp(now.data(), given, 6) == 0) {
-        return HAB_OK;
-    }
-    if (broken("mac") && given[0] == 0xFF) {
-        given = now.data();
-    }
+    FAULT("mac", *value == 0xFF, value = now.data())
+    FAULT("only-changes",
+          __real_hab_get_mac(session, table, row, field, now.data()) == 0 && std::equal(now.begin(), now.end(), value),
+          return HAB_OK)
 })
 
 REPLACE(hab_init, hab_session*, (), {
-    if (broken("sessions")) {
-        open("/dev/null", O_RDONLY | O_CLOEXEC);
-    }
-    if (broken("signals")) {
-        signal(SIGALRM, SIG_IGN);
-    }
+    FAULT("sessions", true, open("/dev/null", O_RDONLY | O_CLOEXEC))
+    FAULT("signals", true, signal(SIGALRM, SIG_IGN))
     return real();
 })
 REPLACE(hab_destroy, void, (hab_session * session), {
-    if (broken("destroy")) {
-        awaitHandlers(g_started);
-    }
+    FAULT("destroy", true, awaitAtMost(kLong, [started = g_started.load()] { return g_finished >= started; }))
     g_closed = session;
     real(session);
 })
-REPLACE(hab_error_string, const char*, (int status),
-        { return broken("error-texts") && status == 42 ? nullptr : real(status); })
-REPLACE(hab_string2mac, int, (const char* text, std::uint8_t* mac),
-        { return broken("mac-text") && std::strchr(text, '-') != nullptr ? 0 : real(text, mac); })
-REPLACE(hab_subscribe, int, (hab_session * session, const char* table, int whole),
-        { return real(session, table, whole); })
+REPLACE(hab_error_string, const char*, (int status), {
+    FAULT("error-texts", status == 42, return nullptr)
+    return real(status);
+})
+REPLACE(hab_string2mac, int, (const char* text, std::uint8_t* mac), {
+    FAULT("mac-text", std::strchr(text, '-') != nullptr, return 0)
+    return real(text, mac);
+})
+REPLACE(hab_subscribe, int, (hab_session * session, const char* table, int all), return real(session, table, all);)
 REPLACE(hab_subscribe_cb, int, (hab_session * session, hab_notice_handler handler, void* context), {
     static std::atomic<int> sessions{0};
     g_subscribed = true;
     return real(session, onNotice, new Subscription{handler, context, sessions++});
 })
 
-REPLACE(sortedSet_init, sortedSet*, (std::size_t capacity, sortedSet_compare compare),
-        { return real(capacity, compare); })
-REPLACE(sortedSet_add, int, (sortedSet * set, void* entry), { return real(set, entry); })
-REPLACE(sortedSet_find, void*, (const sortedSet* set, const void* probe), { return real(set, probe); })
-REPLACE(sortedSet_first, void*, (const sortedSet* set), { return real(set); })
-REPLACE(sortedSet_rem, int, (sortedSet * set, const void* entry),
-        { return broken("sorted-set") ? 0 : real(set, entry); })
-REPLACE(sortedSet_destroy, void, (sortedSet * set), { real(set); })
-
-static std::atomic<int> g_log{0};  // 1 between init and uninit, 2 afterwards
-static std::atomic<int> g_loggers{0};
+REPLACE(sortedSet_init, sortedSet*, (std::size_t capacity, sortedSet_compare compare), return real(capacity, compare);)
+REPLACE(sortedSet_add, int, (sortedSet * set, void* entry), return real(set, entry);)
+REPLACE(sortedSet_find, void*, (const sortedSet* set, const void* probe), return real(set, probe);)
+REPLACE(sortedSet_first, void*, (const sortedSet* set), return real(set);)
+REPLACE(sortedSet_rem, int, (sortedSet * set, const void* entry), {
+    FAULT("sorted-set", true, return 0)
+    return real(set, entry);
+})
+REPLACE(sortedSet_destroy, void, (sortedSet * set), real(set);)
 
 REPLACE(dynlog_lib_init, int, (), {
     g_log = 1;
@@ -305,14 +241,13 @@ REPLACE(dynlog_lib_uninit, void, (), {
     g_log = 2;
     real();
 })
-REPLACE(set_log_level, void, (int reload, const char* module, const char* binary), { real(reload, module, binary); })
+REPLACE(set_log_level, void, (int reload, const char* module, const char* binary), real(reload, module, binary);)
 REPLACE(log_printf, void, (int level, const char* file, int line, const char* format, ...), {
     const int loggers = ++g_loggers;
-    std::this_thread::sleep_for(broken("log-threads") ? 1ms : 0ms);
-    if ((broken("log-early") && g_log == 0) || (broken("log-late") && g_log == 2) ||
-        (broken("log-threads") && loggers > 2)) {
-        std::abort();
-    }
+    FAULT("log-threads", true, pauseFor(1))
+    FAULT("log-threads", loggers > 2, std::abort())
+    FAULT("log-early", g_log == 0, std::abort())
+    FAULT("log-late", g_log == 2, std::abort())
     std::array<char, 6000> text{};
     va_list arguments;
     va_start(arguments, format);

@@ -105,7 +105,7 @@ std::string noticeSessions() {
 }
 
 std::string noticeSerial() {
-    constexpr std::chrono::milliseconds kWait{800};  // for a notice that must not come meanwhile
+    constexpr std::chrono::milliseconds kWait{1200};  // for a notice that must not come meanwhile
     auto& entered = *new std::atomic<int>(0);
     const Watch watch([&entered, kWait](hab_session*, const Notice&) {
         require(++entered > 1 || !eventually([&entered] { return entered > 1; }, kWait),
