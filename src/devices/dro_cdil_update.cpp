@@ -16,12 +16,25 @@ namespace {
 // The subscription uses a spelling with a capital last letter; the store accepts both.
 constexpr Field kIndex{"DALHNotifyCDUPDATE", "IndexCd"};
 constexpr std::size_t kLongestPayload = 1024;
-constexpr const char* kDropped = "UPDATE_CD Publishing Failed! Exiting thread!\n";
 
 DeviceIndex g_notifier(kIndex);
 
+void mark_update() {
+    write_ascii(fields::cdilsyncAt, "CD_UPDATE");
+}
+
+void log_dropped() {
+    LOG_ERROR("UPDATE_CD Publishing Failed! Exiting thread!\n");
+}
+
+// An update without a thread leaves the same writes as one that finds the queue full.
+void drop_update() {
+    mark_update();
+    log_dropped();
+}
+
 void start_update(std::uint32_t index) {
-    const Place place = g_notifier.take_place_for(index, "UPDATE_CD", kDropped);
+    const Place place = g_notifier.take_place_for(index, "UPDATE_CD", drop_update);
     if (!place) {
         return;
     }
@@ -58,11 +71,11 @@ void t_Handler_cdUpdate(std::uint32_t index) {
     }
     Event event{"UPDAT", {}};
     addConnectedDeviceDataToQueue(event, kLongestPayload, text.get());
-    write_ascii(fields::cdilsyncAt, "CD_UPDATE");
+    mark_update();
     if (enqueue_buf(event) == 1) {
         LOG_TRACE("UPDATE_CD Published Successfully, exiting thread!\n");
     } else {
-        LOG_ERROR("%s", kDropped);
+        log_dropped();
     }
     const std::uint32_t missed = g_notifier.reset();
     if (missed != fields::kNoDevice && !stop_requested()) {

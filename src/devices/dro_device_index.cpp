@@ -23,13 +23,13 @@ std::uint32_t DeviceIndex::reset() {
     return row == std::exchange(handled_, left) ? fields::kNoDevice : row;
 }
 
-Place DeviceIndex::take_place_for(std::uint32_t& row, const char* what, const char* droppedText) {
+Place DeviceIndex::take_place_for(std::uint32_t& row, const char* what, void (*dropped)()) {
     for (; row != fields::kNoDevice; row = reset()) {
         if (Place place = take_place()) {
             return place;
         }
         log_no_place(what);
-        LOG_ERROR("%s", droppedText);
+        dropped();
     }
     return nullptr;
 }

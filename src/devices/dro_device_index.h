@@ -22,10 +22,10 @@ class DeviceIndex {
     // is lost.
     std::uint32_t reset();
 
-    // Takes the place of the thread for the device at `row`. Without a free place, logs `what` and `droppedText` and
+    // Takes the place of the thread for the device at `row`. Without a free place, logs `what`, calls `dropped` and
     // resets the field; a device that the reset finds becomes `row` and is tried as well. Returns null when every
     // device was dropped.
-    Place take_place_for(std::uint32_t& row, const char* what, const char* droppedText);
+    Place take_place_for(std::uint32_t& row, const char* what, void (*dropped)());
 
  private:
     Field field_;

@@ -78,12 +78,14 @@ FixedText<20> device_mac(int row) {
     return FixedText<20>(mac_text(mac).view());
 }
 
-constexpr const char* kDropped = "DTN Publishing Failed! Exiting thread!\n";
-
 DeviceIndex g_notifier(fields::dtnIndex);
 
+void log_dropped() {
+    LOG_ERROR("DTN Publishing Failed! Exiting thread!\n");
+}
+
 void start_notification(unsigned index) {
-    const Place place = g_notifier.take_place_for(index, "DTN", kDropped);
+    const Place place = g_notifier.take_place_for(index, "DTN", log_dropped);
     if (!place) {
         return;
     }
@@ -144,7 +146,7 @@ void t_Handler_dtnSync(unsigned index) {
     if (enqueue_buf({"DTN", payload.c_str()}) == 1) {
         LOG_TRACE("DTN Published Successfully, exiting thread!\n");
     } else {
-        LOG_ERROR("%s", kDropped);
+        log_dropped();
     }
 }
 
