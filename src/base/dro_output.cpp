@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -66,6 +67,7 @@ void print(Output& output, std::string_view text) {
 }  // namespace
 
 void unblock_output() {
+    std::signal(SIGPIPE, SIG_IGN);
     open_again(STDOUT_FILENO);
     open_again(STDERR_FILENO);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // whole lines, also from libraries

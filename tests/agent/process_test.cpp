@@ -129,6 +129,18 @@ TEST_F(Process, IsNotHeldUpByOutputThatNobodyReads) {
         close(ends[0]);
         close(ends[1]);
     }
+    const auto print_to_an_exited_reader = [] {
+        unsetenv("HAB_LOG_FILE");
+        signal(SIGPIPE, SIG_DFL);
+        std::array<int, 2> ends{};
+        EXPECT_EQ(pipe(ends.data()), 0);
+        dup2(ends[1], STDOUT_FILENO);
+        dup2(ends[1], STDERR_FILENO);
+        close(ends[0]);
+    };
+    AgentProcess agent(store, {.before = print_to_an_exited_reader});
+    EXPECT_EQ(status("--wait 20"), HAB_OK);
+    expect_prompt_end(agent);
 }
 
 TEST_F(Process, TreatsAPidFileByWhatItHolds) {
