@@ -292,9 +292,10 @@ TEST_F(Circle, AHealthEventIsTriedThreeTimesAndDropped) {
     EXPECT_EQ(dro::sendClientStatus("RCLIENT", nullptr), 1);
     EXPECT_TRUE(log.has("state is empty\n"));
     EXPECT_TRUE(cloud.requests().empty());
-    cloud.script("deviceEvents", {kRefused});
+    cloud.script("deviceEvents", {kAccepted, kRefused});
+    EXPECT_EQ(dro::sendClientStatus("RCLIENT", "CONNECTED"), 0);
     EXPECT_EQ(dro::sendClientStatus("RCLIENT", "CONNECTED"), 1);
-    EXPECT_EQ(cloud.requests().size(), 1U) << "a refused one is not tried again";
+    EXPECT_EQ(cloud.requests().size(), 2U) << "a refused one is not tried again";
     cloud.forget();
     cloud.answer_all(kEmpty);
     dro::rClientStatus_cbHandler(nullptr);

@@ -1,5 +1,6 @@
 // Cloud commands: each envelope's log line, acknowledgement and store writes.
 #include "dro_get_set_config_ack.h"
+#include "dro_get_set_config_device.h"
 #include "dro_get_set_config_envelope.h"
 #include "pipeline.h"
 
@@ -177,9 +178,21 @@ TEST_F(Command, WritesItsRequestAndTriggersLast) {
     EXPECT_TRUE(log.has("Got info for DTNSchedule time change\nData: UUID = u, cmd = UPDATE_DTN_SCHEDULE, timeZone = " +
                             time + ", startTime = " + time + ", endTime = " + time + "\n",
                         1));
+    writes("PROVISION_CIRCLE", "{}", "", {"u 0 Invalid Argument circleId"});
+    writes("TOGGLE_CIRCLE_STATE", R"({"toggle":"on"})", "", {"u 0 Invalid request"});
+
+    // Arguments that no envelope leads to.
+    log.forget();
     const StoreSpy spy;
+    EXPECT_EQ(dro::setBSTSchedule("u", "BST_OTHER"), 0);
+    EXPECT_EQ(dro::customizeCD("u", "", nullptr, nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(spy.writes(), (Texts{"DALHConfig.FeatureID=5", "DALHConfig.ProcessID=1", "DALHConfig.FeatureID=9",
+                                   "DALHConfig.ProcessID=1"}));
+    EXPECT_TRUE(log.in_order({"Custom CD NAme received is NULL\n", "Custom CD Type received is NULL\n",
+                              "Custom CD Brand received is NULL\n", "Custom CD Model received is NULL\n"}));
+
     EXPECT_EQ(dro::parseUUIDBaseBuffer(envelope("u", "FETCH_CD", R"({"status":0})").c_str()), 0);
-    EXPECT_EQ(spy.writes().at(0), "RADebugLog.dbgArg1=FETCH_CD command recieved from cloud");
+    EXPECT_EQ(spy.writes().at(4), "RADebugLog.dbgArg1=FETCH_CD command recieved from cloud");
 }
 
 TEST_F(Command, AcknowledgesByteForByteAndRetriesOnlySilence) {

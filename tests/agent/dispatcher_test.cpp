@@ -6,6 +6,7 @@
 
 #include <future>
 
+#include "agent_probe.h"
 #include "dro_cdil.h"
 #include "dro_dtn.h"
 #include "dro_stop.h"
@@ -174,6 +175,25 @@ TEST_F(Dispatcher, LooksAtAnUnknownEventAgainAndAgainWhileLaterOnesWait) {
     EXPECT_TRUE(cloud.requests().empty());
     dro::dequeue();
     EXPECT_EQ(cloud.wait_for(1).size(), 1U) << "the one behind it";
+}
+
+TEST_F(Dispatcher, KeepsAnEventWhosePushTheStopInterrupts) {
+    start();
+    for (const char* tag : {"NDNEV", "DTN", "CDIL", "B", "UPDAT"}) {
+        SCOPED_TRACE(tag);
+        cloud.forget();
+        cloud.script("syncCD/", {kStall});
+        cloud.script("pushStData/", {kStall});
+        dro::enqueue_buf({tag, "{}"});
+        EXPECT_EQ(cloud.wait_for(1).size(), 1U);
+        const StoreSpy spy;
+        dro::cancel_dispatcher_thread();
+        EXPECT_EQ(spy.writes(), Texts{});
+        EXPECT_EQ(dro::dequeue(), 1);
+        cloud.release();
+        clear_stop();
+        dro::init_dispatcher();
+    }
 }
 
 TEST_F(Dispatcher, IsNotThereWithoutTheStoresSupport) {

@@ -263,6 +263,17 @@ TEST_F(Monitors, WhatTheStopCutsShortWritesNothingMore) {
     }
 }
 
+TEST_F(Monitors, APendingSigusrOneIsAStopAlsoOnceItIsTaken) {
+    ASSERT_EQ(dro::block_signals_and_watch(), 0);
+    raise(SIGUSR1);
+    EXPECT_FALSE(dro::pause_for(std::chrono::hours(1)));
+    sigset_t taken;
+    sigemptyset(&taken);
+    sigaddset(&taken, SIGUSR1);
+    EXPECT_EQ(sigwaitinfo(&taken, nullptr), SIGUSR1);
+    EXPECT_TRUE(dro::stop_requested());
+}
+
 // ---- Answers ----
 
 TEST_F(Monitors, ReportTheAnswer) {

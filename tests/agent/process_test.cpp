@@ -54,6 +54,7 @@ TEST_F(Process, StartsInItsOrderTakesACommandAndEndsOnSigusr1) {
                                       "Getting Registered status from JorvagentCfg table\n",
                                       "regStatus is false, addJorvdeviceId will call normal registration flow\n",
                                       "Initiating Connection with libJorvhdlr\n"}));
+    EXPECT_EQ(agent.log().texts(4), Texts{});
     ASSERT_TRUE(send_message(kNotificationPort, block_command(1)));
     EXPECT_EQ(cloud.wait_for(1, "transactionAck/").size(), 1U);
     agent.signal(SIGUSR2);
@@ -279,6 +280,7 @@ TEST_F(Process, NeverWakesUpWhileThereIsNothingToDo) {
     store.set_all({{"DroStatus.dispatcherSupport", "true"}, {"DroStatus.cdilSupport", "true"}});
     const AgentProcess agent(store);
     ASSERT_TRUE(agent.wait_for_link());
+    store.set("dalLogCfg.DroagentConfigurationApply", "false");  // written again, it would never be asleep
     // The agent is asleep once the counts stop changing. Then they must stay constant.
     std::map<std::string, std::string> before;
     const auto moved = [&] { return std::exchange(before, switches_of(agent.pid())) != before; };

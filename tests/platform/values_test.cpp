@@ -106,6 +106,7 @@ TEST_F(Values, AreRefusedWithTheStatusThatFits) {
     for (const auto& one : cases) {
         EXPECT_EQ(std::get<1>(one), std::get<0>(one)) << "case " << &one - cases.data();
     }
+    EXPECT_STREQ(hab_error_string(HAB_OK), "done");
     EXPECT_EQ(textAt(s_, "CircleCfg", 0, "accessToken"), longest);  // a refused write keeps the old value
     EXPECT_EQ(textAt(s_, "General", 0, "FSN"), "");
 }
