@@ -170,7 +170,7 @@ void* t_Handler_droDispatcher(void* /*argument*/) {
     for (;;) {
         try {
             const auto event = wait_for_event();
-            if (!event) {
+            if (!event || stop_requested()) {
                 return nullptr;
             }
             // Read after waking, so a claim applies to the next event. A failed read keeps the last known state.

@@ -181,12 +181,14 @@ TEST_F(Dispatcher, KeepsAnEventWhosePushTheStopInterrupts) {
     start();
     for (const char* tag : {"NDNEV", "DTN", "CDIL", "B", "UPDAT"}) {
         SCOPED_TRACE(tag);
-        cloud.forget();
+        forget();
         cloud.script("syncCD/", {kStall});
         cloud.script("pushStData/", {kStall});
         dro::enqueue_buf({tag, "{}"});
         EXPECT_EQ(cloud.wait_for(1).size(), 1U);
         const StoreSpy spy;
+        dro::request_stop();
+        EXPECT_TRUE(log.wait_for("Free'd memory\n"));
         dro::cancel_dispatcher_thread();
         EXPECT_EQ(spy.writes(), Texts{});
         EXPECT_EQ(dro::dequeue(), 1);
