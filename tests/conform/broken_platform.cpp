@@ -20,6 +20,8 @@
 #include <thread>
 #include <utility>
 
+#include "rounds.h"
+
 namespace {
 
 // With the fault chosen, runs the statements when the condition holds.
@@ -46,7 +48,8 @@ void awaitAtMost(int milliseconds, const std::function<bool()>& condition) {
         pauseFor(1);
     }
 }
-constexpr int kLong = 7000;  // milliseconds: longer than a check waits, shorter than its time limit
+const int kSlow = dro_test::rounds(10, 100);  // milliseconds
+constexpr int kLong = 7000;         // milliseconds: longer than a check waits, shorter than its time limit
 
 std::atomic<int> g_started{0};  // handlers
 std::atomic<int> g_finished{0};
@@ -149,7 +152,7 @@ int writeWith(Write write) {
     extern "C" RESULT __real_##NAME PARAMETERS;                 \
     extern "C" RESULT __wrap_##NAME PARAMETERS {                \
         [[maybe_unused]] constexpr auto* real = &__real_##NAME; \
-        FAULT("slow", true, pauseFor(100))                      \
+        FAULT("slow", true, pauseFor(kSlow))                    \
         __VA_ARGS__                                             \
     }
 #define PLACE hab_session *session, const char *table, int row, const char *field
