@@ -1,6 +1,5 @@
 // The agent as a process: lock, start, link, output, exit.
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <sstream>
 
 #include "dro_daemon.h"
 #include "dro_dal.h"
@@ -17,6 +15,7 @@
 #include "faults.h"
 #include "pipeline.h"
 #include "test_agent.h"
+#include "unread_output.h"
 
 namespace dro_test {
 namespace {
@@ -28,17 +27,12 @@ int status(const std::string& options = "") {
     return WEXITSTATUS(std::system((HABCTL " status >/dev/null 2>&1 " + options).c_str()));
 }
 
-// Reads what a non-blocking descriptor has now.
-std::string read_all(int descriptor) {
-    std::string text;
-    std::array<char, 4096> part{};
-    for (ssize_t size = 0; (size = read(descriptor, part.data(), part.size())) > 0;) {
-        text.append(part.data(), static_cast<std::size_t>(size));
-    }
-    return text;
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
 }
 
-TEST_F(Process, StartsInItsOrderTakesACommandAndEndsOnSigusr1) {
+TEST_F(Process, StartsInItsOrderTakesACommandIsProbedAndEndsOnSigusr1) {
+    std::ofstream(kPidFile) << "999999991\n";  // left by a killed agent
     EXPECT_EQ(status("--probe"), HAB_SHUTDOWN);
     auto ready = std::async(std::launch::async, status, "--wait 20");
     AgentProcess agent(store);
@@ -57,6 +51,13 @@ TEST_F(Process, StartsInItsOrderTakesACommandAndEndsOnSigusr1) {
     EXPECT_EQ(agent.log().texts(4), Texts{});
     ASSERT_TRUE(send_message(kNotificationPort, block_command(1)));
     EXPECT_EQ(cloud.wait_for(1, "transactionAck/").size(), 1U);
+    cloud.script("deviceEvents", {kStall});  // holds up the notices
+    store.set("CircleDebug.rClientStatus", "connected");
+    ASSERT_EQ(cloud.wait_for(1, "deviceEvents").size(), 1U);
+    EXPECT_EQ(status("--probe"), 10);
+    auto recovered = std::async(std::launch::async, status, "--probe --wait 20");
+    cloud.release();
+    EXPECT_EQ(recovered.get(), HAB_OK);
     agent.signal(SIGUSR2);
     agent.signal(SIGPIPE);
     EXPECT_TRUE(agent.log().wait_for("sig_usr2 handler.\n"));
@@ -65,70 +66,43 @@ TEST_F(Process, StartsInItsOrderTakesACommandAndEndsOnSigusr1) {
         {"sig_usr1 handler.\n", "Bye Bye.....\n", "Exit from SIG_HDLR\n", "Cancel Dispatcher Thread!\n"}));
 }
 
-TEST_F(Process, ReportsWhetherNoticesArrive) {
-    AgentProcess agent(store);
-    ASSERT_TRUE(agent.wait_for_link());
-    cloud.script("deviceEvents", {kStall});
-    store.set("CircleDebug.rClientStatus", "connected");
-    ASSERT_EQ(cloud.wait_for(1, "deviceEvents").size(), 1U);
-    EXPECT_EQ(status(), HAB_OK);
-    EXPECT_EQ(status("--probe"), 10);
-    auto recovered = std::async(std::launch::async, status, "--probe --wait 20");
-    EXPECT_TRUE(store.wait_for("dalLogCfg.DroagentConfigurationApply", "true"));
-    cloud.release();
-    EXPECT_EQ(recovered.get(), HAB_OK);
-    EXPECT_EQ(store.get("dalLogCfg.DroagentConfigurationApply"), "false");
-}
-
 TEST_F(Process, IsNotHeldUpByOutputThatNobodyReads) {
+    const auto reset_a_connection = [] {
+        const linger reset{1, 0};
+        const int connection = connect_to(kNotificationPort);
+        setsockopt(connection, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+        close(connection);
+    };
     for (const bool socket : {false, true}) {
-        SCOPED_TRACE(socket);
         cloud.forget();
-        std::array<int, 2> ends{};
-        ASSERT_EQ(socket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) : pipe(ends.data()), 0);
-        const auto print_there = [&ends] {
-            unsetenv("HAB_LOG_FILE");
-            dup2(ends[1], STDOUT_FILENO);
-            dup2(ends[1], STDERR_FILENO);
+        UnreadOutput output(socket);
+        const auto print_there = [&output] {
+            dup2(output.end(), STDOUT_FILENO);
+            dup2(output.end(), STDERR_FILENO);
         };
-        AgentProcess agent(store, {.before = print_there});
-        fcntl(ends[0], F_SETFL, O_NONBLOCK);
-        const auto reset_a_connection = [] {
-            const linger reset{1, 0};
-            const int connection = connect_to(kNotificationPort);
-            setsockopt(connection, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
-            close(connection);
-        };
+        AgentProcess agent(store, {.environment = {{"HAB_LOG_FILE", ""}}, .before = print_there});
         ASSERT_EQ(status("--wait 20"), HAB_OK);
         for (int i = 1; i <= 60; ++i) {
             reset_a_connection();
             ASSERT_TRUE(send_message(kNotificationPort, block_command(i)));
-            ASSERT_EQ(cloud.wait_for(static_cast<std::size_t>(i), "transactionAck/").size(), i);
+            ASSERT_EQ(cloud.wait_for(static_cast<std::size_t>(i), "transactionAck/").size(), i) << socket;
         }
-        EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0) << "it is shared with other processes";
+        EXPECT_EQ(fcntl(output.end(), F_GETFL) & O_NONBLOCK, 0) << "it is shared with other processes";
         const std::string info = file_text("/proc/" + std::to_string(agent.pid()) + "/fdinfo/2");
         EXPECT_EQ((std::stoi(info.substr(info.find("flags:") + 6), nullptr, 8) & O_NONBLOCK) != 0, !socket);
-        std::string text = read_all(ends[0]);
         EXPECT_TRUE(eventually([&] {
             reset_a_connection();
             send_message(kEventPort, "logged");
-            text += read_all(ends[0]);
-            return text.find("droagent: texts lost") != std::string::npos &&
-                   text.find("Lines lost here, because they could not be written: ") != std::string::npos;
+            return contains(output.read_all(), "\ndroagent: texts lost here, because they could not be written: ") &&
+                   contains(output.read_all(), " Lines lost here, because they could not be written: ");
         }));
         expect_prompt_end(agent);
-        text += read_all(ends[0]);
-        EXPECT_EQ(text.back(), '\n');
-        std::istringstream lines(text);
-        for (std::string line; std::getline(lines, line);) {
+        for (const std::string& line : lines_of(output.read_all())) {
             const auto source = line.find(".cpp:");  // once in each log line
             EXPECT_TRUE((source < line.size() && source == line.rfind(".cpp:")) ||
-                        line == "Error reading socket: Connection reset by peer" ||
-                        line.starts_with("droagent: texts lost here, because they could not be written: "))
+                        line == "Error reading socket: Connection reset by peer" || line.starts_with("droagent: "))
                 << line;
         }
-        close(ends[0]);
-        close(ends[1]);
     }
     const auto print_to_an_exited_reader = [] {
         unsetenv("HAB_LOG_FILE");
@@ -144,50 +118,45 @@ TEST_F(Process, IsNotHeldUpByOutputThatNobodyReads) {
     expect_prompt_end(agent);
 }
 
-TEST_F(Process, TreatsAPidFileByWhatItHolds) {
+TEST_F(Process, SaysWhyItCannotStart) {
     const std::string ours = std::to_string(getpid());
     const std::string elsewhere = store.folder() + "/elsewhere";
     const char* const noNumber = "Error reading data from pid file - possibly data is in wrong format\n";
-    const Cases<std::string, bool, const char*> cases{
-        // the pid file's content, whether it is a symbolic link, the expected message (null: the agent starts)
-        {"99999999\n", false, nullptr},
-        {"999999991\n", false, nullptr},
-        {"hello\n", false, noNumber},
-        {"", false, noNumber},
-        {ours, false, "Daemon is already running.\n"},
-        {"99999999\n", true, "Error opening pid file for reading 40\n"}};
-    for (const auto& [content, behindLink, said] : cases) {
-        SCOPED_TRACE(content);
-        std::ofstream(behindLink ? elsewhere : kPidFile) << content;
+    // The pid file's content (null: there is none), whether it is a symbolic link, the start, exit status and text.
+    const Cases<const char*, bool, Launch, int, const char*> cases{
+        {nullptr, false, {.arguments = {"--help"}}, 255, "Cannot parse args. Input valid data from cli\n"},
+        {nullptr, false, {.environment = {{"HAB_STORE", "/none.db"}}}, 1, "Couldn't init HAB! is HAB running?\n"},
+        {nullptr, false, {.environment = {{"HAB_LOG_FILE", "/"}}}, 1, "Couldn't init dynamic log library?\n"},
+        {"hello\n", false, {}, 1, noNumber},
+        {"", false, {}, 1, noNumber},
+        {ours.c_str(), false, {}, 1, "Daemon is already running.\n"},
+        {"99999999\n", true, {}, 1, "Error opening pid file for reading 40\n"},
+        {"99999999\n", false, {}, 1, " stays locked by another program\n"}};
+    for (const auto& [content, behindLink, launch, status, said] : cases) {
+        if (content != nullptr) {
+            std::ofstream(behindLink ? elsewhere : kPidFile) << content;
+        }
         if (behindLink) {
             std::filesystem::create_symlink(elsewhere, kPidFile);
         }
-        AgentProcess agent(store);
-        if (said == nullptr) {
-            EXPECT_TRUE(agent.wait_for_link()) << agent.output();
-            expect_prompt_end(agent);
-        } else {
-            EXPECT_EQ(agent.wait_exit(), 1);
-            EXPECT_NE(agent.output().find(said), std::string::npos) << agent.output();
-            EXPECT_NE(agent.output().find("failed to lock the pid file.\n"), std::string::npos);
-            EXPECT_EQ(file_text(kPidFile), content);
-            unlink(kPidFile);
-        }
+        const int held = open(kPidFile, O_RDWR | O_CLOEXEC);
+        lockf(held, F_LOCK, 0);  // the last case waits for it
+        AgentProcess agent(store, launch);
+        EXPECT_EQ(agent.wait_exit(), status);
+        EXPECT_TRUE(contains(agent.output(), said)) << agent.output();
+        EXPECT_EQ(contains(agent.output(), "failed to lock the pid file.\n"), content != nullptr);
+        EXPECT_EQ(file_text(kPidFile), content != nullptr ? content : "");
+        close(held);
+        unlink(kPidFile);
     }
-    EXPECT_EQ(file_text(elsewhere), "99999999\n");
-
-    // A stale file that stays locked for longer than a start waits.
-    std::ofstream(kPidFile) << "99999999\n";
-    const int held = open(kPidFile, O_RDWR | O_CLOEXEC);
-    struct flock whole {
-        F_WRLCK, SEEK_SET, 0, 0, 0
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto startWithoutSignals = [] {
+        const FailCalls fault(Call::sigaction, EINVAL);
+        std::array<char, 11> name{"./droagent"};
+        std::array<char*, 2> arguments{name.data(), nullptr};
+        dro::droagent_main(1, arguments.data());
     };
-    ASSERT_EQ(fcntl(held, F_SETLK, &whole), 0);
-    AgentProcess agent(store);
-    EXPECT_EQ(agent.wait_exit(), 1);
-    EXPECT_NE(agent.output().find(" stays locked by another program\n"), std::string::npos) << agent.output();
-    close(held);
-    unlink(kPidFile);
+    EXPECT_EXIT(startWithoutSignals(), ::testing::ExitedWithCode(1), "Failed to setup signal handers.\n");
 }
 
 TEST_F(Process, LocksOnlyWhatItCanWriteAndJudge) {
@@ -206,7 +175,6 @@ TEST_F(Process, LocksOnlyWhatItCanWriteAndJudge) {
         EXPECT_EQ(dro::unlock_process(kPidFile, descriptor), 0);
         EXPECT_FALSE(std::filesystem::exists(kPidFile));
     };
-    expect_locked(dro::lock_process(kPidFile));
     for (const int refused : {EPERM, ENOTSUP, EMLINK, ENOSYS}) {
         expect_locked(lock_failing(Call::link, refused));
     }
@@ -215,28 +183,6 @@ TEST_F(Process, LocksOnlyWhatItCanWriteAndJudge) {
     expect_locked(dro::lock_process(kPidFile));
     std::filesystem::remove(ownName);
     EXPECT_EQ(dro::unlock_process(kPidFile, -1), -1) << "a missing file is a failed removal";
-}
-
-TEST_F(Process, SaysWhyItCannotStart) {
-    const Cases<Launch, int, const char*> cases{
-        {{.arguments = {"--help"}}, 255, "Cannot parse args. Input valid data from cli\n"},
-        {{.environment = {{"HAB_STORE", "/none.db"}}}, 1, "Couldn't init HAB! is HAB running?\n"},
-        {{.environment = {{"HAB_LOG_FILE", "/"}}}, 1, "Couldn't init dynamic log library?\n"}};
-    for (const auto& [launch, status, said] : cases) {
-        AgentProcess agent(store, launch);
-        EXPECT_EQ(agent.wait_exit(), status);
-        EXPECT_NE(agent.output().find(said), std::string::npos) << said << agent.output();
-        EXPECT_FALSE(std::filesystem::exists(kPidFile));
-    }
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto startWithoutSignals = [] {
-        const FailCalls fault(Call::sigaction, EINVAL);
-        std::array<char, 11> name{"./droagent"};
-        std::array<char*, 2> arguments{name.data(), nullptr};
-        dro::droagent_main(1, arguments.data());
-    };
-    EXPECT_EXIT(startWithoutSignals(), ::testing::ExitedWithCode(1), "Failed to setup signal handers.\n");
-    EXPECT_FALSE(std::filesystem::exists(kPidFile));
 }
 
 TEST_F(Process, SaysGoodByeAsFarAsTheReasonGoes) {
@@ -265,15 +211,14 @@ TEST_F(Process, SaysGoodByeAsFarAsTheReasonGoes) {
 }
 
 #if !defined(__SANITIZE_THREAD__)  // its runtime has a periodically waking thread
-// Each thread's context switch counts, as reported by the kernel.
-std::map<std::string, std::string> switches_of(pid_t process) {
-    std::map<std::string, std::string> switches;
+// How long and how often each thread has run.
+std::map<std::string, std::string> schedule_of(pid_t process) {
+    std::map<std::string, std::string> schedule;
     for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
-        const std::string status = file_text(thread.path() / "status");
-        const std::string name = thread.path().filename().string() + " " + status.substr(0, status.find('\n'));
-        switches[name] = status.substr(std::min(status.size(), status.find("voluntary_ctxt_switches:")));
+        schedule[thread.path().filename().string() + " " + file_text(thread.path() / "comm")] =
+            file_text(thread.path() / "schedstat");
     }
-    return switches;
+    return schedule;
 }
 
 TEST_F(Process, NeverWakesUpWhileThereIsNothingToDo) {
@@ -281,9 +226,9 @@ TEST_F(Process, NeverWakesUpWhileThereIsNothingToDo) {
     const AgentProcess agent(store);
     ASSERT_TRUE(agent.wait_for_link());
     store.set("dalLogCfg.DroagentConfigurationApply", "false");  // written again, it would never be asleep
-    // The agent is asleep once the counts stop changing. Then they must stay constant.
+    // The agent is asleep once its schedule stops changing.
     std::map<std::string, std::string> before;
-    const auto moved = [&] { return std::exchange(before, switches_of(agent.pid())) != before; };
+    const auto moved = [&] { return std::exchange(before, schedule_of(agent.pid())) != before; };
     ASSERT_TRUE(eventually([&] { return !eventually(moved, std::chrono::milliseconds(50)); }));
     EXPECT_GE(before.size(), 5U) << "main, link, dispatcher, and two deliveries";
     EXPECT_FALSE(eventually(moved, std::chrono::milliseconds(1500))) << ::testing::PrintToString(before);
@@ -296,16 +241,13 @@ TEST_F(Process, HoldsItsSecretsInPiecesOnly) {
     const AgentProcess agent(store);
     ASSERT_TRUE(agent.wait_for_link());
     const std::string bytes = file_text("/proc/" + std::to_string(agent.pid()) + "/exe");
-    const Cases<const char*, bool> texts{{"lab-only-secret!", false},
-                                         {"6c61622d6f6e6c792d73656372657421", false},
-                                         {"LABPROD0LABPROD0LABPROD0LABPROD0LABPROD1LABPROD1LABPROD1LABPROD1", false},
-                                         {"LABPROD0LABPROD0LABPROD0LABPROD0", true},
-                                         {"LABPROD1LABPROD1LABPROD1LABPROD1", true},
-                                         {"0123456789abcdef0123456789abc", false},
-                                         {"0123456789abcd", true},
-                                         {"ef0123456789abc", true}};
-    for (const auto& [text, stands] : texts) {
-        EXPECT_EQ(bytes.find(text) != std::string::npos, stands) << text;
+    for (const char* whole : {"lab-only-secret!", "6c61622d6f6e6c792d73656372657421", "0123456789abcdef0123456789abc",
+                              "LABPROD0LABPROD0LABPROD0LABPROD0LABPROD1LABPROD1LABPROD1LABPROD1"}) {
+        EXPECT_FALSE(contains(bytes, whole)) << whole;
+    }
+    for (const char* piece : {"LABPROD0LABPROD0LABPROD0LABPROD0", "LABPROD1LABPROD1LABPROD1LABPROD1", "0123456789abcd",
+                              "ef0123456789abc"}) {
+        EXPECT_TRUE(contains(bytes, piece)) << piece;
     }
 }
 

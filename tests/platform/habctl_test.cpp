@@ -24,7 +24,6 @@ TEST_F(Habctl, AnswersEachOrderWithItsStatus) {
         "DeviceIdList.DeviceMac@255=AA:BB:CC:DD:EE:FF\n";
     const Cases<std::vector<std::string>, int, const char*, const char*> cases{
         {{}, 64, "", "subcommand"},
-        {{"read", "General.FSN"}, 64, "", ""},
         {{"get"}, 64, "", "required"},
         {{"get", "General"}, 64, "", "TABLE.FIELD"},
         {{"get", "General.FSN@x"}, 64, "", "row"},
@@ -50,8 +49,7 @@ TEST_F(Habctl, AnswersEachOrderWithItsStatus) {
         {{"describe", "General"}, 0, "General.FSN\tascii(15)\t\"\"\t", ""},
         {{"describe", "General.Nothing"}, 3, "", "General.Nothing"},
         {{"watch", "Nothing"}, 3, "", "Nothing"},
-        {{"init", "--force"}, 0, "", ""},
-        {{"dump"}, 0, "", ""}};
+        {{"init", "--force"}, 0, "", ""}};
     for (const auto& [words, status, output, errors] : cases) {
         SCOPED_TRACE(testing::PrintToString(words));
         const Outcome outcome = habctl(words);
@@ -64,17 +62,15 @@ TEST_F(Habctl, AnswersEachOrderWithItsStatus) {
 }
 
 TEST_F(Habctl, LoadsWhatItDumpsAllOrNothing) {
-    const std::string values = file(R"({"General": {"DeviceName": "Küche \"1\"", "DefaultMAC": "00:1B:2C:3D:4E:5F"},
-        "DroCfg": {"claimState": true}, "JorvagentCfg": {"jorv_force_connection": -7},
-        "DALHNotifyCDIL": {"IndexBitMask0": 4294967295}, "Dilsignature": {"2": {"DeviceIP": "1.2.3.4"}}})");
-    ASSERT_EQ(habctl({"load", values}).status, 0);
-    const std::string before = habctl({"dump"}).output;
-    EXPECT_THAT(before, HasSubstr("General.DeviceName@0=Küche \"1\"\n"));
-    EXPECT_THAT(before, HasSubstr("DALHNotifyCDIL.IndexBitMask0@0=4294967295\n"));
-    const std::string copy = file(habctl({"dump", "--json"}).output);
-    ASSERT_EQ(habctl({"init", "--force"}).status, 0);
-    EXPECT_EQ(habctl({"load", copy}).status, 0);
-    EXPECT_EQ(habctl({"dump"}).output, before);
+    const std::string values =
+        "{\n\t\"General\": {\n\t\t\"DeviceName\": \"Küche \\\"1\\\"\",\n\t\t\"DefaultMAC\": "
+        "\"00:1B:2C:3D:4E:5F\"\n\t},\n"
+        "\t\"JorvagentCfg\": {\n\t\t\"jorv_force_connection\": -7\n\t},\n\t\"DroCfg\": {\n\t\t\"claimState\": "
+        "true\n\t},\n"
+        "\t\"DALHNotifyCDIL\": {\n\t\t\"IndexBitMask0\": 4294967295\n\t},\n"
+        "\t\"Dilsignature\": {\n\t\t\"2\": {\n\t\t\t\"DeviceIP\": \"1.2.3.4\"\n\t\t}\n\t}\n}\n";
+    ASSERT_EQ(habctl({"load", file(values)}).status, 0);
+    EXPECT_EQ(habctl({"dump", "--json"}).output, values);
     const Cases<const char*, int> cases{
         {R"({"General": {"FSN": "1"}} trailing)", 5},
         {"{\"General\": {\"FSN\": \"1\", \"DeviceName\": \"K\xFC\"}}", 5},
@@ -97,26 +93,16 @@ TEST_F(Habctl, LoadsWhatItDumpsAllOrNothing) {
         EXPECT_EQ(outcome.status, status) << json << outcome.errors;
         EXPECT_FALSE(outcome.errors.empty());
     }
-    EXPECT_EQ(habctl({"dump"}).output, before);
+    EXPECT_EQ(habctl({"dump", "--json"}).output, values);
     EXPECT_THAT(habctl({"load", file(R"({"General" 1})")}).errors, HasSubstr("not a JSON object, at byte 11"));
     EXPECT_THAT(habctl({"load", file("[]")}).errors, HasSubstr("not a JSON object, at byte 0"));
-}
-
-TEST_F(Habctl, DumpsBytesThatAreNotUtf8AsReplaced) {
-    ASSERT_EQ(habctl({"set", "General.DeviceName", "K\xFC\xFC \xEF\xBF\xBD \xE2\x82"}).status, 0);
+    // Bytes that are not UTF-8 are dumped as replacement characters.
     ASSERT_EQ(habctl({"set", "General.DeviceModel", "\xEF\xBF\xBD"}).status, 0);
-    ASSERT_EQ(habctl({"set", "DALHNotifyCDIL.IndexBitMask0", "4294967295"}).status, 0);
-    ASSERT_EQ(habctl({"set", "DroCfg.claimState", "true"}).status, 0);
-    ASSERT_EQ(habctl({"set", "DeviceIdList.DeviceBrand@2", "B"}).status, 0);
+    ASSERT_EQ(habctl({"set", "General.DeviceName", "K\xFC\xFC \xEF\xBF\xBD \xE2\x82"}).status, 0);
     const Outcome outcome = habctl({"dump", "--json"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.errors, "habctl: General.DeviceName@0: not UTF-8, other bytes are replaced\n");
-    EXPECT_EQ(outcome.output,
-              "{\n\t\"General\": {\n\t\t\"DeviceModel\": \"\xEF\xBF\xBD\",\n"
-              "\t\t\"DeviceName\": \"K\xEF\xBF\xBD\xEF\xBF\xBD \xEF\xBF\xBD \xEF\xBF\xBD\"\n\t},\n"
-              "\t\"DroCfg\": {\n\t\t\"claimState\": true\n\t},\n"
-              "\t\"DALHNotifyCDIL\": {\n\t\t\"IndexBitMask0\": 4294967295\n\t},\n"
-              "\t\"DeviceIdList\": {\n\t\t\"2\": {\n\t\t\t\"DeviceBrand\": \"B\"\n\t\t}\n\t}\n}\n");
+    EXPECT_THAT(outcome.output, HasSubstr("\"K\xEF\xBF\xBD\xEF\xBF\xBD \xEF\xBF\xBD \xEF\xBF\xBD\""));
 }
 
 TEST_F(Habctl, WatchesUntilItIsInterrupted) {
