@@ -34,7 +34,7 @@ class Command : public AgentTest {
 
 constexpr const char* kSchedule = "UPDATE_DTN_SCHEDULE";
 
-TEST_F(Command, RefusesAMissingMember) {
+TEST_F(Command, RefusesAMissingMemberAndDropsOneThatIsTooLong) {
     constexpr const char* kNoMac = "CD MAC is not present!\n";
     const Texts macReason{"u 0 Invalid Argument cdMac"};
     refused({"TAG_CD", "BLOCK_CD", "UNBLOCK_CD", "BLOCK_CD_BULK", "REMOVE_CD"}, "{}", kNoMac, 2, macReason);
@@ -48,9 +48,7 @@ TEST_F(Command, RefusesAMissingMember) {
         refused({"FETCH_CD", "ACTIVATE_CIRCLE", "DEACTIVATE_CIRCLE"}, data, "Status is not present!\n", 2,
                 {"u 0 Invalid Argument Status"});
     }
-}
 
-TEST_F(Command, DropsAMemberThatIsTooLong) {
     refused({"TAG_CD", "BLOCK_CD", "UNBLOCK_CD", "REMOVE_CD", "CUSTOMIZE_CD"}, data_with("cdMac", 20),
             "Overflow of cdMAC buffer\n", 4, {});
     refused({"CUSTOMIZE_CD"}, data_with("cdName", 128, R"("cdMac":"",)"), "Overflow of cdName buffer\n", 4, {});
