@@ -35,6 +35,7 @@ TEST_F(Process, StartsInItsOrderTakesACommandIsProbedAndEndsOnSigusr1) {
     std::ofstream(kPidFile) << "999999991\n";  // left by a killed agent
     EXPECT_EQ(status("--probe"), HAB_SHUTDOWN);
     auto ready = std::async(std::launch::async, status, "--wait 20");
+    store.set("dalLogCfg.DroagentLogMask", "5");
     AgentProcess agent(store);
     EXPECT_EQ(ready.get(), HAB_OK);
     ASSERT_TRUE(agent.wait_for_link());
@@ -51,7 +52,8 @@ TEST_F(Process, StartsInItsOrderTakesACommandIsProbedAndEndsOnSigusr1) {
     EXPECT_EQ(agent.log().texts(4), Texts{});
     ASSERT_TRUE(send_message(kNotificationPort, block_command(1)));
     EXPECT_EQ(cloud.wait_for(1, "transactionAck/").size(), 1U);
-    cloud.script("deviceEvents", {kStall});  // holds up the notices
+    store.set("dalLogCfg.DroagentLogMask", "7");  // notices too, once a probe reloads it
+    cloud.script("deviceEvents", {kStall});       // holds up the notices
     store.set("CircleDebug.rClientStatus", "connected");
     ASSERT_EQ(cloud.wait_for(1, "deviceEvents").size(), 1U);
     EXPECT_EQ(status("--probe"), 10);
