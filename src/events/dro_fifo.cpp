@@ -77,7 +77,6 @@ TakenSlot take_slot(const std::string& type) {
     }
     Slot& slot = slot_at(tail);
     slot.type.assign(std::string_view(type).substr(0, kTypeLength));
-    slot.payload.reset();
     slot.visible = false;
     return {tail, g_generation};
 }
