@@ -7,11 +7,11 @@
 
 namespace dro {
 
-// A place for one such thread, free again when its last copy is destroyed. Taken before the thread is created; the
-// order or the thread's closure carries it.
+// A place for one such thread. It is taken before the thread is created, stored in the order or in the thread's
+// closure, and free again when its last copy is destroyed.
 using Place = std::shared_ptr<const void>;
 
-// Sets the number of places. Before any thread starts; until then there is no limit.
+// Sets the number of places; without this call there is no limit. Call it before any thread starts.
 void set_places(unsigned count);
 
 // Returns null when all places are taken, or when out of memory.

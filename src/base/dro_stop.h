@@ -8,9 +8,9 @@
 
 namespace dro {
 
-// Descriptors that become readable when the agent is to stop: SIGUSR1 pending while blocked (start-up), or
-// request_stop. For transfers that poll their own descriptors: the thread that finds one readable calls request_stop.
-// Negative descriptors are ignored by poll.
+// Returns descriptors that become readable on a stop: one when a blocked SIGUSR1 is pending (start-up), one after
+// request_stop. A transfer polls them together with its own and calls request_stop when one is readable. poll ignores
+// negative descriptors.
 std::array<pollfd, 2> stop_descriptors();
 
 // Blocks SIGUSR1, SIGUSR2 and SIGALRM in the calling thread and in all threads it starts, and watches for a pending

@@ -112,22 +112,22 @@ enum class Waited {
     stopped,
 };
 
-// Wakes a monitor whose service has answered. A signal counts only while a monitor waits; an early one is lost. The
-// signalling thread never waits for a lock that a monitor holds while it reports.
+// Wakes a monitor whose service has answered. A signal that no monitor is waiting for is lost. The signalling thread
+// never waits for a lock that a monitor holds while it reports.
 class MonitorSignal {
  public:
     // Waits until a signal, the deadline or the process's shutdown. Releases `held` during the wait, as a condition
     // variable does. `uuid` is the order's transaction.
     Waited wait_until(Mutex& held, std::chrono::steady_clock::time_point deadline, const char* uuid) DRO_REQUIRES(held);
 
-    // Wakes the longest-waiting monitor. Returns 0, or the error number of the failed notification (then none is
-    // woken).
+    // Wakes the longest-waiting monitor. Returns 0, or the error number of a failed notification, which wakes no
+    // monitor.
     int signal();
 
     // Wakes every wait for the transaction `uuid`. Returns the same values as signal().
     int signal_order(const char* uuid);
 
-    // Ends all current and future waits as stopped. Shutdown only.
+    // Makes all current and future waits return Waited::stopped. Shutdown only.
     void stop();
 
  private:

@@ -21,7 +21,7 @@ void* run_body(void* argument) {
     try {
         (*body)();
     } catch (const std::exception& failure) {
-        LOG_ERROR("A worker thread gave up: %s\n", failure.what());
+        LOG_ERROR("A thread exits after an exception: %s\n", failure.what());
     }
     return nullptr;
 }

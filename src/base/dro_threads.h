@@ -11,7 +11,7 @@ namespace dro {
 int start_thread(pthread_t& thread, void* (*body)(void*), void* argument, bool detached);
 
 // Starts `body` on a detached thread. Returns 0, or the error number when the thread cannot be created (then `body`
-// does not run). An exception from `body` is logged and ends only that thread.
+// does not run). An exception from `body` is logged, and only that thread exits.
 int start_detached(std::function<void()> body);
 
 // Flushes the output and exits immediately with `status`. No destructor runs, because other threads still use the

@@ -17,7 +17,7 @@ namespace dro {
 void circle_action(const char* transUuid, const char* command, bool overRide);
 
 // Orders the Circle agent to "activate" or "deactivate" and starts the activation monitor. A rejected order is
-// acknowledged as a failure. `place` is the monitor's.
+// acknowledged as a failure. `place` is the place of the monitor.
 void setCircleActionDROA(const char* transUuid, const char* action, const Place& place);
 
 inline constexpr int kStageActivation = 0;
@@ -32,7 +32,8 @@ inline constexpr int kCircleSuccess = 1;
 // pauses.
 int sync_circle_status(int stage, int result, const char* transUuid, const char* message);
 
-// Evaluates an answer of the Circle endpoint: 0 accepted, -1 refused or unknown, 1 no JSON or no status.
+// Evaluates an answer of the Circle endpoint. Returns 0 for accepted, -1 for refused or unknown, 1 when it is not JSON
+// or has no status.
 int processCircleSync(const char* response);
 
 // ---- Provisioning ----
@@ -48,8 +49,8 @@ void toggle_circle(const char* transUuid, JsonText data);
 
 // ---- Monitoring the Circle agent ----
 
-// Takes the place of an order's monitor. `flag` is the order's. Without a free place the order is acknowledged as a
-// failure, and null is returned.
+// Takes a place for the monitor of an order with this `flag`. When no place is free, acknowledges the order as a
+// failure and returns null.
 Place take_order_place(const Field& flag, const char* transUuid);
 
 // Orders that wait for their monitors.
@@ -73,8 +74,8 @@ void sorbAgentRunning_cbHandler(void* context);
 void sorbProvisioned_cbHandler(void* context);
 void rClientStatus_cbHandler(void* context);
 
-// Reports the Circle agent's health. Null arguments are logged and fail. Returns 0 when the cloud accepted the report,
-// else 1.
+// Reports the Circle agent's health. Returns 0 when the cloud accepted the report, else 1. A null argument is logged
+// and nothing is sent.
 int sendClientStatus(const char* feature, const char* state);
 
 }  // namespace dro

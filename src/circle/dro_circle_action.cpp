@@ -84,7 +84,7 @@ void report_provisioned_or_deactivated(const Outcome& outcome) {
         LOG_ERROR("TransAck API Failed\n");
         return;
     }
-    // The agent's answer indicates a provisioning, the service's state a deactivation.
+    // A provisioning shows in the Circle agent's answer, a deactivation in the service's state.
     const auto serviceState = read_enum<16>(fields::activationStatus);
     if (outcome.agentAnswer.starts_with("provisioned")) {
         write_enum(fields::sorbStatus, "enabled");

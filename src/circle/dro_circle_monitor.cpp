@@ -120,14 +120,14 @@ constexpr OrderKind kProvision{
     .storedOrder = stored_order,
 };
 
-// How an answer of the Circle agent is handled. Some log texts name the other thread; keep them as they are.
+// The handling of one kind of answer. Some log texts name the wrong monitor. They are part of the interface; keep them.
 struct Answer {
     bool matches;
     const char* logText;
     MonitorSignal& monitor;
     const char* signalFailed;
     int stage;
-    bool loggedWhenDone;  // true: kReportFailed is logged after a report that succeeded, not after one that failed
+    bool loggedWhenDone;  // kReportFailed is logged after a successful report (true) or a failed one (false)
 };
 
 // A woken monitor reports with its own order's transaction. `uuid` is for the report after a failed signal.

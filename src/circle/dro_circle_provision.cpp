@@ -71,7 +71,7 @@ constexpr std::array<Member, 5> kMembers{{
         .storeFailure = "Failed to Set DAL Attr cloudhost",
     },
 }};
-// The storage order: the account last.
+// The order of the writes: the account is last.
 constexpr std::array<std::size_t, 5> kStoreOrder{1, 2, 3, 4, 0};
 
 using Values = std::array<const char*, kMembers.size()>;
@@ -80,7 +80,7 @@ void refuse(const char* transUuid, const char* reason) {
     sendTransactionACK(transUuid, kAckFailure, reason);
 }
 
-// Returns false when the command ends here: a member is missing (acknowledged) or too long (not acknowledged).
+// Returns false when the command is refused: a member is missing (acknowledged) or too long (not acknowledged).
 bool take_members(const cJSON* data, const char* transUuid, Values& values) {
     for (std::size_t i = 0; i < kMembers.size(); ++i) {
         const Member& member = kMembers[i];

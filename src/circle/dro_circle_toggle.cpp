@@ -38,7 +38,7 @@ bool getToggleState(const char* data, ToggleText& state) {
     return true;
 }
 
-// Answers a repeat of the activation's own transaction with the current state, if there is one.
+// Answers a toggle that repeats the activation's transaction with the current state. Sends nothing in any other state.
 void answer_repeated(const char* transUuid, const FixedText<16>& running) {
     if (running == "enabled") {
         sendTransactionACK(transUuid, kAckSuccess, "Already enabled");

@@ -47,7 +47,7 @@ void trigger_and_acknowledge(const char* uuid) {
     sendTransactionACK(uuid, status == HAB_OK ? kAckSuccess : kAckFailure, "Success");
 }
 
-// The last two writes of the commands that fail as a whole.
+// The last two writes of a command that reports a failure of any of its writes.
 bool request_feature(Feature feature) {
     return write_uint(fields::FeatureID, feature) == HAB_OK && trigger_device_service() == HAB_OK;
 }

@@ -45,7 +45,7 @@ class Envelope {
     // The command's name, truncated for the handlers with a short buffer.
     FixedText<20> short_command() const { return FixedText<20>(command_.view()); }
 
-    // Copies a text member. Returns false when the command ends here: the text is too long, or required and missing.
+    // Copies a text member. Returns false when the command is refused: the text is too long, or required and missing.
     template <std::size_t Capacity>
     bool text(const char* name, FixedText<Capacity>& out, const Missing& missing, const char* overflowText) const {
         const char* value = json_text(data_, name);

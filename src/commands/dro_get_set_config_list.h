@@ -3,8 +3,8 @@
 
 namespace dro {
 
-// Requests the list for transaction `uuid` from the device service: status 0 all, 1 online, 2 offline devices. Returns
-// 0; the list or its timeout answers the transaction.
+// Requests the list for transaction `uuid` from the device service. `status` selects the devices: 0 all, 1 online, 2
+// offline. Returns 0. The transaction is answered by the list, or by a failure after a time-out.
 int init_fetch_cd(const char* uuid, unsigned status, const char* fetchFor);
 
 }  // namespace dro

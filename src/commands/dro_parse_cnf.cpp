@@ -13,7 +13,7 @@ int parseConfigBuff(const char* message) {
         return 0;
     }
     if (json_text(parsed.get(), "UUID") == nullptr) {
-        LOG_NOTICE("[DROAGENT] : A message without a UUID is no command; ignored\n");
+        LOG_NOTICE("[DROAGENT] : A message without a UUID is ignored\n");
         return 0;
     }
     LOG_NOTICE("[DROAGENT] : UUID is present!\n");

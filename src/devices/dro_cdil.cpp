@@ -33,7 +33,7 @@ constexpr const char* kDropped = "CDIL Publishing Failed! Exiting thread!\n";
 
 Mutex mutex_cdilSync;  // serialises the cycles, including their store accesses
 
-// Reads the rows of this cycle. Returns how many are set in the masks.
+// Reads this cycle's rows into `list`. Returns the number of rows set in the masks.
 std::size_t read_masks(IndexList& list) {
     std::array<std::uint32_t, kMasks.size()> masks{};
     for (std::size_t number = 0; number < kMasks.size(); ++number) {
@@ -56,7 +56,7 @@ void push_list() {
     LOG_TRACE("Got new connected devices to sync\nNo of new devices are:%d\n ", total);
     if (total == 0) {
         LOG_TRACE("No Indexes for the CDIL Sync will send the Json as empty\n");
-        pushToCloud_cdil("[]");  // not queued, so it does not end a watch
+        pushToCloud_cdil("[]");  // not queued, so it wakes no watch
     } else if (syncCdil_timerExit(std::min(total, static_cast<int>(decoded)), list) == 0) {
         LOG_TRACE("CDIL Sync to cloud successfull!!\n");
     } else {
@@ -71,7 +71,7 @@ void reset_status(const FixedText<16>& status) {
     }
 }
 
-// A cycle without a thread: as for a full queue, its list is lost.
+// Called when no place for a thread is free. The list is dropped, as for a full queue.
 void drop_list() {
     const auto status = read_enum<16>(kListStatus);
     if (status == "complete") {
@@ -94,7 +94,7 @@ void sync_list() {
     if (!stop_requested()) {
         push_list();
     }
-    // Also on a stop: without the reset, the next list would not change the field and send no notice.
+    // Also on a stop: without the reset, the next list would not change the field, and no notice would be sent.
     write_enum(kListStatus, "init");
 }
 

@@ -33,8 +33,8 @@ int syncCdil_timerExit(int count, const IndexList& list);
 // (dro_cdil_watch.cpp).
 Orders& list_orders();
 
-// Called after the dispatcher has pushed a list that answers `transaction` (empty: none). Records the success and ends
-// the watches of that transaction.
+// Called after the dispatcher has pushed a list. Records the success and wakes the watches of `transaction`, which the
+// list answered; empty when it answered none.
 void report_list_pushed(const char* transaction);
 
 // Change handlers, on the store's delivery thread.

@@ -20,8 +20,8 @@ void write_result(const Order& order, const char* result) {
     write_string(fields::dbgArg2, line.c_str());
 }
 
-// Guards the result field. g_resultIsOwn is true while its "success" was written by the agent itself, which wakes the
-// watches in memory. The notice of such a write must not wake another watch.
+// Guards the result field. g_resultIsOwn is true while the field contains a "success" that the agent wrote. The agent
+// wakes the watches directly in that case, and the notice of its write must not wake another one.
 Mutex g_resultLock;
 bool g_resultIsOwn DRO_GUARDED_BY(g_resultLock) = false;
 
@@ -31,7 +31,7 @@ void write_list_result(const char* result, bool own) {
 }
 
 // A list without a transaction leaves its result in the field. A store that reports only changes would not report the
-// same result again. Not cleared while another watch may still have to read it.
+// same result again. Not cleared while another watch may still read it.
 void clear_last_result() {
     if (list_orders().alive() == 1 && read_enum<16>(fields::cdilDebugStatus) != "none") {
         write_list_result("none", false);

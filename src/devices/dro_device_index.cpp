@@ -17,8 +17,8 @@ std::uint32_t DeviceIndex::read() {
 std::uint32_t DeviceIndex::reset() {
     const MutexLock lock(mutex_);
     const std::uint32_t row = read_uint(field_, fields::kNoDevice);
-    // After a failed write the row is still in the field. It counts as handled; otherwise it would be found again
-    // forever.
+    // After a failed write the row is still in the field. It counts as handled; otherwise every reset would return it
+    // again.
     const std::uint32_t left = write_uint(field_, fields::kNoDevice) == HAB_OK ? fields::kNoDevice : row;
     return row == std::exchange(handled_, left) ? fields::kNoDevice : row;
 }

@@ -17,19 +17,19 @@ class DeviceIndex {
     // For the field's change handler. Returns the row in the field, or fields::kNoDevice, also when the read fails.
     std::uint32_t read();
 
-    // Resets the field. Returns a row found in it that read() has not returned since the last reset; the caller handles
-    // that device. Returns fields::kNoDevice when there is none. A row written between this function's read and write
-    // is lost.
+    // Resets the field. If it contains a row that read() has not returned since the last reset, returns that row, and
+    // the caller handles the device. Otherwise returns fields::kNoDevice. A row written between this function's read
+    // and its write is lost.
     std::uint32_t reset();
 
-    // Takes the place of the thread for the device at `row`. Without a free place, logs `what`, calls `dropped` and
-    // resets the field; a device that the reset finds becomes `row` and is tried as well. Returns null when every
-    // device was dropped.
+    // Takes a place for the thread that will handle the device at `row`. When no place is free, logs `what`, calls
+    // `dropped` and resets the field. If reset() returns another device, sets `row` to it and tries again. Returns null
+    // when every device was dropped.
     Place take_place_for(std::uint32_t& row, const char* what, void (*dropped)());
 
  private:
     Field field_;
-    Mutex mutex_;  // the change handler sees the read and the write as one step
+    Mutex mutex_;  // makes the read and write of reset() one step for the change handler
     std::uint32_t handled_ DRO_GUARDED_BY(mutex_);
 };
 

@@ -55,7 +55,7 @@ void add_member(cJSON* object, const char* key, const char* value) {
     cJSON_AddItemToObjectCS(object, key, cJSON_CreateString(value));
 }
 
-// The router's own name is in the only row of its table.
+// The router's name is in a table with a single row.
 int row_of(const Row& row, int index) {
     return std::string_view(row.table) == "General" ? 0 : index;
 }

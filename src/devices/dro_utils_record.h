@@ -10,8 +10,8 @@
 
 namespace dro {
 
-// The user of a record. Only kRecordListSync changes it: while a device-list transaction is pending, the record has the
-// keys of that answer.
+// The purpose of a record. A record for a list that answers a transaction (kRecordListSync while one is pending) has
+// that answer's keys. All other records are alike.
 inline constexpr int kRecordNewDevice = 0;
 inline constexpr int kRecordListSync = 2;
 inline constexpr int kRecordUpdate = 4;
@@ -20,7 +20,7 @@ inline constexpr int kRecordUpdate = 4;
 // afterwards, empty where the store had no value.
 void getConnectedDeviceData(int index, cJSON* object, int mode);
 
-// The four readers it calls, in this order. Each adds its rows of the record.
+// getConnectedDeviceData calls these four in this order. Each adds some of the members.
 void getMacIpFromTable(cJSON* object, int index, int mode);
 void getStringFromTable(cJSON* object, int index);
 void getAsciiFromTable(cJSON* object, int index, int mode);

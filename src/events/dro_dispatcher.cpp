@@ -51,7 +51,7 @@ void remove_event(const char* emptyText) {
 }
 constexpr const char* kQueueEmpty = "Queue is Empty. No element removed from Queue\n";
 
-// True when shutdown interrupted the push: the event stays, and nothing is marked.
+// True when shutdown interrupted the push. The event then stays queued, and no progress mark is written.
 bool interrupted() {
     return stop_requested();
 }
@@ -135,7 +135,7 @@ void push_update(const Type& /*type*/, const char* payload, bool /*claimed*/) {
     remove_event(kQueueEmpty);
 }
 
-// In the order in which a tag is tested.
+// A tag is tested against the types in this order.
 std::array<Type, 5> g_types{{{"DTN", 1, push_tagged},
                              {"CDIL", 2, push_list},
                              {"NDNEV", 0, push_new_device},

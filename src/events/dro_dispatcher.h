@@ -3,9 +3,9 @@
 
 namespace dro {
 
-// Called on the dispatcher's thread after a push: for a tagged device always, for a list unless its transaction's
-// answer got no response. `transaction` is the one that the list answered, else empty. Not called when the event was
-// dropped because the router is not claimed, or when a stop request interrupted the push.
+// Called on the dispatcher's thread after the push of a tagged device or of a list. Not called when a list answered a
+// transaction and got no response, when the event was dropped because the router is not claimed, or when a stop request
+// interrupted the push. `transaction` is the transaction that the list answered, or empty.
 using AfterPush = void (*)(const char* transaction);
 
 // Sets the action that follows the push of an event of type `tag`, "DTN" or "CDIL"; the other types have none. Start-up

@@ -30,7 +30,7 @@ using TypeText = FixedText<40>;
 struct Slot {
     TypeText type;
     PayloadPages payload;
-    bool visible = false;  // all store marks of the event are written
+    bool visible = false;  // true once the event's progress mark is written
 };
 
 Mutex g_lock;

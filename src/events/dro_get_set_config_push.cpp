@@ -14,7 +14,7 @@
 namespace dro {
 namespace {
 
-// The body of a list push. A longer one is truncated and sent as it is.
+// The body of a list push. A longer body is truncated and sent all the same.
 using ListBody = FixedText<std::size_t{512} * 1024>;
 
 int push_transaction(const RequestToken& request, const char* uuid, const char* payload) {

@@ -24,7 +24,7 @@ constexpr std::array kLevelNames{"ERROR", "DEBUG", "INFO"};
 
 pthread_mutex_t g_fileLock = PTHREAD_MUTEX_INITIALIZER;  // serialises lines and rotation
 
-int g_spare = -1;  // closed for a line while the process has no other descriptor left; under g_fileLock
+int g_spare = -1;  // a spare descriptor, closed to write a line when no other is free; guarded by g_fileLock
 
 struct FileClose {
     void operator()(std::FILE* file) const { std::fclose(file); }

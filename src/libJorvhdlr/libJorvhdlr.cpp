@@ -56,7 +56,7 @@ void jorvagentChgNtf(const char* /*table*/, int /*row*/, const char* /*field*/, 
     int status = hab_get_uint(session, "JorvagentCfg", 0, "jorv_agent_connected", &connected);
     status |= hab_get_uint(session, "JorvagentCfg", 0, "jorv_agent_claimed", &claimed);
     status |= hab_get_uint(session, "JorvagentCfg", 0, "jorv_agent_registered", &registered);
-    // Tools that read this log search for this number. It is no longer the line number.
+    // 444 is a constant that tools search this log for, not the current line.
     jorvLog(DEBUG, "at line %d and func %s : Value of err is %d\n", 444, "jorvagentChgNtf", status);
     if (status != HAB_OK) {
         jorvLog(ERROR, "Couldn't notify because of hab errors\n");
@@ -124,7 +124,7 @@ int open_exit_channel(Link& link) {
     return 0;
 }
 
-// A call of the listener that may fail for a while, for lack of descriptors or memory. Logs the first failure and the
+// A listener call that can fail temporarily, for lack of descriptors or memory. Logs the first failure and the
 // recovery.
 class Retried {
  public:
@@ -168,14 +168,14 @@ std::chrono::milliseconds accept_on(const pollfd& ready, MessageCallback callbac
     return {};
 }
 
-// Returns true when the read yields a byte or an error. End of file and a time-out do not count.
+// Reads from the exit channel. Returns true after a byte or an error, false at end of file or on a time-out.
 bool exit_asked(int descriptor) {
     char command = 0;
     const ssize_t count = read(descriptor, &command, 1);
     return count > 0 || (count < 0 && errno != EAGAIN && errno != EINTR);
 }
 
-// Pauses without poll, which may be what fails. Returns true when the link is closed meanwhile.
+// Pauses in a read, because poll itself may be failing. Returns true when the link is closed during the pause.
 bool exit_asked_within(int descriptor, std::chrono::milliseconds pause) {
     if (pause.count() == 0) {
         return false;

@@ -41,8 +41,7 @@ int Orders::give(const Order& order) {
     }
     waiting_.push_back(order);
     // A store that reports only changes does not report a flag that was already true, and the flag is unknown when it
-    // cannot be read. In both cases the monitor is started here. A callback that arrives as well finds no waiting
-    // order.
+    // cannot be read. In both cases the monitor is started here. If a callback arrives too, it finds no waiting order.
     const bool mayBeSilent = read_bool(kind_.flag, true);
     const int status = write_bool(kind_.flag, true);
     if (status != HAB_OK) {
@@ -61,7 +60,7 @@ void Orders::on_flag_change() {
         start_oldest();
     } else if (!flag) {
         LOG_TRACE("%s", kind_.flagResetText);
-    } else if (alive_ == 0) {  // otherwise the flag belongs to that monitor's order
+    } else if (alive_ == 0) {  // otherwise the flag belongs to a running monitor's order
         start_stored();
     }
 }

@@ -1,7 +1,7 @@
 // dro_monitor.h - orders, and the monitors that report their outcome.
 //
 // A handler that accepts an order passes it on in memory and sets the order's flag. The flag's callback takes the
-// oldest waiting order and starts its monitor. This thread waits under its mutex until the answering service's callback
+// oldest waiting order and starts its monitor, a thread. The monitor waits until the answering service's callback
 // signals it or a deadline passes, reports the outcome and resets the fields. Each accepted order has one monitor, even
 // when transaction ids repeat.
 #pragma once
@@ -22,7 +22,7 @@ namespace dro {
 struct Order {
     FixedText<128> uuid;        // the transaction for the report
     FixedText<16> timestamp{};  // when the order arrived; device lists only
-    Place place{};              // of its monitor
+    Place place{};              // for its monitor
 };
 
 // One kind of order: its flag, the texts of the flag's callback, and its monitor.
@@ -37,7 +37,7 @@ struct OrderKind {
     Order (*storedOrder)();               // reads the order from the store when another program set the flag
 };
 
-// The orders of one kind on their way from handler to monitor. Any thread. Must live as long as the process.
+// Accepted orders of one kind that wait for their monitors to start. Any thread. Must live as long as the process.
 class Orders {
  public:
     explicit Orders(const OrderKind& kind) : kind_(kind) {}
@@ -46,7 +46,7 @@ class Orders {
     ~Orders() = default;
 
     // Passes an accepted order to its monitor and sets the flag. Returns the status of that write; a failed write
-    // withdraws the order. Without a callback on the flag the order is not kept. An order without a place has no
+    // withdraws the order. Without a callback on the flag the order is not kept. An order without a place starts no
     // monitor: this is logged, and the flag is reset at once.
     int give(const Order& order);
 
@@ -62,7 +62,7 @@ class Orders {
     void start(Order order);
 
     const OrderKind& kind_;
-    Mutex mutex_;  // held while the flag is written, so the callback cannot take an order that is withdrawn
+    Mutex mutex_;  // held while the flag is written, so the callback cannot take an order that a failed write withdraws
     std::deque<Order> waiting_ DRO_GUARDED_BY(mutex_);
     std::atomic<int> alive_{0};
 };
@@ -82,12 +82,12 @@ extern MonitorSignal circleToggleResponse;  // toggle monitor
 bool lock_monitor(Mutex& mutex, const char* failedText) DRO_TRY_ACQUIRE(true, mutex);
 
 // Waits for `signal` for up to `limit` with `mutex` released, and reports the outcome with `mutex` held. A failed wait
-// is reported and continued until the same deadline. Returns false when a stop request ended the wait (nothing is
-// reported) or arrived during the report: the monitor then writes nothing more.
+// is reported and continued until the same deadline. Returns false when a stop request interrupted the wait (nothing is
+// reported) or the report. The monitor then writes nothing more.
 bool wait_and_report(Mutex& mutex, MonitorSignal& signal, const Order& order, std::chrono::milliseconds limit,
                      const std::function<void(Waited outcome)>& report) DRO_REQUIRES(mutex);
 
-// Ends every monitor's wait. Shutdown only.
+// Stops every monitor's wait. Shutdown only.
 void stop_monitors();
 
 }  // namespace dro

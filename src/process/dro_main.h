@@ -19,7 +19,7 @@ void sig_usr2_handler(int sig);
 // Watches the request to reload the log configuration. Unrelated to the identity record tv(). Returns 0.
 int tv_subscribe();
 
-// Registers the router at once when its connector is already registered. Returns the status of that read.
+// Registers the router at once when its connector is already registered. Returns the status of reading that state.
 int regStatus();
 
 // ---- The connector's callbacks ----

@@ -14,7 +14,7 @@ Mutex mutex_all;
 
 namespace {
 
-// Result of locking and unlocking mutex_all, for the log lines below only.
+// Result of the last lock or unlock of mutex_all. Only the log lines below use it.
 thread_local int retMutex = 0;
 
 // Runs `work` under mutex_all. The work is dropped when the lock fails or a stop is requested during the wait.
@@ -32,7 +32,7 @@ void run_serialised(Work work) {
             work();
         }
     } catch (const std::exception& failure) {
-        LOG_ERROR("The work under the lock gave up: %s\n", failure.what());
+        LOG_ERROR("A command or registration failed: %s\n", failure.what());
     }
     retMutex = mutex_all.unlock();
     if (retMutex != 0) {

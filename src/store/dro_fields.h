@@ -1,5 +1,5 @@
-// dro_fields.h - the single-row store fields shared by the agent's roles and the router's services, by their names in
-// the store. Includes the reads and writes of dro_store.h.
+// dro_fields.h - single-row store fields that several parts of the agent use, under their names in the store. Includes
+// dro_store.h, which reads and writes them.
 #pragma once
 
 #include "dro_store.h"
@@ -59,7 +59,7 @@ inline constexpr Field sorbStatus{"CircleStatus", "sorbStatus"};
 inline constexpr Field sorbActivationProgress{"CircleDebug", "sorbActivationProgress"};
 inline constexpr Field errorMessage{"CircleDebug", "errorMessage"};
 
-// Index of a notifier without a pending device.
+// The index in a notifier when no device is pending.
 inline constexpr std::uint32_t kNoDevice = 257;
 
 }  // namespace dro::fields

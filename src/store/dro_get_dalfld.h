@@ -32,8 +32,8 @@ struct Identity {
 Identity tv();
 
 // Reads the identity from the store into the record. Returns 0 when it is complete, 1 when the serial number, connector
-// id, name, model or firmware revision is empty or the MAC is all zero. A field whose read fails has the content that
-// the store library left in its buffer.
+// id, name, model or firmware revision is empty or the MAC is all zero. After a failed read, the field contains what
+// the store library left in the buffer.
 int get_hab_info();
 
 // Single reads into a buffer of `length` bytes, including the NUL. Each returns the store's status.

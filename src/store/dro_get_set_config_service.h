@@ -21,7 +21,7 @@ enum Feature : std::uint32_t {
     kFeatureUnblockList = 12,
 };
 
-// Triggers the device service on the written request. Returns the store's status.
+// Makes the device service execute the written request. Returns the store's status.
 int trigger_device_service(Where where = DRO_HERE);
 
 // Writes a request for a list: "occupied" for all devices, "online" or "offline"; null keeps the last selection. Does
@@ -31,7 +31,7 @@ void select_list(const char* which);
 // Requests the whole list. Returns the status of the trigger.
 int request_whole_list();
 
-// As request_whole_list, for lists without a waiting transaction.
+// As request_whole_list, for a list that answers no transaction.
 void setField_SyncCD();
 
 }  // namespace dro

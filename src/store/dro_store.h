@@ -64,7 +64,7 @@ std::optional<Mac> parse_mac(const char* text);
 // Formats `mac` as six upper-case hexadecimal pairs joined by colons.
 FixedText<18> mac_text(const Mac& mac);
 
-// Registers `handler` for `field`. Most callers ignore the result, that of dal_call_on_change.
+// Registers `handler` for `field`. Returns the result of dal_call_on_change, which most callers ignore.
 int on_change(const Field& field, ChangeHandler handler);
 
 }  // namespace dro
