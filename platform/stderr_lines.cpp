@@ -21,7 +21,8 @@ bool writable() {
     return poll(&output, 1, 0) > 0;
 }
 
-// A pipe stores bytes in pages. Unread lines fill them at least by half on average, the first and the last page apart.
+// A pipe stores bytes in pages. On average, unread lines fill at least half of each page between the first and the
+// last.
 bool pipeTakes(std::size_t size) {
     if (size <= PIPE_BUF) {
         return true;  // atomic
@@ -36,7 +37,8 @@ bool pipeTakes(std::size_t size) {
     return occupied + size <= capacity;
 }
 
-// A socket's buffer also counts the kernel's own data, at most as much again. Short lines are one packet.
+// A socket's buffer also contains the kernel's own data, at most as much as the text itself. A short line is one
+// packet.
 bool socketTakes(std::size_t size) {
     int unsent = 0;
     int capacity = 0;
@@ -66,8 +68,8 @@ StderrLines::Target StderrLines::target() {
     return S_ISSOCK(output.st_mode) ? Target::socket : isatty(kOutput) == 1 ? Target::terminal : Target::plain;
 }
 
-// Returns the number of bytes written: all, or as a rule none. The description may be shared with other processes, so
-// it is not made non-blocking here.
+// Returns the number of bytes written: usually all or 0. The description is not made non-blocking, because other
+// processes may share it.
 ssize_t StderrLines::writeNow(std::string_view text) const {
     const Target known = target_;
     switch (known == Target::unknown ? target() : known) {

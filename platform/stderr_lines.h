@@ -1,4 +1,4 @@
-// stderr_lines.h - whole lines on standard error, written without waiting for its reader. For both host libraries.
+// stderr_lines.h - writes whole lines to standard error without waiting for its reader. Used by both host libraries.
 #pragma once
 
 #include <sys/types.h>
@@ -17,14 +17,14 @@ class StderrLines {
     // `report` returns the line that states the number of lost lines, with its newline.
     constexpr explicit StderrLines(std::string (*report)(std::uint64_t lost)) : report_(report) {}
 
-    // Writes `line`, which ends in a newline, as a whole. Drops it when that would block: the pipe, socket or terminal
-    // is full. The first line that can be written again is preceded by a report of the lost ones.
+    // Writes the whole `line`, which ends in a newline, or drops it when the write would block: the pipe, socket or
+    // terminal is full. A report of the lost lines precedes the next line that can be written.
     void write(std::string_view line);
 
-    // Determines what standard error is, once for all later lines. Otherwise each line does.
+    // Determines the type of standard error once, for all later lines. Without this call, each write determines it.
     void remember() { target_ = target(); }
 
-    // Writes a pending report if that is possible now.
+    // Writes a pending report if it can be written now.
     void reportLost();
 
  private:

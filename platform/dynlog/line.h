@@ -32,7 +32,7 @@ class LineFormat {
  public:
     LineFormat();
 
-    // Returns the line with its newline. Of `file`, which may be null, the last component is shown. Throws
+    // Returns the line with its newline. It contains the last component of `file`, which may be null. Throws
     // std::bad_alloc.
     std::string line(std::string_view module, int level, const char* file, int line, std::string_view message);
 

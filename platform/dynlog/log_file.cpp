@@ -25,7 +25,8 @@ bool transient(int error) {
     return std::find(kErrors.begin(), kErrors.end(), error) != kErrors.end();
 }
 
-// Creates a missing file with mode 0600. Ends a line that a failed write has cut. Returns 0 or an error number.
+// Creates a missing file with mode 0600. Appends a newline to a line that a failed write has cut. Returns 0 or an error
+// number.
 int prepare(const std::string& path) {
     const int file = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
     if (file < 0) {

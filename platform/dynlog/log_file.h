@@ -15,20 +15,20 @@ namespace dynlog {
 // Appends to PATH, mode 0600. When a line would exceed 4 MiB, the file is renamed to NAME.1.EXTENSION, its predecessor
 // to NAME.2.EXTENSION, and a new one is started.
 //
-// When the file cannot be opened, rotated or written, lines are lost. The next attempt is made with a later line, after
-// a pause that grows from 0.1 to 2 s. Standard error has one line when this begins; the file has one when it ends, with
-// the number of lost lines.
+// When the file cannot be opened, rotated or written, it is unavailable and lines are lost. A later line tries again,
+// after a pause that grows from 0.1 to 2 s. One line on standard error reports that the file is unavailable. One line
+// in the file reports the number of lost lines when it is available again.
 class LogFile {
  public:
     // `report` returns the line that states the number of lost lines.
     LogFile(std::string path, host::StderrLines& errors, std::string (*report)(std::uint64_t lost));
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
-    // Reports lines that are still lost on standard error.
+    // Prints a pending report of lost lines on standard error.
     ~LogFile();
 
-    // Opens the file. Throws spdlog::spdlog_ex when a retry does not help. Other failures (too many open files, no
-    // memory, no space) begin the state above.
+    // Opens the file. Throws spdlog::spdlog_ex when a retry would not help. After other failures (too many open files,
+    // no memory, no space) the file is unavailable, as described above.
     void open();
 
     // Appends `line`, which ends in a newline.

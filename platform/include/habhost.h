@@ -17,7 +17,7 @@ extern "C" {
 /* Buffer size for any value as text, including the NUL. */
 #define HAB_HOST_TEXT_SIZE 4096
 
-/* Reads the path that hab_init opens: the value of HAB_STORE, or /var/lib/hab/hab.db. Fails like a read of text. */
+/* Reads the path that hab_init opens: the value of HAB_STORE, or /var/lib/hab/hab.db. Fails as hab_get_string does. */
 int hab_host_store_path(char* buffer, size_t length);
 
 /* Creates a store at `path` (mode 0600) with every value at its default. Creates the last folder of the path when it is
@@ -59,13 +59,13 @@ typedef struct hab_host_value {
 } hab_host_value;
 
 /* Writes all values in their order, or none. On failure, `failed` (may be null) receives the index of the rejected
- * value, or `count` when the store failed as a whole. */
+ * value, or `count` when no single value caused the failure. */
 int hab_host_set_all(hab_session* session, const hab_host_value* values, size_t count, size_t* failed);
 
 /* Visits every value that differs from its default, in one snapshot, by table, row and field in schema order. */
 int hab_host_each_value(hab_session* session, void (*visit)(const hab_host_value* value, void* context), void* context);
 
-/* Returns HAB_OK while the path still leads to the session's store file. */
+/* Returns HAB_OK, or HAB_ERROR when the path no longer leads to the session's store file. */
 int hab_host_check(hab_session* session);
 
 #ifdef __cplusplus
