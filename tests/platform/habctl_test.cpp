@@ -18,7 +18,7 @@ class Habctl : public StoreTest {
     }
 };
 
-TEST_F(Habctl, AnswersEachOrderWithItsStatus) {
+TEST_F(Habctl, ReturnsTheStatusOfEachCommand) {
     constexpr const char* kAll =
         "General.DeviceName@0=two\\nlines\\\\\nJorvagentCfg.jorv_force_connection@0=-3\n"
         "DeviceIdList.DeviceMac@255=AA:BB:CC:DD:EE:FF\n";

@@ -1,4 +1,4 @@
-// agent_process.h - whether the agent runs on this machine, from its pid file. Sends it nothing. Any thread.
+// agent_process.h - determines from the pid file whether the agent runs on this machine. Sends it no signal. Any thread.
 #pragma once
 
 #include <sys/types.h>

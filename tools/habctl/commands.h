@@ -23,7 +23,7 @@ struct CloseSession {
 };
 using Session = std::unique_ptr<hab_session, CloseSession>;
 
-// TABLE, TABLE.FIELD or TABLE.FIELD@ROW. Missing parts are empty or 0.
+// The parts of TABLE, TABLE.FIELD or TABLE.FIELD@ROW. Missing parts are empty or 0.
 struct Address {
     std::string table;
     std::string field;
@@ -63,14 +63,15 @@ int init(bool replace, bool upgrade);
 int get(const std::string& address);
 int set(const std::string& address, const std::string& value);
 int describe(const std::string& address);
-// Prints changes until interrupted, its output is closed, or the store is gone.
+// Prints changes until it is interrupted, its output is closed, or the store file is removed or replaced.
 int watch(const std::vector<std::string>& addresses);
 int dump(bool json, const std::vector<std::string>& tables);
 int load(const std::string& path);
-// Prints the state of the agent on this machine. Returns HAB_OK while it takes messages, HAB_TIMEOUT while it only
-// runs, HAB_SHUTDOWN when it does not run. Run it as the agent's user or as root, which can see the agent's sockets.
-// Waits up to `patience` for HAB_OK. `probed`: also checks that the agent answers a change of its reload flag, within
-// two seconds or what is left of `patience`; returns 10 when it does not.
+// Prints the state of the agent on this machine. Returns HAB_OK when the agent accepts messages, HAB_TIMEOUT when it
+// runs but does not accept messages, HAB_SHUTDOWN when it does not run. Waits up to `patience` for HAB_OK. Run it as
+// the agent's user or as root; other users cannot read the agent's sockets. With `probed`, also sets the agent's reload
+// flag and returns 10 when the agent does not reset it within two seconds or the rest of `patience`, whichever is
+// longer.
 int status(std::chrono::seconds patience, bool probed);
 
 // A field's value, with the storage for a hab_host_value.

@@ -14,12 +14,12 @@ namespace {
 using Json = nlohmann::ordered_json;
 using BadBytes = Json::error_handler_t;
 
-// A string field may contain any bytes, JSON only characters. Bytes that are not UTF-8 are printed as U+FFFD, with a
-// warning.
+// A string field may contain any bytes, but JSON contains only characters. Prints a warning when the value has bytes
+// that are not UTF-8; they are printed as U+FFFD.
 void noteReplacement(const OwnedValue& value) {
     const Json text = value.text;
     if (text.dump(-1, ' ', false, BadBytes::ignore) != text.dump(-1, ' ', false, BadBytes::replace)) {
-        std::fprintf(stderr, "habctl: %s: not UTF-8, other bytes are replaced\n", textOf(value.view()).c_str());
+        std::fprintf(stderr, "habctl: %s: bytes that are not UTF-8 are replaced\n", textOf(value.view()).c_str());
     }
 }
 
@@ -87,7 +87,7 @@ int addTable(const TableInfo& table, const Json& items, std::vector<OwnedValue>&
     return status;
 }
 
-// A name that appears twice in an object would silently lose its first value.
+// Finds a name that appears twice in an object. The parser would silently keep only its last value.
 class Names {
  public:
     bool operator()(int /*depth*/, Json::parse_event_t event, const Json& name) {
@@ -118,7 +118,7 @@ int parse(const std::string& text, Json& root) {
     } catch (const Json::parse_error& error) {
         byte = error.byte - 1;  // counted from 1
     } catch (const Json::out_of_range& error) {
-        return complain(HAB_INVALID, error.what());  // a number outside every type
+        return complain(HAB_INVALID, error.what());  // a number that no type can hold
     }
     return root.is_object() ? HAB_OK : complain(HAB_INVALID, "not a JSON object, at byte " + std::to_string(byte));
 }

@@ -29,7 +29,8 @@ struct Order {
 void addVerbs(CLI::App& app, Order& order) {
     CLI::App* init = app.add_subcommand("init", "Create the store file from the schema");
     CLI::Option* force = init->add_flag("--force", order.force, "Replace an existing store; its values are lost");
-    init->add_flag("--upgrade", order.upgrade, "Bring the store up to date, values kept")->excludes(force);
+    init->add_flag("--upgrade", order.upgrade, "Upgrade the store to the current schema; its values are kept")
+        ->excludes(force);
     init->callback([&order] { order.status = habctl::init(order.force, order.upgrade); });
 
     CLI::App* get = app.add_subcommand("get", "Print a value");
@@ -61,16 +62,17 @@ void addVerbs(CLI::App& app, Order& order) {
     describe->add_option("TABLE[.FIELD]", order.address);
     describe->callback([&order] { order.status = habctl::describe(order.address); });
 
-    CLI::App* status = app.add_subcommand("status", "Print the agent's state; fails unless it takes messages");
-    status->add_option("--wait", order.seconds, "Wait until it takes messages, at most SECONDS")
+    CLI::App* status = app.add_subcommand("status", "Print the agent's state; fail unless it accepts messages");
+    status->add_option("--wait", order.seconds, "Wait until it accepts messages, at most SECONDS")
         ->type_name("SECONDS")
         ->check(CLI::Range(0, kLongestWait).description(""));
-    status->add_flag("--probe", order.probe, "Also fail unless it receives change notices");
+    status->add_flag("--probe", order.probe, "Also fail unless the agent receives change notices");
     status->callback([&order] { order.status = habctl::status(std::chrono::seconds(order.seconds), order.probe); });
 }
 
-// Returns the arguments in the parser's order, last first. "--" protects a value that begins with a dash.
-std::vector<std::string> words(int count, char** texts) {
+// Returns the arguments in the parser's order, last first. Adds "--" before a value of set, which may begin with a
+// dash.
+std::vector<std::string> arguments(int count, char** texts) {
     std::vector<std::string> all(texts + 1, texts + count);
     if (all.size() == 3 && all[0] == "set") {
         all.insert(all.begin() + 1, "--");
@@ -79,14 +81,14 @@ std::vector<std::string> words(int count, char** texts) {
     return all;
 }
 
-// Returns the exit status.
-int obey(int count, char** texts) {
-    CLI::App app("Reads and writes the hab store that HAB_STORE names (default /var/lib/hab/hab.db).", "habctl");
+// Runs the command line. Returns the exit status.
+int run(int count, char** texts) {
+    CLI::App app("Reads and writes the hab store at the path in HAB_STORE (default /var/lib/hab/hab.db).", "habctl");
     Order order;
     app.require_subcommand(1);
     addVerbs(app, order);
     try {
-        app.parse(words(count, texts));
+        app.parse(arguments(count, texts));
         return order.status;
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : kWrongUsage;
@@ -100,7 +102,7 @@ int obey(int count, char** texts) {
 
 int main(int argc, char** argv) {
     try {
-        return obey(argc, argv);
+        return run(argc, argv);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "habctl: %s\n", error.what());
         return HAB_ERROR;

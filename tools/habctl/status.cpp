@@ -22,7 +22,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kDeaf = 10;                              // exit status beside those of the store
+constexpr int kNoNotices = 10;                         // exit status in addition to those of the store
 constexpr std::chrono::milliseconds kCheckPause{100};  // between the checks of a wait
 constexpr std::chrono::seconds kProbePatience{2};
 
@@ -38,7 +38,7 @@ constexpr std::array kFacts{
     Fact{"registered", "DROStatus", "addJorvdeviceIdDone"},
     Fact{"claimed", "DroCfg", "claimState"},
 };
-// Values about the agent; left over from the last run when none is running.
+// Values that the agent writes. They are out of date when it is not running.
 constexpr Fact kVersion{"version", "DalModuleVersion", "DroagentVersion"};
 constexpr std::array kPorts{
     Fact{"messages at", "JorvagentCfg", "jorv_handler_1023"},
@@ -48,20 +48,20 @@ constexpr std::array kPorts{
 // The agent clears this flag when it has handled the notice of its change.
 constexpr Fact kProbe{"", "dalLogCfg", "DroagentConfigurationApply"};
 
-// Whether the agent runs: HAB_OK or HAB_SHUTDOWN, HAB_ERROR when it cannot be determined.
-struct Standing {
+// `status` is HAB_OK when the agent runs, HAB_SHUTDOWN when it does not, HAB_ERROR when this cannot be determined.
+struct AgentState {
     int status;
     std::string text;
     std::string process = {};  // its folder in /proc
 };
 
-Standing agentStanding() {
+AgentState agentState() {
     const tools::AgentProcess agent = tools::agentProcess();
     switch (agent.state) {
         case tools::AgentProcess::absent:
             return {HAB_SHUTDOWN, "not running"};
         case tools::AgentProcess::killed:
-            return {HAB_SHUTDOWN, std::string("not running; ") + tools::kPidFile + " is left of one that was killed"};
+            return {HAB_SHUTDOWN, std::string("not running; ") + tools::kPidFile + " was left by a killed agent"};
         case tools::AgentProcess::unreadable:
             return {HAB_ERROR, std::string(tools::kPidFile) + ": " + std::strerror(agent.error)};
         case tools::AgentProcess::running:
@@ -95,8 +95,8 @@ std::set<std::string> openSockets(const std::string& process) {
     std::set<std::string> sockets;
     std::error_code failure;
     const std::filesystem::directory_iterator files(process + "/fd", failure);
-    if (failure && failure != std::errc::no_such_file_or_directory) {  // that one has ended meanwhile
-        throw std::filesystem::filesystem_error("cannot see the agent's sockets", process, failure);
+    if (failure && failure != std::errc::no_such_file_or_directory) {  // the agent has exited meanwhile
+        throw std::filesystem::filesystem_error("cannot read the agent's sockets", process, failure);
     }
     for (const auto& file : files) {
         std::error_code closedMeanwhile;
@@ -105,7 +105,7 @@ std::set<std::string> openSockets(const std::string& process) {
     return sockets;
 }
 
-// True when the agent itself listens at "host:port". Another program may have the port that the store lists.
+// True when the agent itself listens at "host:port". A different program may have opened the port in the store.
 bool listens(const std::string& process, const std::string& address) {
     int port = 0;
     std::from_chars(address.data() + address.find(':') + 1, address.data() + address.size(), port);
@@ -114,7 +114,7 @@ bool listens(const std::string& process, const std::string& address) {
     return socket != listening.end() && openSockets(process).contains("socket:[" + socket->second + "]");
 }
 
-// Thrown with the status, already reported on standard error, when the store does not have the value.
+// Thrown when a value cannot be read. `status` has already been reported on standard error.
 struct Unreadable {
     int status;
 };
@@ -127,7 +127,7 @@ std::string valueOf(hab_session* session, const Fact& fact) {
     return value.data();
 }
 
-// What a status consists of, read before anything is printed.
+// The complete report. It is collected before anything is printed.
 struct Report {
     int status = HAB_OK;
     std::string failure = {};
@@ -135,7 +135,7 @@ struct Report {
 };
 
 Report reportOn(hab_session* session) {
-    const Standing agent = agentStanding();
+    const AgentState agent = agentState();
     Report report{.status = agent.status, .failure = agent.text, .lines = {{"agent", agent.text}}};
     for (const Fact& fact : kFacts) {
         report.lines.emplace_back(fact.label, valueOf(session, fact));
@@ -150,7 +150,7 @@ Report reportOn(hab_session* session) {
         report.lines.emplace_back(port.label, address + (listening ? "" : " (does not listen)"));
         if (!listening) {
             report.status = HAB_TIMEOUT;
-            report.failure = "it runs but takes no messages";
+            report.failure = "running, but does not accept messages";
         }
     }
     return report;
@@ -175,8 +175,8 @@ void onNotice(const char* /*table*/, int /*row*/, const char* field, void* conte
     }
 }
 
-// Sets the flag whose change notice the agent answers by clearing it. Returns true when it does so before `deadline`.
-// Otherwise the flag remains set, as a request that the agent has not handled.
+// Sets the reload flag, which the agent clears when it receives the notice of the change. Returns true when the flag is
+// cleared before `deadline`. Otherwise it remains set, as a request that the agent has not handled.
 bool answersProbe(Clock::time_point deadline) {
     // Declared before the session: a notice may still be handled while the session closes.
     static Answer answer{};
@@ -196,8 +196,8 @@ void probe(Report& report, Clock::time_point deadline) {
     const bool answered = answersProbe(std::max(deadline, Clock::now() + kProbePatience));
     report.lines.emplace_back("notices", answered ? "received" : "not received");
     if (!answered) {
-        report.status = kDeaf;
-        report.failure = "it takes messages but receives no notices";
+        report.status = kNoNotices;
+        report.failure = "accepts messages, but receives no notices";
     }
 }
 

@@ -13,7 +13,7 @@ namespace habctl {
 
 namespace {
 
-// How often a watch checks that its store is still in place.
+// The interval at which a watch checks that its store file is still in place.
 constexpr timespec kCheckPause{1, 0};
 
 struct Watch {
