@@ -79,7 +79,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 struct Pipe {
     Pipe() {
         if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-            throw std::runtime_error("no pipe to be had");
+            throw std::runtime_error("cannot create a pipe");
         }
     }
     ~Pipe() {
@@ -127,7 +127,7 @@ void AgentProcess::start(const AgentSettings& settings) {
                     failure.ends[1]);
     }
     if (child < 0) {
-        throw std::runtime_error("cannot make a process for the agent");
+        throw std::runtime_error("cannot create a process for the agent");
     }
     failure.closeWrite();
     int reason = 0;

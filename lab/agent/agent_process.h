@@ -42,7 +42,7 @@ class AgentProcess {
     // std::nullopt on timeout (the agent keeps running).
     std::optional<int> stop(std::chrono::milliseconds timeout);
 
-    // Waits for the agent to exit without sending a signal. Results as for stop().
+    // Waits for the agent to exit without sending a signal. Returns the same values as stop().
     std::optional<int> awaitEnd(std::chrono::milliseconds timeout);
 
  private:

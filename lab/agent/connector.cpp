@@ -58,7 +58,7 @@ int portOf(const std::string& address) {
 
 }  // namespace
 
-bool somebodyListens(int port) {
+bool isListening(int port) {
     return Socket().connect(port);
 }
 
@@ -84,10 +84,10 @@ void Connector::identify() {
 }
 
 void Connector::report(const ConnectorState& state) {
-    timeline_.tell(Actor::Connector, Actor::Store,
-                   std::string(state.registered ? "registered" : "not registered") +
-                       (state.claimed ? ", claimed" : ", not claimed") +
-                       (state.connected ? ", connected" : ", not connected"));
+    timeline_.message(Actor::Connector, Actor::Store,
+                      std::string(state.registered ? "registered" : "not registered") +
+                          (state.claimed ? ", claimed" : ", not claimed") +
+                          (state.connected ? ", connected" : ", not connected"));
     store_.set(field::JorvagentCfg::jorv_agent_registered, state.registered ? "1" : "0");
     store_.set(field::JorvagentCfg::jorv_agent_claimed, state.claimed ? "1" : "0");
     store_.set(field::JorvagentCfg::jorv_agent_connected, state.connected ? "1" : "0");
@@ -106,7 +106,7 @@ void Connector::deliver(const std::string& message, const std::string& summary) 
     if (where.empty()) {
         throw std::runtime_error("the agent has not published its message address; is it running?");
     }
-    timeline_.tell(Actor::Connector, Actor::Agent, summary, message);
+    timeline_.message(Actor::Connector, Actor::Agent, summary, message);
     const Socket socket;
     if (!socket.connect(portOf(where)) || !socket.sendAll(message)) {
         throw std::runtime_error("cannot deliver to " + where + ": " + std::strerror(errno));

@@ -29,7 +29,7 @@ class Connector {
     // Reports "registered" again, so the agent checks whether the router is registered with the cloud.
     void nudge();
 
-    // Sends a message to the port that the agent has published, on a connection of its own. Throws std::runtime_error.
+    // Sends a message to the port that the agent has published, on a new connection. Throws std::runtime_error.
     void deliver(const std::string& message, const std::string& summary);
 
     // The agent's published message address; empty until the agent has published one.
@@ -42,7 +42,7 @@ class Connector {
     Store store_;
 };
 
-// Returns whether a loopback port accepts connections.
-bool somebodyListens(int port);
+// Returns true when a loopback port accepts connections.
+bool isListening(int port);
 
 }  // namespace lab

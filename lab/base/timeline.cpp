@@ -92,10 +92,10 @@ void Timeline::post(const Event& event) {
 }
 
 void Timeline::note(Actor who, std::string what, Tone tone) {
-    tell(who, who, std::move(what), {}, tone);
+    message(who, who, std::move(what), {}, tone);
 }
 
-void Timeline::tell(Actor from, Actor to, std::string what, std::string body, Tone tone) {
+void Timeline::message(Actor from, Actor to, std::string what, std::string body, Tone tone) {
     Event event;
     event.from = from;
     event.to = to;

@@ -44,7 +44,7 @@ class Timeline {
     void add(std::unique_ptr<Sink> sink);
     void post(const Event& event);
     // Posts a message between two actors, time-stamped now.
-    void tell(Actor from, Actor to, std::string what, std::string body = {}, Tone tone = Tone::Plain);
+    void message(Actor from, Actor to, std::string what, std::string body = {}, Tone tone = Tone::Plain);
     // Posts an action of a single actor.
     void note(Actor who, std::string what, Tone tone = Tone::Plain);
 
@@ -53,10 +53,10 @@ class Timeline {
     std::vector<std::unique_ptr<Sink>> sinks_;
 };
 
-// One readable line per event: time, from -> to, text, duration. Long texts are cut to about one line.
+// Prints one readable line per event: time, from -> to, text, duration. Long texts are cut to about one line.
 std::unique_ptr<Sink> terminalSink(std::FILE* out, bool colours);
 
-// One JSON object per line, as returned by jsonOf().
+// Prints one JSON object per line, as returned by jsonOf().
 std::unique_ptr<Sink> jsonSink(std::FILE* out);
 
 // An event as a JSON object: time, from, to, what and, where they apply, body, tone, ms, exchange and head.

@@ -52,7 +52,7 @@ class CloudServer {
 
     int port() const { return port_; }
 
-    // The base URL to store for the agent; `host` must be one of the certificate's names. Ends with a slash.
+    // The base URL to store for the agent, ending in a slash. `host` must be one of the certificate's names.
     std::string baseUrl(const std::string& host) const;
 
     // up() listens on the same port again; down() refuses connections. Both return once the change is in effect.
@@ -68,7 +68,7 @@ class CloudServer {
     void registration(const RegistrationAnswer& answer);
     RegistrationAnswer registration() const;
 
-    // A one-line summary for the user: up or down, mood, delay.
+    // Returns a one-line summary for the user: up or down, mood, delay.
     std::string describe() const;
 
  private:

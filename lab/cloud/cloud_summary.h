@@ -7,7 +7,7 @@
 
 namespace lab {
 
-// For example: transactionAck/ 1 Success (1f0c...). An invalid request is marked WRONG, with the reason.
+// Returns a summary such as "transactionAck/ 1 Success (1f0c...)". An invalid request is marked WRONG, with the reason.
 std::string summary(const CloudRequest& request);
 
 // The device list in an acknowledgement or a sync; null when there is none. Valid as long as the request.

@@ -13,7 +13,7 @@ namespace lab {
 namespace {
 
 constexpr int kNoPort = 80;                     // required by the library, unused on a local socket
-constexpr time_t kAnswerPatienceSeconds = 600;  // a command may take this long
+constexpr time_t kAnswerPatienceSeconds = 600;  // longest wait for a command
 
 std::optional<Reply> ask(const std::string& operation, const Json& arguments) {
     httplib::Client client(controlPath(), kNoPort);
@@ -43,7 +43,7 @@ std::string controlPath() {
 ControlServer::ControlServer(Lab& lab) : server_(std::make_unique<httplib::Server>()) {
     const std::string path = controlPath();
     if (labRuns()) {
-        throw std::runtime_error("a lab runs already (" + path + "); end it with Ctrl-C in its terminal");
+        throw std::runtime_error("a lab is already running (" + path + "); stop it with Ctrl-C in its terminal");
     }
     ::unlink(path.c_str());
     server_->set_address_family(AF_UNIX);
@@ -76,7 +76,7 @@ std::string performJson(Lab& lab, const std::string& operation, const std::strin
 
 Reply askLab(const std::string& operation, const Json& arguments) {
     const auto reply = ask(operation, arguments);
-    return reply ? *reply : Reply{false, "no lab runs here; start one in another terminal with: drolab up"};
+    return reply ? *reply : Reply{false, "no lab is running; start one in another terminal with: drolab up"};
 }
 
 }  // namespace lab

@@ -55,7 +55,7 @@ std::string lastLineOf(const std::string& path) {
 TemporaryFolder::TemporaryFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "drolab-XXXXXX").string();
     if (::mkdtemp(name.data()) == nullptr) {
-        throw std::runtime_error("cannot make a folder for the lab in " + name);
+        throw std::runtime_error("cannot create a folder for the lab in " + name);
     }
     path_ = name;
 }
@@ -101,7 +101,7 @@ std::chrono::milliseconds Lab::startAgent(const std::string& program,
 }
 
 void Lab::registerAgain() {
-    timeline.note(Actor::Lab, "marks the router unregistered; the connector reports again");
+    timeline.note(Actor::Lab, "router marked as unregistered; the connector reports again");
     store.set(field::DROStatus::addJorvdeviceIdDone, "false");
     connector.nudge();
 }
@@ -110,12 +110,12 @@ std::string inTheWay() {
     std::ifstream file(kPidFile);
     pid_t pid = 0;
     if (file >> pid && ::kill(pid, 0) == 0) {
-        return "an agent runs already (process " + std::to_string(pid) + "); end it with: kill -USR1 " +
+        return "an agent is already running (process " + std::to_string(pid) + "); stop it with: kill -USR1 " +
                std::to_string(pid);
     }
     for (const int port : {4466, 4455}) {
-        if (somebodyListens(port)) {
-            return "somebody listens on port " + std::to_string(port) + ", which the agent needs";
+        if (isListening(port)) {
+            return "port " + std::to_string(port) + ", which the agent needs, is in use";
         }
     }
     return {};

@@ -81,7 +81,7 @@ class Lab {
     AgentProcess agent;
 };
 
-// Why no agent can run on this host: one is already running, or a port is in use. Empty when nothing prevents it.
+// Returns why no agent can run on this host: one is already running, or a port is in use. Empty when an agent can run.
 std::string inTheWay();
 
 }  // namespace lab

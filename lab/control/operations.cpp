@@ -15,7 +15,7 @@ namespace {
 constexpr std::int64_t kSendPatienceMs = 20000;
 constexpr std::size_t kListLength = 24;  // devices listed by "status" at most
 
-// The value of a word. `others` are further valid words, handled by the caller and listed in the error.
+// Returns the value of a word. `others` are further valid words; the caller handles them, and the error lists them.
 template <typename Value>
 Value oneOf(const std::map<std::string, Value>& known, const std::string& word, const std::string& others = {}) {
     const auto found = known.find(word);
@@ -29,7 +29,7 @@ Value oneOf(const std::map<std::string, Value>& known, const std::string& word, 
     throw std::runtime_error("\"" + word + "\" is not one of: " + words);
 }
 
-// The number in a text argument, or `otherwise` when it is empty.
+// Returns the number in a text argument, or `otherwise` when it is empty.
 int numberTyped(const Json& arguments, const char* name, int otherwise) {
     const std::string text = textOf(arguments, name);
     int number = 0;
@@ -38,7 +38,7 @@ int numberTyped(const Json& arguments, const char* name, int otherwise) {
         return otherwise;
     }
     if (error != std::errc{} || end != text.data() + text.size() || number < 0) {
-        throw std::runtime_error(std::string(name) + ": \"" + text + "\" is no number");
+        throw std::runtime_error(std::string(name) + ": \"" + text + "\" is not a number");
     }
     return number;
 }
@@ -51,7 +51,7 @@ std::chrono::milliseconds delayTyped(const Json& arguments) {
 std::string withDevice(Lab& lab, const std::string& data, const std::string& device) {
     Json tree = parseJson(data.empty() ? "{}" : data);
     if (!tree.is_object()) {
-        throw std::runtime_error("the data is no JSON object: " + data);
+        throw std::runtime_error("the data is not a JSON object: " + data);
     }
     if (device.empty()) {
         return data;
@@ -117,7 +117,7 @@ Reply claim(Lab& lab, const Json& arguments) {
     answer.claimState = oneOf<bool>({{"true", true}, {"false", false}}, textOf(arguments, "value"));
     lab.cloud.registration(answer);
     lab.registerAgain();
-    return {true, std::string("registrations are answered claimState ") + (answer.claimState ? "true" : "false") +
+    return {true, std::string("registrations are answered with claimState ") + (answer.claimState ? "true" : "false") +
                       "; the router registers again"};
 }
 
@@ -137,7 +137,7 @@ Reply syncTime(Lab& lab, const Json& arguments) {
     answer.syncTime = value == "null" ? "" : value;
     lab.cloud.registration(answer);
     lab.registerAgain();
-    return {true, "registrations are answered syncTime " + value + "; the router registers again"};
+    return {true, "registrations are answered with syncTime " + value + "; the router registers again"};
 }
 
 void reportHealth(Lab& lab, const std::string& what, const std::string& state) {
@@ -177,7 +177,7 @@ Reply speedTest(Lab& lab, const Json& arguments) {
     result.up = static_cast<std::uint32_t>(numberTyped(arguments, "up", static_cast<int>(result.up)));
     result.scheduled = oneOf<bool>({{"", true}, {"scheduled", true}, {"manual", false}}, textOf(arguments, "kind"));
     lab.devices.speedTestDone(result);
-    return {true, "a speed test is done"};
+    return {true, "speed test finished"};
 }
 
 Reply service(Lab& lab, const Json& arguments) {

@@ -51,14 +51,14 @@ int failed(Timeline& timeline, const std::string& why) {
 
 int stopAgent(Lab& lab) {
     const auto begin = std::chrono::steady_clock::now();
-    lab.timeline.tell(Actor::Lab, Actor::Agent, "SIGUSR1");
+    lab.timeline.message(Actor::Lab, Actor::Agent, "SIGUSR1");
     const auto status = lab.agent.stop(kStopPatience);
     if (!status) {
         return failed(lab.timeline, "the agent did not stop and was killed");
     }
     Event ended;
     ended.from = ended.to = Actor::Agent;
-    ended.what = "ended with status " + std::to_string(*status);
+    ended.what = "exited with status " + std::to_string(*status);
     ended.tone = *status == 0 ? Tone::Good : Tone::Bad;
     ended.took = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
     lab.timeline.post(ended);
@@ -84,12 +84,12 @@ int run(Timeline& timeline, const UpSettings& settings, const EndSignals& signal
                                   ", agent's log " + lab.logFile());
     const auto took = lab.startAgent("droagent");
     timeline.note(Actor::Lab,
-                  "the agent takes messages after " + std::to_string(took.count()) +
-                      " ms; act on it with: drolab send BLOCK_CD, drolab status, drolab --help",
+                  "the agent accepts messages after " + std::to_string(took.count()) +
+                      " ms; try: drolab send BLOCK_CD, drolab status, drolab --help",
                   Tone::Good);
     if (!signals.awaitOrEndOf(lab.agent.pidFd())) {
         const auto status = lab.agent.awaitEnd(kStopPatience);
-        return failed(timeline, "the agent ended by itself with status " + std::to_string(status.value_or(-1)));
+        return failed(timeline, "the agent exited by itself with status " + std::to_string(status.value_or(-1)));
     }
     return stopAgent(lab);
 }

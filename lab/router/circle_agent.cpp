@@ -29,7 +29,7 @@ std::string CircleAgent::describe() const {
     return std::string(nameOf(mood_)) + ", answers after " + std::to_string(delayMs_) + " ms";
 }
 
-void CircleAgent::say(const std::string& what, Tone tone) {
+void CircleAgent::note(const std::string& what, Tone tone) {
     timeline_.note(Actor::CircleAgent, what, tone);
 }
 
@@ -59,7 +59,7 @@ void CircleAgent::noticed(std::string_view table, std::string_view name) {
     jobs_.after(std::chrono::milliseconds(delayMs_), [this, toggle, order] {
         if (mood_ == CircleMood::Silent) {
             store_.set(field::CircleDebug::sorbActivationProgress, "none");
-            say("does not answer \"" + order + "\", as told", Tone::Bad);
+            note("ignores \"" + order + "\" (mood: silent)", Tone::Bad);
         } else if (toggle) {
             answerToggle(order);
         } else {
@@ -71,7 +71,7 @@ void CircleAgent::noticed(std::string_view table, std::string_view name) {
 void CircleAgent::fail(const Field& answer) {
     const std::string text = error();
     store_.set(field::CircleDebug::errorMessage, text);
-    say("failed: " + text, Tone::Bad);
+    note("failed: " + text, Tone::Bad);
     store_.set(answer, "failed");
 }
 
@@ -91,7 +91,7 @@ void CircleAgent::answerOrder(const std::string& order) {
         store_.set(field::CircleStatus::sorbStatus, "enabled");
     }
     store_.set(field::CircleStatus::activationStatus, done);
-    say("is " + done);
+    note("is " + done);
     store_.set(field::CircleCfgInternal::activationStatusDROA, done);
 }
 
@@ -101,28 +101,28 @@ void CircleAgent::answerToggle(const std::string& order) {
     }
     const std::string done = order == "enable" ? "enabled" : "disabled";
     store_.set(field::CircleStatus::sorbStatus, done);
-    say("is " + done);
+    note("is " + done);
     store_.set(field::CircleCfgInternal::sorbEnableStatusDROA, done);
 }
 
 void CircleAgent::answerNow(const std::string& answer, const std::string& error) {
     store_.set(field::CircleDebug::errorMessage, error);
-    say("answers \"" + answer + "\" unasked");
+    note("answers \"" + answer + "\" unasked");
     store_.set(field::CircleCfgInternal::activationStatusDROA, answer);
 }
 
 void CircleAgent::reportRunning(bool running) {
-    say(running ? "runs" : "does not run");
+    note(running ? "runs" : "does not run");
     store_.set(field::CircleDebug::sorbAgentRunning, running ? "true" : "false");
 }
 
 void CircleAgent::reportProvisioned(bool provisioned) {
-    say(provisioned ? "is provisioned" : "is not provisioned");
+    note(provisioned ? "is provisioned" : "is not provisioned");
     store_.set(field::CircleDebug::sorbProvisioned, provisioned ? "true" : "false");
 }
 
 void CircleAgent::reportClient(const std::string& status) {
-    say("remote client: " + status);
+    note("remote client: " + status);
     store_.set(field::CircleDebug::rClientStatus, status);
 }
 

@@ -26,7 +26,8 @@ class CircleAgent {
     void mood(CircleMood mood) { mood_ = mood; }
     // Sets the error text of later failures.
     void failsWith(const std::string& error);
-    // Sets the time between an order and its answer. The agent misses an answer that arrives before its monitor waits.
+    // Sets the time between an order and its answer. An answer is lost when it arrives before the agent's monitor
+    // waits.
     void delay(std::chrono::milliseconds delay) { delayMs_ = delay.count(); }
     std::string describe() const;
 
@@ -42,7 +43,7 @@ class CircleAgent {
     void answerToggle(const std::string& order);
     void fail(const Field& answer);
     std::string error();
-    void say(const std::string& what, Tone tone = Tone::Plain);
+    void note(const std::string& what, Tone tone = Tone::Plain);
 
     Timeline& timeline_;
     std::atomic<CircleMood> mood_ = CircleMood::Success;

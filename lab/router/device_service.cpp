@@ -52,7 +52,7 @@ std::string DeviceService::describe() const {
            countText(population_.rows().size());
 }
 
-void DeviceService::say(const std::string& what, Tone tone) {
+void DeviceService::note(const std::string& what, Tone tone) {
     timeline_.note(Actor::DeviceService, what, tone);
 }
 
@@ -64,7 +64,7 @@ void DeviceService::noticed(std::string_view table, std::string_view name) {
     if (field::DALHConfig::ProcessID.is(table, name) && store_.number(field::DALHConfig::ProcessID) == 1) {
         const std::uint32_t feature = store_.number(field::DALHConfig::FeatureID);
         if (mood_ == ServiceMood::Silent) {
-            say("leaves request " + std::to_string(feature) + " lying, as told", Tone::Bad);
+            note("ignores request " + std::to_string(feature) + " (mood: silent)", Tone::Bad);
             return;
         }
         jobs_.after(std::chrono::milliseconds(delayMs_), [this, feature] { carryOut(feature); });
@@ -82,7 +82,7 @@ void DeviceService::carryOut(std::uint32_t feature) {
         case kTagDevice:
             return tag();
         case kSpeedTestSwitch:
-            return say("background speed test: " + store_.get(field::DALHConfig::BSTStateuserDRO));
+            return note("background speed test: " + store_.get(field::DALHConfig::BSTStateuserDRO));
         case kUnblock:
             return setBlocked(store_.mac(field::DALHConfig::allowCdMAC), false);
         case kBlock:
@@ -97,17 +97,17 @@ void DeviceService::carryOut(std::uint32_t feature) {
         case kUnblockBulk:
             return setBlockedList(feature == kBlockBulk);
         default:
-            say("request " + std::to_string(feature) + " is unknown", Tone::Bad);
+            note("request " + std::to_string(feature) + " is unknown", Tone::Bad);
     }
 }
 
 void DeviceService::setBlocked(const Mac& mac, bool blocked) {
     const auto row = population_.rowOf(mac);
     if (!row) {
-        return say("no device " + macText(mac) + " to " + (blocked ? "block" : "unblock"), Tone::Bad);
+        return note("no device " + macText(mac) + " to " + (blocked ? "block" : "unblock"), Tone::Bad);
     }
     store_.set(field::Dilsignature::AllowOrBlock.at(*row), blocked ? "block" : "allow");
-    say((blocked ? "blocked " : "unblocked ") + nameOfRow(*row));
+    note((blocked ? "blocked " : "unblocked ") + nameOfRow(*row));
 }
 
 void DeviceService::setBlockedList(bool blocked) {
@@ -122,34 +122,34 @@ void DeviceService::tag() {
     const Mac mac = store_.mac(field::DALHConfig::TaggedDeviceMAC);
     const auto row = population_.rowOf(mac);
     if (!row) {
-        return say("no device " + macText(mac) + " to tag", Tone::Bad);
+        return note("no device " + macText(mac) + " to tag", Tone::Bad);
     }
     const std::string status = store_.get(field::DALHConfig::TagStatus);
     store_.set(field::Dilsignature::IsTagged.at(*row), status);
-    say("tagged " + nameOfRow(*row) + " for " + status);
+    note("tagged " + nameOfRow(*row) + " for " + status);
 }
 
 void DeviceService::customise() {
     const Mac mac = store_.mac(field::DALHConfig::DeviceMAC);
     const auto row = population_.rowOf(mac);
     if (!row) {
-        return say("no device " + macText(mac) + " to customise", Tone::Bad);
+        return note("no device " + macText(mac) + " to customise", Tone::Bad);
     }
     const std::string before = nameOfRow(*row);
     population_.customise(*row, store_.get(field::DALHConfig::DisplayName), store_.get(field::DALHConfig::DeviceType),
                           store_.get(field::DALHConfig::DisplayBrand), store_.get(field::DALHConfig::DisplayModel));
-    say(before + " is now called " + population_.at(*row).name);
+    note(before + " is now called " + population_.at(*row).name);
 }
 
 void DeviceService::removeDevice() {
     const Mac mac = store_.mac(field::DALHConfig::DeviceMAC);
     const auto row = population_.rowOf(mac);
     if (!row) {
-        return say("no device " + macText(mac) + " to remove", Tone::Bad);
+        return note("no device " + macText(mac) + " to remove", Tone::Bad);
     }
     const std::string name = nameOfRow(*row);
     population_.remove(*row);
-    say("removed " + name);
+    note("removed " + name);
 }
 
 void DeviceService::buildList() {
@@ -169,8 +169,8 @@ void DeviceService::buildList() {
         listOut_ = true;
         listTransaction_ = store_.get(field::DroStatus::cdilTransUuid);
     }
-    say("list of " + countText(rows.size()) + " (" + wanted + ") is ready" +
-        (announced > rows.size() ? ", announced as one more, as told" : ""));
+    note("list of " + countText(rows.size()) + " (" + wanted + ") is ready" +
+         (announced > rows.size() ? ", announced with one device too many (mood: wrong)" : ""));
     store_.set(field::DALHNotifyCDIL::CDILstatus, "complete");
 }
 
@@ -188,7 +188,7 @@ void DeviceService::closeList() {
 
 int DeviceService::deviceJoined(const std::string& name) {
     const int row = population_.join(name);
-    say(nameOfRow(row) + " joined the network");
+    note(nameOfRow(row) + " joined the network");
     store_.set(field::DALHNotifyNDN::Index, std::to_string(row));
     return row;
 }
@@ -198,7 +198,7 @@ int DeviceService::deviceOnline(const std::string& name, bool online) {
     population_.setOnline(row, online);
     const std::string tagged = store_.get(field::Dilsignature::IsTagged.at(row));
     const bool tell = tagged == "both" || tagged == (online ? "online" : "offline");
-    say(nameOfRow(row) + " is " + (online ? "online" : "offline") + ", tagged " + tagged);
+    note(nameOfRow(row) + " is " + (online ? "online" : "offline") + ", tagged " + tagged);
     if (tell) {
         store_.set(field::DALHNotifyDTN::Index, std::to_string(row));
     }
@@ -208,7 +208,7 @@ int DeviceService::deviceOnline(const std::string& name, bool online) {
 int DeviceService::deviceUpdated(const std::string& name) {
     const int row = population_.find(name);
     population_.refresh(row);
-    say(nameOfRow(row) + " has new signal values");
+    note(nameOfRow(row) + " has new signal values");
     store_.set(field::DALHNotifyCDUPDATE::IndexCD, std::to_string(row));
     return row;
 }
@@ -220,7 +220,7 @@ void DeviceService::speedTestDone(const SpeedTest& result) {
                 {field::BSTResults::Latency, std::to_string(result.latency)},
                 {field::BSTResults::ISP, result.provider},
                 {field::BSTResults::bstRequestType, result.scheduled ? "Scheduled" : "Manual"}});
-    say("speed test done: " + std::to_string(result.down) + " down, " + std::to_string(result.up) + " up");
+    note("speed test finished: " + std::to_string(result.down) + " down, " + std::to_string(result.up) + " up");
     store_.set(field::BSTCfg::BSTStatus, "Complete");
 }
 

@@ -14,7 +14,7 @@
 
 namespace lab {
 
-// Requests are executed, ignored, or answered with a list that announces one device more than its masks mark.
+// Ok executes requests, Silent ignores them, Wrong announces lists with one device more than their masks mark.
 enum class ServiceMood { Ok, Silent, Wrong };
 
 struct SpeedTest {
@@ -38,7 +38,8 @@ class DeviceService {
     void slow(std::chrono::milliseconds delay) { delayMs_ = delay.count(); }
     std::string describe() const;
 
-    // Device events on the router; each returns the device's row. Throw std::runtime_error with a message for the user.
+    // Device events on the router. Each returns the device's row, or throws std::runtime_error with a message for the
+    // user.
     int deviceJoined(const std::string& name);
     // Also notifies the agent when the device is tagged for this state.
     int deviceOnline(const std::string& name, bool online);
@@ -55,7 +56,7 @@ class DeviceService {
     void removeDevice();
     void buildList();
     void closeList();
-    void say(const std::string& what, Tone tone = Tone::Plain);
+    void note(const std::string& what, Tone tone = Tone::Plain);
     std::string nameOfRow(int row) const;
 
     Timeline& timeline_;
@@ -64,7 +65,7 @@ class DeviceService {
     std::atomic<std::int64_t> delayMs_;
 
     std::mutex listMutex_;
-    bool listOut_ = false;         // a list was announced and its completion not seen yet
+    bool listOut_ = false;         // a list has been announced and is not complete yet
     std::string listTransaction_;  // the transaction that the list answers; empty for none
 
     Store store_;

@@ -42,7 +42,7 @@ class Population {
     // is taken or no row is free.
     int join(const std::string& name);
     void remove(int row);
-    // Sets the user's names for a device; an empty text restores the default.
+    // Sets the names that the user chose for a device; an empty text restores the default.
     void customise(int row, const std::string& name, const std::string& type, const std::string& brand,
                    const std::string& model);
     void setOnline(int row, bool online);
@@ -50,9 +50,10 @@ class Population {
     void refresh(int row);
 
     std::optional<int> rowOf(const Mac& mac) const;
-    // Finds a device by name, in any case, or by MAC text. Throws std::runtime_error that lists a few existing names.
+    // Finds a device by its name, ignoring case, or by its MAC text. Throws std::runtime_error, which lists a few
+    // names.
     int find(const std::string& nameOrMac) const;
-    // Rows in use in ascending order, optionally only those in the given state.
+    // Returns the rows in use in ascending order, optionally only those in the given state.
     std::vector<int> rows(std::optional<bool> online = std::nullopt) const;
     Device at(int row) const;
 
@@ -64,7 +65,7 @@ class Population {
     Store& store_;
     mutable std::mutex mutex_;
     std::array<std::optional<Device>, kRows> devices_;
-    int made_ = 0;    // devices numbered so far; each has a unique MAC
+    int made_ = 0;    // devices created so far; numbers their MACs
     int walked_ = 0;  // number of refreshes
 };
 

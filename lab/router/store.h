@@ -1,5 +1,5 @@
-// store.h - a session of the router's store that closes itself, values as text, and waiting for changes. Any thread may
-// use a Store; handlers run on the session's delivery thread.
+// store.h - a store session with values as text, and waits for changes. Any thread may use a Store; handlers run on the
+// session's delivery thread.
 #pragma once
 
 #include <habhost.h>
@@ -62,7 +62,7 @@ class Store {
     // Replaces the handler, waiting for a running one, and subscribes to the tables.
     void follow(const std::set<std::string>& tables, Handler handler);
 
-    // Waits until `holds` returns true, checking it again on every notice of the tables. Returns false on timeout.
+    // Waits until `holds` returns true. Calls it again on every notice of the tables. Returns false on timeout.
     bool await(const std::set<std::string>& tables, const std::function<bool()>& holds,
                std::chrono::milliseconds timeout);
     bool await(const Field& field, const std::string& value, std::chrono::milliseconds timeout);
@@ -78,7 +78,7 @@ class Store {
     void check(const char* what, const Field& field, int status) const;
 
     hab_session* session_;
-    Notices* notices_;  // never freed: the library may still enter the handler after the session is closed
+    Notices* notices_;  // never freed: the library may still call the handler after the session is closed
 };
 
 }  // namespace lab

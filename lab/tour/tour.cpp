@@ -61,8 +61,8 @@ class ProgressLine {
 struct Tour::Chapter {
     const char* name;
     const char* about;
-    bool quick;  // has waits that only the quick agent shortens
-    void (*tell)(Tour& tour);
+    bool quick;  // uses the quick agent, because the shipped one would wait for long
+    void (*run)(Tour& tour);
 };
 
 const std::vector<Tour::Chapter>& Tour::chapters() {
@@ -102,7 +102,7 @@ int Tour::wrongChapter() const {
     for (const auto& name : settings_.only) {
         const auto& all = chapters();
         if (std::none_of(all.begin(), all.end(), [&](const Chapter& known) { return name == known.name; })) {
-            std::fprintf(stderr, "no chapter \"%s\"; drolab tour --list names them\n", name.c_str());
+            std::fprintf(stderr, "no chapter \"%s\"; see drolab tour --list\n", name.c_str());
             return kWrongUsage;
         }
     }
@@ -116,7 +116,7 @@ void Tour::makeLab() {
         check(file != nullptr, "cannot write " + settings_.timelineFile);
         timeline_.add(jsonSink(file));
     }
-    // After opening the file, because a private folder would hide it.
+    // Called after the file is opened, because a private folder would hide it.
     const std::string shared = enterOwnNamespaces(std::filesystem::path(provisioning::kCaBundle).parent_path());
     if (!shared.empty()) {
         const std::string obstacle = inTheWay();
@@ -146,16 +146,16 @@ int Tour::run() {
         }
     }
     summarise(secondsSince(begin));
-    return held_ == steps_ ? 0 : 1;
+    return passed_ == steps_ ? 0 : 1;
 }
 
 void Tour::summarise(double seconds) const {
-    std::printf("\n%-14s %-14s %5s %5s %9s\n", "chapter", "agent", "steps", "held", "time");
-    for (const Told& told : told_) {
-        std::printf("%-14s %-14s %5d %5d %7.1f s%s\n", told.chapter, told.agent.c_str(), told.steps, told.held,
-                    told.seconds, told.held == told.steps ? "" : "  FAILED");
+    std::printf("\n%-14s %-14s %5s %6s %9s\n", "chapter", "agent", "steps", "passed", "time");
+    for (const ChapterResult& result : results_) {
+        std::printf("%-14s %-14s %5d %6d %7.1f s%s\n", result.chapter, result.agent.c_str(), result.steps,
+                    result.passed, result.seconds, result.passed == result.steps ? "" : "  FAILED");
     }
-    std::printf("\n%d of %d steps held, in %.1f s\n", held_, steps_, seconds);
+    std::printf("\n%d of %d steps passed, in %.1f s\n", passed_, steps_, seconds);
 }
 
 void Tour::chapter(const Chapter& chapter) {
@@ -169,19 +169,19 @@ void Tour::chapter(const Chapter& chapter) {
             static_cast<long long>(pace_.circleWatch.count()));
     }
     const int stepsBefore = steps_;
-    const int heldBefore = held_;
+    const int passedBefore = passed_;
     const auto begin = std::chrono::steady_clock::now();
     try {
         useAgent(quick);
-        chapter.tell(*this);
-    } catch (const std::exception& problem) {  // thrown between two steps
+        chapter.run(*this);
+    } catch (const std::exception& problem) {  // thrown outside a step
         step("prepare the chapter", [&] { throw StepFailed(problem.what()); });
     }
     lab_->cloud.behave(Mood::Accept);
     lab_->cloud.slow(milliseconds(0));
     lab_->devices.mood(ServiceMood::Ok);
     lab_->circle.mood(CircleMood::Success);
-    told_.push_back({chapter.name, running_, steps_ - stepsBefore, held_ - heldBefore, secondsSince(begin)});
+    results_.push_back({chapter.name, running_, steps_ - stepsBefore, passed_ - passedBefore, secondsSince(begin)});
 }
 
 // The chapter "start" starts the agent in a step of its own.
@@ -219,17 +219,17 @@ void Tour::step(const std::string& what, const std::function<void()>& act) {
         }
     }
     const double ms = 1000 * secondsSince(begin);
-    const bool held = problem.empty();
-    held_ += held ? 1 : 0;
-    const char* colour = !colours_ ? "" : held ? "\033[32m" : "\033[31m";
-    std::printf("  %s%-6s%s  %s  %.0f ms\n", colour, held ? "ok" : "FAILED", colours_ ? "\033[0m" : "", what.c_str(),
+    const bool passed = problem.empty();
+    passed_ += passed ? 1 : 0;
+    const char* colour = !colours_ ? "" : passed ? "\033[32m" : "\033[31m";
+    std::printf("  %s%-6s%s  %s  %.0f ms\n", colour, passed ? "ok" : "FAILED", colours_ ? "\033[0m" : "", what.c_str(),
                 ms);
-    if (!held) {
+    if (!passed) {
         std::printf("          %s\n", printable(problem).c_str());
     }
     std::fflush(stdout);
-    timeline_.note(Actor::Lab, (held ? "held: " : "FAILED: ") + what + (held ? "" : ": " + problem),
-                   held ? Tone::Good : Tone::Bad);
+    timeline_.note(Actor::Lab, (passed ? "passed: " : "FAILED: ") + what + (passed ? "" : ": " + problem),
+                   passed ? Tone::Good : Tone::Bad);
 }
 
 void Tour::settle(bool claimed) {
@@ -263,7 +263,7 @@ void Tour::acknowledgement(std::size_t from, const std::string& transaction, con
         extra);
     checkSame("transactionStatus", found->text("transactionStatus"), status);
     checkSame("failureReason", found->text("failureReason"), reason);
-    check(deviceListOf(*found).is_null(), "the acknowledgement carries a list");
+    check(deviceListOf(*found).is_null(), "the acknowledgement contains a list");
 }
 
 void Tour::acknowledged(const std::string& command, const std::string& data, const std::string& status,

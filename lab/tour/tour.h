@@ -29,7 +29,7 @@ struct StepFailed : std::runtime_error {
 
 // The durations of the agent that the chapter runs.
 struct Pace {
-    std::chrono::milliseconds pause;        // before a request without an answer is repeated
+    std::chrono::milliseconds pause;        // before an unanswered request is repeated
     std::chrono::milliseconds listWatch;    // until a missing device list times out
     std::chrono::milliseconds circleWatch;  // until a silent Circle agent times out
 };
@@ -40,7 +40,7 @@ class Tour {
 
     int run();
 
-    // For the chapters. A step prints one line. An exception fails the step; the next step runs.
+    // Called by the chapters. A step prints one line. An exception fails the step, and the next step runs.
     void step(const std::string& what, const std::function<void()>& act);
     Lab& lab() { return *lab_; }
     const Pace& pace() const { return pace_; }
@@ -68,12 +68,11 @@ class Tour {
     struct Chapter;
     static const std::vector<Chapter>& chapters();
 
-    // The result of a chapter.
-    struct Told {
+    struct ChapterResult {
         const char* chapter;
         std::string agent;
         int steps;
-        int held;
+        int passed;
         double seconds;
     };
 
@@ -89,8 +88,8 @@ class Tour {
     Pace pace_;
     std::string running_;  // the agent's program
     int steps_ = 0;
-    int held_ = 0;
-    std::vector<Told> told_;
+    int passed_ = 0;
+    std::vector<ChapterResult> results_;
     Timeline timeline_;
     std::unique_ptr<Lab> lab_;
 };

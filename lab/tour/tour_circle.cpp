@@ -33,7 +33,7 @@ void deviceReported(Tour& tour, std::size_t from, const std::string& transaction
 }
 
 // The monitor resets the order as its last action.
-void orderPutAway(Tour& tour) {
+void orderReset(Tour& tour) {
     tour.stored(field::CircleCfgInternal::activationStatusDROA, "none");
     tour.stored(field::CircleCfgInternal::actionDROA, "none");
 }
@@ -42,7 +42,7 @@ std::string activated(Tour& tour) {
     const std::size_t from = tour.lab().record.mark();
     std::string transaction = deliver(tour, "ACTIVATE_CIRCLE", kPlain);
     deviceReported(tour, from, transaction);
-    orderPutAway(tour);
+    orderReset(tour);
     checkSame("acknowledgements", std::to_string(tour.acknowledgements(from, transaction)), "0");
     return transaction;
 }
@@ -85,29 +85,29 @@ void failsOrIsSilent(Tour& tour) {
         lab.circle.failsWith("no licence");
         lab.circle.mood(CircleMood::Fail);
         tour.acknowledged("ACTIVATE_CIRCLE", kPlain, "0", "Activation-Failed_no licence");
-        orderPutAway(tour);
+        orderReset(tour);
         lab.circle.mood(CircleMood::Success);
     });
-    tour.step("a failure reported too early is missed; the order times out", [&] {
+    tour.step("a failure reported before the order is ignored; the order times out", [&] {
         lab.circle.mood(CircleMood::Silent);
         lab.circle.answerNow("failed", "radio busy");
         const std::size_t from = lab.record.mark();
         const std::string transaction = deliver(tour, "ACTIVATE_CIRCLE", kPlain);
         tour.acknowledgement(from, transaction, "0", "Activation-Failed_radio busy", tour.pace().circleWatch);
-        orderPutAway(tour);
+        orderReset(tour);
     });
     tour.step("an order times out when the Circle agent does not answer", [&] {
         const std::size_t from = lab.record.mark();
         const std::string transaction = deliver(tour, "ACTIVATE_CIRCLE", kPlain);
         tour.acknowledgement(from, transaction, "0", "Activation-Failed_FAIL-Error TimeOut", tour.pace().circleWatch);
-        orderPutAway(tour);
+        orderReset(tour);
         lab.circle.mood(CircleMood::Success);
     });
 }
 
 void reportsHealth(Tour& tour) {
     Lab& lab = tour.lab();
-    tour.step("the Circle agent's health reaches the cloud", [&] {
+    tour.step("the Circle agent's health is reported to the cloud", [&] {
         health(tour, "SORB_agent_running", "true", [&] { lab.circle.reportRunning(true); });
         health(tour, "SORB_provisioned", "true", [&] { lab.circle.reportProvisioned(true); });
         health(tour, "RCLIENT", "CONNECTED", [&] { lab.circle.reportClient("connected"); });
@@ -123,7 +123,7 @@ void switches(Tour& tour) {
               [&] { tour.acknowledged("TOGGLE_CIRCLE_STATE", R"({"toggle":"ON"})", "0", "Invalid toggle request"); });
 }
 
-// Waits for a line that the agent logs after offset `from`. Only the log shows that a monitor is waiting.
+// Waits for a line in the agent's log after offset `from`. Only the log shows that a monitor is waiting.
 void awaitLog(const Tour& tour, const std::string& file, std::uintmax_t from, const std::string& text) {
     const auto deadline = std::chrono::steady_clock::now() + tour.pace().circleWatch;
     for (;;) {
@@ -133,14 +133,14 @@ void awaitLog(const Tour& tour, const std::string& file, std::uintmax_t from, co
         if (lines.find(text) != std::string::npos) {
             return;
         }
-        check(std::chrono::steady_clock::now() < deadline, "the agent's log does not say: " + text);
+        check(std::chrono::steady_clock::now() < deadline, "the agent's log does not contain: " + text);
         std::this_thread::sleep_for(milliseconds(2));
     }
 }
 
 void overlaps(Tour& tour) {
     Lab& lab = tour.lab();
-    tour.step("a second activation while one runs is refused, the first goes on", [&] {
+    tour.step("a second activation while one runs is refused; the first continues", [&] {
         const std::size_t from = lab.record.mark();
         const std::uintmax_t logged = std::filesystem::file_size(lab.logFile());
         Store watching;
@@ -154,12 +154,13 @@ void overlaps(Tour& tour) {
                       return watching.get(field::CircleDebug::sorbActivationProgress) == "inProgress";
                   },
                   milliseconds(5000)),
-              "the Circle agent did not take the order");
-        // The refusal resets the flag. Any earlier, it would prevent the first order's monitor from starting.
+              "the Circle agent did not receive the order");
+        // The refusal resets the flag. Before this line, the reset would prevent the first order's monitor from
+        // starting.
         awaitLog(tour, lab.logFile(), logged, "Circle Activation Monitoring Thread Started!");
         tour.acknowledged("ACTIVATE_CIRCLE", kPlain, "0", "Earlier SORB activation request already in progress");
         deviceReported(tour, from, first);
-        orderPutAway(tour);
+        orderReset(tour);
     });
 }
 
@@ -191,7 +192,7 @@ void tourCircle(Tour& tour) {
     reportsHealth(tour);
     tour.step("deactivate", [&] {
         tour.acknowledged("DEACTIVATE_CIRCLE", kPlain, "1", "Success-Deactivated_");
-        orderPutAway(tour);
+        orderReset(tour);
         tour.stored(field::CircleStatus::sorbStatus, "disabled");
     });
     failsOrIsSilent(tour);

@@ -69,7 +69,7 @@ void describes(Tour& tour, const std::string& name, const std::string& mac) {
     });
 }
 
-// Messages that are never answered.
+// Checks messages that must not be answered.
 void ignores(Tour& tour, const std::string& mac) {
     Lab& lab = tour.lab();
     const std::size_t from = lab.record.mark();
@@ -79,16 +79,16 @@ void ignores(Tour& tour, const std::string& mac) {
         {"no transaction id", R"({"cmd":"BLOCK_CD","data":)" + dataFor(mac) + "}"},
         {"a transaction id of 128 characters", envelope(std::string(128, 'a'), "BLOCK_CD", dataFor(mac))},
         {"a MAC of 20 characters", envelope(id, "BLOCK_CD", dataFor(std::string(20, 'A')))},
-        {"a message of 70,000 characters, which is cut",
+        {"a message of 70,000 characters, which is truncated",
          envelope(id, "BLOCK_CD", dataFor(mac, R"(,"cdName":")" + std::string(70000, 'a') + "\""))}};
     for (const auto& [what, message] : ignored) {
         tour.step(std::string("ignored: ") + what + "; the next command works", [&, &text = message] {
-            lab.connector.deliver(text, "a message that is no good");
+            lab.connector.deliver(text, "an invalid message");
             tour.acknowledged("BLOCK_CD", dataFor(mac), "1", "Success");
             tour.acknowledged("UNBLOCK_CD", dataFor(mac), "1", "Success");
         });
     }
-    tour.step("none of the ignored was ever answered", [&] {
+    tour.step("no ignored message was answered", [&] {
         checkSame("requests", std::to_string(lab.record.since(from).size()), std::to_string(2 * ignored.size()));
     });
 }

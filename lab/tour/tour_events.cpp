@@ -61,7 +61,8 @@ void droppedUnlessClaimed(Tour& tour) {
     check(watching.awaitWrite(
               field::RADebugLog::dbgArg1, [&] { lab.devices.deviceJoined("Nobody's phone"); }, std::chrono::seconds(5)),
           "the event was not queued");
-    // Events are sent in order, and an update is sent even when unclaimed: once it arrives, the first event is done.
+    // Events are sent in order, and an update is sent even by an unclaimed router. Once it has arrived, the agent has
+    // handled the first event.
     lab.devices.deviceUpdated("Nobody's phone");
     tour.request(from, "device update", ofType("UPDATE_CD"));
     for (const auto& request : lab.record.since(from)) {
@@ -99,7 +100,7 @@ void tourEvents(Tour& tour) {
     const std::string tagged = lab.population.at(1).name;
     lab.store.set(field::Dilsignature::IsTagged.at(1), "both");
     tour.step(tagged + ", tagged, goes offline", [&] { tagNotified(tour, tagged, false); });
-    tour.step("and comes back", [&] { tagNotified(tour, tagged, true); });
+    tour.step(tagged + ", tagged, comes back online", [&] { tagNotified(tour, tagged, true); });
     tour.step("a scheduled speed test finishes", [&] { speedTestPushed(tour, SpeedTest{}, "B"); });
     tour.step("a manual speed test finishes", [&] {
         SpeedTest result;

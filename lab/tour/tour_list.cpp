@@ -32,7 +32,7 @@ void fetched(Tour& tour, const std::string& status, const std::string& fetchFor,
     tour.stored(field::DroStatus::cdilTransUuid, "Noop");
 }
 
-// A list request whose list is never built, or is empty, is refused after the watch period. Checks the refusal.
+// Checks that a list request is refused after the watch period. Its list is empty or never built.
 void timedOut(Tour& tour, std::size_t from, const std::string& transaction) {
     const auto refusal = tour.request(
         from, "refusal of the list request",
@@ -47,7 +47,7 @@ void timedOut(Tour& tour, std::size_t from, const std::string& transaction) {
 
 void oddLists(Tour& tour) {
     Lab& lab = tour.lab();
-    tour.step("a list announced as longer than it is holds what there is", [&] {
+    tour.step("a list announced with one device too many contains the actual devices", [&] {
         lab.population.resize(3);
         lab.devices.mood(ServiceMood::Wrong);
         fetched(tour, "0", "app", lab.population.rows());
@@ -72,7 +72,7 @@ void oddLists(Tour& tour) {
         lab.connector.deliver(envelope(transaction, "FETCH_CD", data), "FETCH_CD " + data);
         timedOut(tour, from, transaction);
         lab.devices.mood(ServiceMood::Ok);
-        // The unanswered transaction is still pending and would claim the next unrequested list.
+        // The unanswered transaction is still pending. Without this, the next unrequested list would answer it.
         lab.store.set(field::DroStatus::cdilTransUuid, "Noop");
     });
 }
@@ -92,9 +92,9 @@ void tourDeviceList(Tour& tour) {
         tour.stored(field::DroStatus::cdilTransUuid, "Noop");
     });
     tour.step("fetch all devices", [&] { fetched(tour, "0", "app", lab.population.rows()); });
-    tour.step("fetch those online", [&] { fetched(tour, "1", "online", lab.population.rows(true)); });
-    tour.step("fetch those offline", [&] { fetched(tour, "2", "offline", lab.population.rows(false)); });
-    tour.step("the fetch leaves its result for support", [&] {
+    tour.step("fetch the online devices", [&] { fetched(tour, "1", "online", lab.population.rows(true)); });
+    tour.step("fetch the offline devices", [&] { fetched(tour, "2", "offline", lab.population.rows(false)); });
+    tour.step("the fetch stores its result for support", [&] {
         check(lab.store.await(
                   {field::RADebugLog::dbgArg2.table},
                   [&] {
@@ -102,7 +102,7 @@ void tourDeviceList(Tour& tour) {
                       return result.starts_with("FETCH_CD,") && result.ends_with(",success");
                   },
                   kListPatience),
-              "it is \"" + lab.store.get(field::RADebugLog::dbgArg2) + "\"");
+              "dbgArg2 is \"" + lab.store.get(field::RADebugLog::dbgArg2) + "\"");
     });
     tour.step("fetch 256 devices", [&] {
         lab.population.resize(kRows);

@@ -48,7 +48,7 @@ void tourStart(Tour& tour) {
     tour.step("the agent starts and accepts cloud messages on port 4466", [&] {
         tour.startAgent();
         checkSame("published address", lab.connector.address(), "localhost:4466");
-        check(somebodyListens(kMessagePort), "nobody listens on port 4466");
+        check(isListening(kMessagePort), "port 4466 is closed");
     });
     tour.step("its version is in the store",
               [&] { checkSame("version", lab.store.get(field::DalModuleVersion::DroagentVersion), "1.3.10"); });
@@ -60,9 +60,9 @@ void tourStart(Tour& tour) {
     tour.step("a second agent refuses to start", [&] {
         AgentProcess second(lab.timeline);
         second.start({besideUs("droagent"), lab.logFile() + ".second", false, {}});
-        check(second.awaitEnd(std::chrono::seconds(5)) == 1, "it did not end with status 1");
+        check(second.awaitEnd(std::chrono::seconds(5)) == 1, "it did not exit with status 1");
     });
-    tour.step("it asks the connector to connect and registers the router", [&] {
+    tour.step("it requests a connection from the connector and registers the router", [&] {
         checkIdentity(tour, *registrationSince(tour, from));
         tour.stored(field::JorvagentCfg::jorv_force_connection, "0");
         tour.stored(field::DROStatus::addJorvdeviceIdDone, "true");
@@ -72,7 +72,7 @@ void tourStart(Tour& tour) {
 void tourRegistration(Tour& tour) {
     Lab& lab = tour.lab();
     std::size_t from = 0;
-    tour.step("an unregistered router asks its connector for a connection and registers", [&] {
+    tour.step("an unregistered router requests a connection from its connector and registers", [&] {
         forget(tour);
         answerRegistration(tour, true);
         from = lab.record.mark();
@@ -80,7 +80,7 @@ void tourRegistration(Tour& tour) {
         registrationSince(tour, from);
         tour.stored(field::DROStatus::addJorvdeviceIdDone, "true");
     });
-    tour.step("the registration names the router's features", [&] {
+    tour.step("the registration lists the router's features", [&] {
         const auto registration = registrationSince(tour, from);
         checkSame("supportedFeatures", printJson(member(registration->json, "supportedFeatures")),
                   R"({"CDIL":true,"NewDeviceNoti":true,"DeviceTagging":true,"BackgroudSpeedtest":true})");
@@ -109,14 +109,14 @@ void tourShutdown(Tour& tour) {
     Lab& lab = tour.lab();
     tour.step("on SIGUSR1 the agent exits with status 0", [&] {
         const auto status = lab.agent.stop(std::chrono::seconds(5));
-        check(status.has_value(), "it did not end");
-        check(*status == 0, "it ended with status " + std::to_string(*status));
+        check(status.has_value(), "it did not exit");
+        check(*status == 0, "it exited with status " + std::to_string(*status));
     });
     tour.step("its pid file is gone", [&] {
         struct stat file {};
         check(::stat(kPidFile, &file) != 0, std::string(kPidFile) + " is still there");
     });
-    tour.step("its port is closed", [&] { check(!somebodyListens(kMessagePort), "somebody listens on port 4466"); });
+    tour.step("its port is closed", [&] { check(!isListening(kMessagePort), "port 4466 is still open"); });
 }
 
 }  // namespace lab

@@ -28,7 +28,7 @@ milliseconds attemptsOf(Tour& tour, int attempts) {
         },
         attempts * tour.pace().pause);
     tour.lab().cloud.behave(Mood::Accept);
-    // Commands run one after the other: once the next one is acknowledged, this one and its last pause are over.
+    // Commands run one after the other. Once the next one is acknowledged, this one and its last pause have ended.
     const std::size_t next = lab.record.mark();
     const std::string probe = newTransaction();
     lab.connector.deliver(envelope(probe, "UPDATE_DTN_SCHEDULE", data), "UPDATE_DTN_SCHEDULE");
@@ -48,17 +48,18 @@ void tourCloudTrouble(Tour& tour) {
     Lab& lab = tour.lab();
     tour.settle(true);
     tour.step("a refused acknowledgement is not repeated", [&] { answeredOnce(tour, Mood::Refuse); });
-    tour.step("nor one answered with HTTP 500 and a body", [&] { answeredOnce(tour, Mood::Error); });
-    tour.step("nor one answered with what is no JSON", [&] { answeredOnce(tour, Mood::Garbage); });
+    tour.step("an acknowledgement answered with HTTP 500 and a body is not repeated",
+              [&] { answeredOnce(tour, Mood::Error); });
+    tour.step("an acknowledgement answered without JSON is not repeated", [&] { answeredOnce(tour, Mood::Garbage); });
     tour.step("an acknowledgement without an answer is repeated after a pause", [&] {
         lab.cloud.behave(Mood::Empty, 1);
         check(attemptsOf(tour, 2) >= tour.pace().pause, "the pause was too short");
     });
-    tour.step("so is one that the cloud hung up on", [&] {
+    tour.step("an acknowledgement is repeated when the cloud closes the connection early", [&] {
         lab.cloud.behave(Mood::Close, 1);
         check(attemptsOf(tour, 2) >= tour.pace().pause, "the pause was too short");
     });
-    tour.step("after three attempts it is given up", [&] {
+    tour.step("an acknowledgement is dropped after three attempts", [&] {
         lab.cloud.behave(Mood::Close, 3);
         check(attemptsOf(tour, 3) >= 2 * tour.pace().pause, "the pauses were too short");
     });
@@ -67,7 +68,7 @@ void tourCloudTrouble(Tour& tour) {
         attemptsOf(tour, 1);
         lab.cloud.slow(milliseconds(0));
     });
-    tour.step("a refused registration is tried three times, and again when the connector next reports", [&] {
+    tour.step("a refused registration is tried three times, and again at the connector's next report", [&] {
         lab.cloud.behave(Mood::Refuse);
         const std::size_t from = lab.record.mark();
         int seen = 0;

@@ -1,4 +1,4 @@
-// dom.js - elements: finding, making and limiting them. Texts only ever become text nodes.
+// dom.js - finds, creates and limits elements. Every text becomes a text node, never markup.
 
 export const byId = id => document.getElementById(id);
 

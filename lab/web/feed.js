@@ -1,5 +1,5 @@
-// feed.js - the connection to the lab: its description, its feed of events and values, and its operations.
-// Every request carries the key of the page's address.
+// feed.js - the connection to the lab: its description, its feed of events and values, and its operations. Every
+// request contains the key from the page's address.
 import {byId} from './dom.js';
 
 const key = location.hash.slice(1);
@@ -9,7 +9,7 @@ function showConnection(text, state) {
     byId('connection').className = state;
 }
 
-// Returns the lab's description, or null when it cannot be had; the header then shows the reason.
+// Returns the lab's description, or null when it cannot be loaded; the header then shows the reason.
 export async function describe() {
     const response = await fetch('/lab.json', {headers: {'X-Lab-Key': key}}).catch(() => null);
     if (!response?.ok) {
@@ -26,7 +26,7 @@ export async function perform(operation, args) {
     return response.ok ? response.json() : {ok: false, text: await response.text()};
 }
 
-// Calls `onItems` with each batch of events and values, and keeps the connection's state in the header.
+// Calls `onItems` with each batch of events and values, and shows the connection's state in the header.
 export function listen(onItems) {
     const source = new EventSource(`/events?key=${encodeURIComponent(key)}`);
     source.addEventListener('open', () => showConnection('live', 'live'));

@@ -1,4 +1,4 @@
-// format.js - times, durations and long texts as the page shows them.
+// format.js - formats times, durations and long texts for the page.
 
 export function clock(seconds) {
     const time = new Date(seconds * 1000);

@@ -1,4 +1,4 @@
-// lab.js - the lab's page: builds its parts and passes them what the lab sends.
+// lab.js - the lab's page: creates its parts and passes the lab's data to them.
 import {CloudView} from './cloud.js';
 import {commandForm} from './commands.js';
 import {Devices} from './devices.js';

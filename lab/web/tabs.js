@@ -1,4 +1,4 @@
-// tabs.js - the views of the side: one is open.
+// tabs.js - the tabs of the side panel, one of which is open.
 import {byId} from './dom.js';
 
 const tabs = [...document.querySelectorAll('[role=tab]')];

@@ -179,7 +179,7 @@ void WebPage::listen(int port) {
     });
     port_ = port == 0 ? server_->bind_to_any_port(kLoopback) : port;
     if (port_ <= 0 || (port != 0 && !server_->bind_to_port(kLoopback, port))) {
-        throw std::runtime_error("port " + std::to_string(port) + " is taken; name another one: drolab up --web " +
+        throw std::runtime_error("port " + std::to_string(port) + " is in use; choose another one: drolab up --web " +
                                  std::to_string(port + 1));
     }
     thread_ = std::jthread([this] { server_->listen_after_bind(); });

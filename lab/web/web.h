@@ -1,9 +1,9 @@
 // web.h - the lab as a web page: HTTP on 127.0.0.1 only, with server-sent events for updates.
 //
-// Every request except for the page's static files needs the key. It is in the fragment of the page's URL, which
-// browsers do not send. A request is refused with a different Host header (DNS rebinding), without the key, or as a
-// POST with a different Origin. So neither other users of the machine nor other sites in the same browser can see or
-// control the lab.
+// Every request except for the page's static files needs the key. The key is in the fragment of the page's URL, which
+// browsers do not send. The server refuses a request with a different Host header (DNS rebinding), a request without
+// the key, and a POST with a different Origin. Other users of the machine and other sites in the browser therefore
+// cannot see or control the lab.
 #pragma once
 
 #include <atomic>

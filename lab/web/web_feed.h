@@ -1,5 +1,6 @@
 // web_feed.h - the page's data: the lab's newest events and the store's current values, in one numbered sequence. Any
-// thread may add items. Each reader requests the items after its own position, so slow or lost readers block nobody.
+// thread may add items. Each reader requests the items after its own position, so a slow or lost reader does not block
+// the others.
 #pragma once
 
 #include <chrono>

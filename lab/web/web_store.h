@@ -27,7 +27,7 @@ class WebStore {
     void written(const std::string& table, int row, const std::string& name);
 
     WebFeed& feed_;
-    std::mutex mutex_;  // held from reading a value until it is in the feed, which keeps values in order
+    std::mutex mutex_;  // held while a value is read and added to the feed, so values stay in order
     Store store_;
 };
 

@@ -67,7 +67,7 @@ TEST_F(LabTest, DeviceServiceTellsOfTaggedDevicesAsTagged) {
 TEST_F(LabTest, OperationsSayWhatIsWrongWithThem) {
     EXPECT_EQ(act("cloud", R"({"mood":"sideways"})").text,
               "\"sideways\" is not one of: down, slow, close, empty, error, garbage, refuse, stall, up");
-    EXPECT_EQ(act("cloud", R"({"mood":"slow","value":"soon"})").text, "value: \"soon\" is no number");
+    EXPECT_EQ(act("cloud", R"({"mood":"slow","value":"soon"})").text, "value: \"soon\" is not a number");
     for (const std::string wrong : {"24:00:00", "23:59:60", "2:00:00", "02:00:00 ", "02:00", ""}) {
         EXPECT_EQ(act("sync-time", R"({"value":")" + wrong + R"("})").text,
                   "\"" + wrong + "\" is neither HH:MM:SS nor null");
@@ -188,7 +188,7 @@ TEST_F(WebTest, AReaderThatDoesNotReadHoldsUpNobody) {
     std::chrono::steady_clock::duration longest{};
     for (int i = 0; i < 400; ++i) {
         const auto begin = std::chrono::steady_clock::now();
-        timeline_.tell(Actor::Lab, Actor::Agent, "number " + std::to_string(i), std::string(65536, 'x'));
+        timeline_.message(Actor::Lab, Actor::Agent, "number " + std::to_string(i), std::string(65536, 'x'));
         longest = std::max(longest, std::chrono::steady_clock::now() - begin);
     }
     EXPECT_LT(longest, milliseconds(1500)) << "such a reader is given up after two seconds";

@@ -25,7 +25,7 @@ def await_line(lab, start):
         what = json.loads(line)["what"]
         if what.startswith(start):
             return what[len(start):]
-    raise RuntimeError(f"the lab ended before it said: {start}")
+    raise RuntimeError(f"the lab ended before the line: {start}")
 
 
 class Page:
@@ -50,7 +50,7 @@ class Page:
 
 def check(page, lab):
     page.shows("#connection", "live")
-    await_line(lab, "the agent takes messages")
+    await_line(lab, "the agent accepts messages")
     page.shows("#facts", "registered")
     blocked = 'td[data-table="Dilsignature"][data-row="1"][data-field="AllowOrBlock"]'
     page.shows(blocked, "allow")
