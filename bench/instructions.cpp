@@ -76,7 +76,7 @@ class Link {
         const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         require(connect(descriptor, reinterpret_cast<const sockaddr*>(&address_), sizeof address_) == 0 &&
                     write(descriptor, message.data(), message.size()) == static_cast<ssize_t>(message.size()),
-                "the link took no message");
+                "the link accepted no message");
         close(descriptor);
         require(jorv::jorvHandleSock(listening_, handle) == 0, "no receiver");
         handled_.acquire();

@@ -17,7 +17,7 @@ void measure_queue(Report& report);
 void measure_record(Report& report);
 void measure_commands(Report& report);
 void measure_lists_at_once(Report& report);
-// Watches the idle agent for `duration`.
+// Observes the idle agent for `duration`.
 void measure_idle(Report& report, std::chrono::seconds duration);
 void measure_circle(Report& report);
 void measure_registration(Report& report);

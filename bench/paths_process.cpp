@@ -38,7 +38,7 @@ Clock::duration time_to_link(const Router& router, dro_test::Launch launch) {
     close(ends[1]);
     process.signal(SIGUSR1);
     if (!known || process.wait_exit() != 0) {
-        throw std::runtime_error("a program did not start or end as it should");
+        throw std::runtime_error("a program did not start or exit as expected");
     }
     return linked - started;
 }

@@ -29,12 +29,12 @@ void announce(const Router& router, const Notices& notices, int row, std::size_t
     notices.wait_for("RADebugLog.dbgArg1", mark);
 }
 
-// Polls rarely: each poll makes the server copy all its requests, and the server's answers are being timed.
+// Polls rarely. Each poll makes the server copy all its requests, and the measurement includes the server's answers.
 std::vector<dro_test::Request> drained(const Router& router) {
-    constexpr std::chrono::milliseconds kLook{50};
+    constexpr std::chrono::milliseconds kPollPause{50};
     const auto deadline = Clock::now() + dro_test::kPatience;
     while (router.cloud.requests(kPath).size() < kSlots && Clock::now() < deadline) {
-        std::this_thread::sleep_for(kLook);
+        std::this_thread::sleep_for(kPollPause);
     }
     return arrived(router.cloud, kSlots, kPath);
 }
@@ -42,7 +42,7 @@ std::vector<dro_test::Request> drained(const Router& router) {
 void require_order(const std::vector<dro_test::Request>& requests) {
     for (int row = 0; row < kSlots; ++row) {
         if (device_in(requests[static_cast<std::size_t>(row)]) != mac_of(row)) {
-            throw std::runtime_error("event " + std::to_string(row) + " came out of its order");
+            throw std::runtime_error("event " + std::to_string(row) + " arrived out of order");
         }
     }
 }

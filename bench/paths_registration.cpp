@@ -22,7 +22,7 @@ Clock::duration register_ours(Router& router, std::string& body) {
     const dro_test::Request request = arrived(router.cloud, 1, kPath).front();
     body = request.body;
     if (!router.store.wait_for(kDone, "true")) {
-        throw std::runtime_error("the agent did not take the answer");
+        throw std::runtime_error("the agent did not process the answer");
     }
     router.cloud.forget();
     std::this_thread::sleep_for(kSettle);

@@ -95,7 +95,8 @@ struct Notices::State {
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<std::pair<std::string, Clock::time_point>> seen;
-    std::string awaited;  // only this field wakes the waiting thread, so the agent keeps the processor
+    std::string
+        awaited;  // only this field wakes the waiting thread; other notices would take processor time from the agent
 
     static void on_notice(const char* table, int /*row*/, const char* field, void* self) {
         const auto now = Clock::now();
@@ -185,7 +186,7 @@ std::vector<dro_test::Request> arrived(const dro_test::TestCloud& cloud, std::si
 
 Clock::time_point deliver(const std::string& message) {
     if (!dro_test::send_message(dro_test::kNotificationPort, message)) {
-        throw std::runtime_error("the agent took no message");
+        throw std::runtime_error("the agent accepted no message");
     }
     return Clock::now();
 }
@@ -230,7 +231,7 @@ Clock::time_point wait_for_port(int port) {
             return now;
         }
         if (Clock::now() > deadline) {
-            throw std::runtime_error("nobody listens on " + std::to_string(port));
+            throw std::runtime_error("nothing listens on " + std::to_string(port));
         }
         std::this_thread::sleep_for(kLook);
     }

@@ -33,7 +33,7 @@ struct Router {
     dro_test::TestStore store;
     dro_test::TestCloud cloud;
     dro_test::Session mySession;
-    BareStore bare;  // as many values as the store has
+    BareStore bare;  // with the same number of values as the store
 };
 
 // The shipped agent on that router, with its link open. Stopped with SIGUSR1.
@@ -50,8 +50,8 @@ class RunningAgent {
     dro_test::AgentProcess process_;
 };
 
-// Records when writes to some tables are noticed, from its construction on. The times are taken on the session's
-// delivery thread, so they include a notice's latency (measured by storeNotice in store_bench).
+// Records the times of notices from some tables, from its construction on. The times are taken on the session's
+// delivery thread, so they include the latency of a notice (measured by storeNotice in store_bench).
 class Notices {
  public:
     explicit Notices(std::initializer_list<const char*> tables);

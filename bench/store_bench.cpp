@@ -45,7 +45,7 @@ class Store {
     }
     ~Store() {
         session_.reset();
-        // Its delivery thread may exit later and ring a bell again. A file created then is left behind.
+        // The session's delivery thread may exit after the removal and create a bell file, which remains.
         std::error_code ignored;
         std::filesystem::remove_all(folder_, ignored);
     }

@@ -23,8 +23,8 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-// Sends a message until the agent has accepted it, which it shows by closing the connection: the kernel may drop a
-// connection of a full backlog that the client considers established. Returns the number of attempts.
+// Sends a message until the agent accepts it and closes the connection. When the backlog is full, the kernel may drop a
+// connection that the client considers established. Returns the number of attempts.
 int deliver(const std::string& message) {
     for (int times = 1;; ++times) {
         const int descriptor = connect_to(kNotificationPort);
@@ -63,7 +63,7 @@ class Attacks : public ProcessTest {
                    json_value(request.body, "transactionStatus") == "1";
         });
     }
-    // Sends a command and waits for its acknowledgement. Forgets the requests before it.
+    // Discards earlier requests, sends a command and waits for its acknowledgement.
     void expect_answer() {
         cloud.forget();
         deliver(block_command(++number_));
@@ -83,7 +83,7 @@ class Attacks : public ProcessTest {
 
 // ---- The process ----
 
-TEST_F(Attacks, KilledAtAnyInstantItStartsAgainAndNothingCommittedIsLost) {
+TEST_F(Attacks, AKillAtAnyMomentLosesNothingCommittedAndTheNextStartWorks) {
     const int kills = rounds(5, 200);
     int committed = 0;
     for (int i = 0; i < kills; ++i) {
@@ -101,8 +101,8 @@ TEST_F(Attacks, KilledAtAnyInstantItStartsAgainAndNothingCommittedIsLost) {
         }
         ASSERT_EQ(agent.wait_exit(), 256 + SIGKILL) << agent.output();
         ASSERT_EQ(store.get("DALHNotifyNDN.Index"), std::to_string(committed % 200));
-        // An order that the device service sees is complete, and an acknowledged order was written. The reverse may
-        // fail: without an acknowledgement the cloud repeats its command.
+        // A triggered request is complete, and an acknowledged command has been written. A written command may lack its
+        // acknowledgement; the cloud then repeats the command.
         const bool ordered = store.get("DALHConfig.ProcessID") == "1";
         ASSERT_TRUE(ordered || !acknowledged(number_));
         if (ordered) {
@@ -115,7 +115,7 @@ TEST_F(Attacks, KilledAtAnyInstantItStartsAgainAndNothingCommittedIsLost) {
     ASSERT_TRUE(agent.wait_for_link()) << agent.output();
     expect_answer();
     expect_prompt_end(agent);
-    tell(kills, " kills among ", committed, " writes");
+    print_figures(kills, " kills among ", committed, " writes");
 }
 
 // True once the process has installed its own SIGUSR1 handler. Until then the default action would kill it.
@@ -125,9 +125,9 @@ bool handles_end(pid_t process) {
     return at != std::string::npos && (std::stoull(status.substr(at + 7), nullptr, 16) >> (SIGUSR1 - 1) & 1) != 0;
 }
 
-TEST_F(Attacks, SigusrOneEndsItAtAnyInstant) {
+TEST_F(Attacks, Sigusr1StopsTheAgentAtAnyMoment) {
     const Cases<const char*, Answer, const char*, const char*> states{
-        // connector registered, the cloud's answer, the log line that precedes the moment, the name of the case
+        // connector registered, the cloud's answer, the log line before the signal, the name of the case
         {"1", kAccepted, nullptr, "start-up"},
         {"0", kAccepted, "=====LOCKed Process..=====\n", "a command"},
         {"0", kAccepted, "NDN Event Matched!\n", "a push"},
@@ -158,12 +158,12 @@ TEST_F(Attacks, SigusrOneEndsItAtAnyInstant) {
         worst = std::max(worst, expect_prompt_end(agent));
         ASSERT_FALSE(HasFailure()) << agent.output() << file_text(agent.log().path());
     }
-    tell(times, " ends, the longest ", worst.count(), " ms");
+    print_figures(times, " stops, the longest ", worst.count(), " ms");
 }
 
 // ---- The connector ----
 
-TEST_F(Attacks, CommandsThatWaitAtTheStopAreNotStarted) {
+TEST_F(Attacks, WaitingCommandsAreNotStartedAfterAStop) {
     for (int round = 0; round < 10; ++round) {
         cloud.script("transactionAck/", {kStall});
         AgentProcess agent(store);
@@ -180,7 +180,7 @@ TEST_F(Attacks, CommandsThatWaitAtTheStopAreNotStarted) {
     }
 }
 
-TEST_F(Attacks, AHostileConnectorHoldsUpNobodyForLong) {
+TEST_F(Attacks, AHostileConnectorDelaysOthersOnlyBriefly) {
     AgentProcess agent(store);
     const auto before = idle(agent);
     send_message(kNotificationPort, std::string(65'791, ' '));
@@ -201,7 +201,7 @@ std::size_t occurrences(const std::string& text, const std::string& wanted) {
     return at == std::string::npos ? 0 : 1 + occurrences(text.substr(at + 1), wanted);
 }
 
-TEST_F(Attacks, ALinkWithoutDescriptorsPausesAndLosesNoConnection) {
+TEST_F(Attacks, ALinkWithoutDescriptorsPausesAndKeepsEveryConnection) {
     constexpr const char* kLinkLog = "/tmp/libJorvhdlr.log";
     constexpr const char* kFailed = "Accept error.: ";
     fs::remove(kLinkLog);
@@ -238,7 +238,7 @@ TEST_F(Attacks, ALinkWithoutDescriptorsPausesAndLosesNoConnection) {
     expect_prompt_end(agent);
 }
 
-TEST_F(Attacks, ManyCommandsInAStormOfSignalsAndManyAtOnceLeaveNothingBehind) {
+TEST_F(Attacks, ManySignalsAndConcurrentCommandsLeaveNoThreadsOrDescriptors) {
     AgentProcess agent(store);
     const auto before = idle(agent);
     const int commands = rounds(100, 10'000);
@@ -267,7 +267,7 @@ TEST_F(Attacks, ManyCommandsInAStormOfSignalsAndManyAtOnceLeaveNothingBehind) {
     EXPECT_EQ(cloud.wait_for(together, "transactionAck/").size(), together);
     EXPECT_TRUE(eventually([&] { return threads_and_descriptors(agent) == before; }));
     expect_prompt_end(agent);
-    tell(commands, " commands, ", signals, " signals, ", together, " at once");
+    print_figures(commands, " commands, ", signals, " signals, ", together, " at once");
 }
 
 Launch quick(int pauseMs, int watchMs = 75'000) {
@@ -298,8 +298,8 @@ TEST_F(Attacks, AStalledCloudLimitsTheThreads) {
     for (const std::string what : {"cdilTimeout", "CDIL", "CircleAct"}) {
         EXPECT_TRUE(agent.log().wait_for("All 256 places for monitors and producers are taken: none for " + what));
     }
-    tell(times, " fetches and lists: ", most, " more threads");
-    EXPECT_LE(most, 256 + 51) << "places, and receivers of messages";
+    print_figures(times, " fetches and lists: ", most, " more threads");
+    EXPECT_LE(most, 256 + 51) << "256 places and 51 receivers of messages";
     cloud.answer_all(kAccepted);
     cloud.release();
     EXPECT_TRUE(eventually([&] { return threads_and_descriptors(agent).first == before; }));
@@ -363,10 +363,10 @@ struct SmallDisk {
     }
 };
 
-TEST_F(Attacks, AStoreThatFailsIsSaidAndOutlived) {
+TEST_F(Attacks, AFailingStoreIsReportedAndSurvived) {
     const SmallDisk disk;
     if (!disk.there) {
-        GTEST_SKIP() << "no file system of the test's own";
+        GTEST_SKIP() << "the test has no mount namespace";
     }
     const Cases<const char*, const char*, std::string, std::string> troubles{
         // command that starts the fault, command that ends it, error of a running agent, error of a starting one
@@ -383,7 +383,7 @@ TEST_F(Attacks, AStoreThatFailsIsSaidAndOutlived) {
         AgentProcess agent(small, launch);
         ASSERT_TRUE(agent.wait_for_link()) << agent.output();
         run(begin);
-        // Fills the space that earlier commits have left.
+        // Repeats the command until the remaining space is used.
         ASSERT_TRUE(eventually([&, &said = said] {
             cloud.forget();
             deliver(block_command(++number_));

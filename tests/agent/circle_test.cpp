@@ -26,8 +26,8 @@ Texts joined(Texts first, const Texts& second) {
 
 class Circle : public AgentTest {
  protected:
-    // Checks what `order` writes while the field `failing` cannot be written, and its acknowledgements, followed by one
-    // kNoAcknowledgement for each other request.
+    // Checks the writes and acknowledgements of `order` while the field `failing` cannot be written. `reported` ends
+    // with one kNoAcknowledgement for each request that is not an acknowledgement.
     void expect_order(const std::function<void()>& order, const Texts& writes, const Texts& reported,
                       const std::string& failing = "") {
         forget();
@@ -71,7 +71,7 @@ TEST_F(Circle, AnActivationIsWrittenForTheAgentOrRefused) {
     expect("ACTIVATE_CIRCLE", "u-2", {}, {kAct, "CircleCfgInternal.actionDROA=activate", kProvisionOff},
            {"u-2 0 Failed to Set DAL Attr"}, false, "CircleCfgInternal.actionDROA");
     expect("ACTIVATE_CIRCL", "u-2", {}, none, {});
-    for (const char* command : {"ACTIVATE_CIRCLE", "DEACTIVATE_CIRCLE"}) {  // done already
+    for (const char* command : {"ACTIVATE_CIRCLE", "DEACTIVATE_CIRCLE"}) {  // already done
         expect(command, "u-1", {}, {kProvisionOff, kAnswerOff, kProvisionOff},
                {"u-1 1 Already Activated", kNoAcknowledgement});
         EXPECT_TRUE(log.has("message = Success-Already Activated\n"));
@@ -81,7 +81,7 @@ TEST_F(Circle, AnActivationIsWrittenForTheAgentOrRefused) {
     EXPECT_TRUE(log.has("Call Circle Status API failed!\n", 4));
 }
 
-TEST_F(Circle, TheDeviceUuidIsReportedUntilItIsHeard) {
+TEST_F(Circle, TheDeviceUuidIsReportedUntilTheCloudAnswers) {
     const auto expect = [&](const std::vector<Answer>& answers, int result, const Texts& writes, const char* logged,
                             int level) {
         const auto report = [&] {
@@ -104,7 +104,7 @@ TEST_F(Circle, TheDeviceUuidIsReportedUntilItIsHeard) {
     expect_three_attempts(true);
 }
 
-TEST_F(Circle, AnOutcomeThatNobodyHeardChangesNoState) {
+TEST_F(Circle, AnUnansweredOutcomeChangesNoState) {
     EXPECT_EQ(dro::sync_circle_status(2, 1, "u-1", "any"), 0);
     EXPECT_TRUE(log.in_order(
         {"Func called for circle API sync for Stage 2\n", "No Case Matched! for circle Sync\n", "message = any\n"}));
@@ -254,12 +254,12 @@ TEST_F(Circle, AToggleIsWrittenForTheAgentOrAnsweredAtOnce) {
     store.set("CircleStatus.sorbStatus", "enabled");
     const StoreSpy spy;
     dro::toggle_circle("u-2", data_text(kOn));
-    EXPECT_EQ(spy.writes(), Texts{"DroStatus.CircleToggle=false"}) << "nobody heard that there was nothing to do";
+    EXPECT_EQ(spy.writes(), Texts{"DroStatus.CircleToggle=false"}) << "the reply that nothing changes was not answered";
 }
 
 // ---- Health ----
 
-TEST_F(Circle, TheAgentsHealthReachesTheCloud) {
+TEST_F(Circle, TheAgentsHealthIsReportedToTheCloud) {
     dro::circle_cb_subscription();
     const Cases<const char*, const char*, const char*, std::string, std::string> cases{
         {"sorbAgentRunning", "false", "circle Agent running Status callback\n", "SORB_agent_running", "false"},
@@ -284,7 +284,7 @@ TEST_F(Circle, TheAgentsHealthReachesTheCloud) {
     }
 }
 
-TEST_F(Circle, AHealthEventIsTriedThreeTimesAndDropped) {
+TEST_F(Circle, AHealthReportIsTriedThreeTimesAndDropped) {
     durations.retryPause = std::chrono::milliseconds(500);
     dro::set_durations(durations);
     EXPECT_EQ(dro::sendClientStatus(nullptr, "true"), 1);
@@ -295,7 +295,7 @@ TEST_F(Circle, AHealthEventIsTriedThreeTimesAndDropped) {
     cloud.script("deviceEvents", {kAccepted, kRefused});
     EXPECT_EQ(dro::sendClientStatus("RCLIENT", "CONNECTED"), 0);
     EXPECT_EQ(dro::sendClientStatus("RCLIENT", "CONNECTED"), 1);
-    EXPECT_EQ(cloud.requests().size(), 2U) << "a refused one is not tried again";
+    EXPECT_EQ(cloud.requests().size(), 2U) << "a refused report is not sent again";
     cloud.forget();
     cloud.answer_all(kEmpty);
     dro::rClientStatus_cbHandler(nullptr);

@@ -80,7 +80,7 @@ TEST_F(Command, ChecksTheEnvelopeItself) {
     expect(envelope(text_of(127), "X"), 0, "data object is not present!\n", 2, {text_of(127) + " 0 Invalid Command"});
 }
 
-TEST_F(Command, ReportsAStoreThatFails) {
+TEST_F(Command, ReportsAFailingStore) {
     const std::string mac = R"("cdMac":"02:00:00:00:00:01")";
     const auto failing = [&](const Texts& commands, const Texts& fields, const std::string& acknowledgement) {
         for (const std::string& command : commands) {
@@ -108,7 +108,8 @@ TEST_F(Command, ReportsAStoreThatFails) {
 }
 
 TEST_F(Command, WritesItsRequestAndTriggersLast) {
-    // `expected`: the writes, to DALHConfig unless another table is named. Nothing acknowledges a list but the list.
+    // `expected`: the writes, to DALHConfig unless another table is named. Only the list itself acknowledges a list
+    // command.
     const auto writes = [&](const char* command, const std::string& data, const std::string& expected,
                             const Texts& acks = {"u 1 Success"}) {
         SCOPED_TRACE(command + data);
@@ -193,7 +194,7 @@ TEST_F(Command, WritesItsRequestAndTriggersLast) {
     EXPECT_EQ(spy.writes().at(4), "RADebugLog.dbgArg1=FETCH_CD command recieved from cloud");
 }
 
-TEST_F(Command, AcknowledgesByteForByteAndRetriesOnlySilence) {
+TEST_F(Command, AcknowledgesByteForByteAndRetriesOnlyWithoutAnAnswer) {
     EXPECT_EQ(dro::sendTransactionACK("t-1", 0, "a \"reason\""), 0);
     EXPECT_EQ(after_signature(cloud.requests("transactionAck/").at(0).body),
               R"(,"transactionId":"t-1","transactionStatus":"0","failureReason":"a "reason""})");
@@ -205,7 +206,7 @@ TEST_F(Command, AcknowledgesByteForByteAndRetriesOnlySilence) {
     const StoreSpy spy;
     EXPECT_EQ(dro::sendTransactionACK("t-2", 1, "Success"), 0);
     EXPECT_EQ(cloud.requests().size(), 1U);
-    EXPECT_TRUE(spy.writes().empty()) << "the Circle state was not heard";
+    EXPECT_TRUE(spy.writes().empty()) << "no acknowledgement reported the Circle state";
     cloud.forget();
     cloud.answer_all(text_answer("", 503));
     EXPECT_EQ(dro::sendTransactionACK("t-3", 1, "Success"), 1);

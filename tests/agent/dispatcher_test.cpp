@@ -17,7 +17,7 @@ namespace {
 
 using Queue = AgentTest;
 
-TEST_F(Queue, HandsEventsOverInTheirOrderCutAtTheirSizes) {
+TEST_F(Queue, ReturnsEventsInOrderTruncatedToTheirSizes) {
     EXPECT_TRUE(dro::isQueueEmpty());
     EXPECT_EQ(dro::dequeue(), 0);
     for (const char* payload : {"1", "2", "3"}) {
@@ -31,14 +31,14 @@ TEST_F(Queue, HandsEventsOverInTheirOrderCutAtTheirSizes) {
     EXPECT_TRUE(dro::isQueueEmpty());
     EXPECT_EQ(dro::dequeue(), 0);
     EXPECT_TRUE(log.has("Dequeue Queue Data at index : 2, at Queue position = 1\n"));
-    EXPECT_EQ(log.count_starting("Dequeue Queue Data at index : "), 3U) << "the last one goes without a line";
+    EXPECT_EQ(log.count_starting("Dequeue Queue Data at index : "), 3U) << "no line for the last event";
     constexpr std::size_t kMost = std::size_t{2} * 1024 * 1024 - 1;
     EXPECT_EQ(dro::enqueue_buf({"UPDATE_CD", std::string(kMost + 10, 'x')}), 1);
     EXPECT_EQ(dro::wait_for_event()->type, "UPDAT");
     EXPECT_TRUE(take_payload() == std::string(kMost, 'x'));
 }
 
-TEST_F(Queue, IsFullAfter256UntilItHasBeenEmpty) {
+TEST_F(Queue, IsFullAfter256EventsUntilItIsEmpty) {
     for (int i = 0; i < 256; ++i) {
         EXPECT_FALSE(dro::isQueueFull());
         ASSERT_EQ(dro::enqueue_buf({"NDNEV", "{}"}), 1) << i;
@@ -48,13 +48,13 @@ TEST_F(Queue, IsFullAfter256UntilItHasBeenEmpty) {
     for (int i = 0; i < 255; ++i) {
         ASSERT_EQ(dro::dequeue(), 1) << i;
     }
-    EXPECT_TRUE(dro::isQueueFull()) << "it is no ring";
+    EXPECT_TRUE(dro::isQueueFull()) << "the queue is not a ring";
     EXPECT_EQ(dro::enqueue_buf({"NDNEV", "{}"}), 0);
     EXPECT_EQ(dro::dequeue(), 1);
     EXPECT_EQ(dro::enqueue_buf({"DTN", "{}"}), 1);
 }
 
-TEST_F(Queue, ShowsAnEventOnlyOnceItsMarkIsWritten) {
+TEST_F(Queue, ReturnsAnEventOnlyAfterItsMarkIsWritten) {
     StoreSpy spy;
     std::future<void> consumed;
     spy.before_write("RADebugLog.dbgArg1", [&] {
@@ -118,7 +118,7 @@ constexpr const char* kNoDevice = "DALHNotifyDTN.Index=257";
 constexpr const char* kListSent = "RADebugLog.cdilDebugStatus=success";
 constexpr const char* kUnknown = "BSTCfg.BSTStatus=Unknown";
 
-TEST_F(Dispatcher, SendsEachEventByItsOwnWay) {
+TEST_F(Dispatcher, SendsEachTypeToItsEndpoint) {
     start();
     expect("NDNEV", "/syncCD/NDN", {}, "NDN Event Matched!\n", 2);
     expect("DTN", "/syncCD/DTN", {kNoDevice}, "DTN Event Matched!\n", 1);
@@ -141,7 +141,7 @@ TEST_F(Dispatcher, SendsEachEventByItsOwnWay) {
     expect("UPDAT", "/syncCD/UPDATE_CD", {}, "UPDATE_CD Event Matched!\n", 2);
 }
 
-TEST_F(Dispatcher, GoesOnAfterAnEventOrAReadThatFailed) {
+TEST_F(Dispatcher, ContinuesAfterAFailedEventOrRead) {
     start();
     store.set("BSTResults.bstRequestType", "scheduled");
     cloud.answer_all(kRefused);
@@ -160,10 +160,10 @@ TEST_F(Dispatcher, GoesOnAfterAnEventOrAReadThatFailed) {
     StoreSpy spy;
     spy.fail("DroCfg.claimState", HAB_TIMEOUT);
     dro::enqueue_buf({"NDNEV", "{}"});
-    EXPECT_EQ(cloud.wait_for(1).size(), 1U) << "the last claim state that could be read holds";
+    EXPECT_EQ(cloud.wait_for(1).size(), 1U) << "the last known claim state is used";
 }
 
-TEST_F(Dispatcher, LooksAtAnUnknownEventAgainAndAgainWhileLaterOnesWait) {
+TEST_F(Dispatcher, RetriesAnUnknownEventWhileLaterOnesWait) {
     start();
     const auto begin = std::chrono::steady_clock::now();
     dro::enqueue_buf({"NDN", "{}"});  // two characters short
@@ -174,7 +174,7 @@ TEST_F(Dispatcher, LooksAtAnUnknownEventAgainAndAgainWhileLaterOnesWait) {
     EXPECT_TRUE(log.has("Event on ArrQueue NDNEV\n")) << "the newest event's tag";
     EXPECT_TRUE(cloud.requests().empty());
     dro::dequeue();
-    EXPECT_EQ(cloud.wait_for(1).size(), 1U) << "the one behind it";
+    EXPECT_EQ(cloud.wait_for(1).size(), 1U) << "the next event";
 }
 
 TEST_F(Dispatcher, KeepsAnEventWhosePushTheStopInterrupts) {
@@ -198,7 +198,7 @@ TEST_F(Dispatcher, KeepsAnEventWhosePushTheStopInterrupts) {
     }
 }
 
-TEST_F(Dispatcher, IsNotThereWithoutTheStoresSupport) {
+TEST_F(Dispatcher, DoesNotStartWithoutTheStoresSupport) {
     EXPECT_EQ(dro::init_dispatcher(), 0);
     EXPECT_TRUE(log.has(
         "Dispatcher is Not support of the device! Will enable Dispatcher if Dispatcher support is enabled!\n", 2));

@@ -71,7 +71,7 @@ TEST_F(Entry, NoticesReachTheHandlerOfTheirField) {
     EXPECT_EQ(dro::dal_call_on_change(longName.c_str(), "b", count, nullptr), 1);
 }
 
-TEST_F(Entry, ConnectorStateRegistersOrAsksForAConnection) {
+TEST_F(Entry, ConnectorStateRegistersOrRequestsAConnection) {
     const Texts forced{"JorvagentCfg.jorv_force_connection=1"};
     const Cases<int, int, int, std::size_t, Texts> cases{
         {1, 0, 0, 1, {}}, {0, 0, 1, 1, {}}, {0, 1, 0, 0, forced}, {0, 0, 0, 0, {}}, {1, 1, 1, 1, {}}};

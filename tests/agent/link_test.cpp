@@ -104,7 +104,7 @@ TEST_F(Link, ReportsTheConnectorAtOnceAndOnEveryChange) {
     EXPECT_TRUE(logged("jorvagentChgNtf 0, 1, 1\n"));
 }
 
-TEST_F(Link, OpensWhatItHasACallbackFor) {
+TEST_F(Link, OpensOnlyPortsWithACallback) {
     for (const int left : {0, 1, 2}) {
         EXPECT_EQ(jorv::Jorv_Handler_init("1023", kNotificationPort, left == 0 ? nullptr : on_message, kEventPort,
                                           left == 1 ? nullptr : on_message, left == 2 ? nullptr : on_status),
@@ -146,7 +146,7 @@ TEST_F(Link, FailsCleanlyAndMayBeTriedAgain) {
     }
 }
 
-TEST_F(Link, EndsTheProcessWithoutAThreadForAMessage) {
+TEST_F(Link, ExitsTheProcessWithoutAThreadForAMessage) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto refuse = [] {
         open();
@@ -160,7 +160,7 @@ TEST_F(Link, EndsTheProcessWithoutAThreadForAMessage) {
 TEST_F(Link, AnswersOnLoopbackOnly) {
     constexpr in_addr_t kElsewhere = 0xC0000201;  // 192.0.2.1, an address of this machine
     if (std::system("ip address add 192.0.2.1/24 dev lo") != 0) {
-        GTEST_SKIP() << "no network of the test's own";
+        GTEST_SKIP() << "the test has no network namespace";
     }
     ASSERT_EQ(open(), 0);
     for (const int port : {kNotificationPort, kEventPort}) {
@@ -171,7 +171,7 @@ TEST_F(Link, AnswersOnLoopbackOnly) {
     EXPECT_EQ(std::system("ip address delete 192.0.2.1/24 dev lo"), 0);
 }
 
-TEST_F(Link, LetsACrowdOfReceiversThinOutAndClosesAtOnceInOne) {
+TEST_F(Link, PausesForACrowdOfReceiversAndStillClosesAtOnce) {
     jorv::timings() = {kPatience, std::chrono::milliseconds(20)};
     ASSERT_EQ(open(), 0);
     auto connections = crowd(51);
@@ -192,7 +192,7 @@ TEST_F(Link, LetsACrowdOfReceiversThinOutAndClosesAtOnceInOne) {
     std::for_each(connections.begin(), connections.end(), close);
 }
 
-TEST_F(Link, KeepsOneOldLogOfItsOwn) {
+TEST_F(Link, KeepsOneOldLogAndRefusesForeignFiles) {
     constexpr std::size_t kLargest = std::size_t{1024} * 1024;
     std::ofstream(log_path_) << std::string(kLargest, 'x');
     jorv::jorvLog(jorv::ERROR, "after %d\n", 1);

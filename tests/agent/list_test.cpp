@@ -22,7 +22,7 @@ std::string built(int index, int mode) {
     return text.get();
 }
 
-TEST_F(Record, StateWordsHaveOneDigit) {
+TEST_F(Record, MapsStateNamesToOneDigit) {
     const Cases<std::string, char> cases{{"DOWN", '0'},  {"allow", '0'}, {"untag", '0'},  {"UP", '1'},
                                          {"block", '1'}, {"both", '1'},  {"online", '2'}, {"offline", '3'},
                                          {"up", '?'},    {"UPPER", '?'}, {"tag", '?'},    {"", '?'}};
@@ -37,7 +37,7 @@ TEST_F(Record, StateWordsHaveOneDigit) {
     EXPECT_EQ(json_value(built(3, dro::kRecordNewDevice), "cdTaggedStatus"), "");
 }
 
-TEST_F(Record, IsCompleteWhereTheStoreHasNoRowOrFails) {
+TEST_F(Record, IsCompleteWithoutARowAndWithAFailingStore) {
     EXPECT_EQ(built(257, dro::kRecordNewDevice),
               R"({"mac":"00:00:00:00:00:00","cdIP":"0.0.0.0","connApMac":"00:00:00:00:00:00","cdName":"","cdModel":"",)"
               R"("cdType":"","cdBrand":"","cdNetworkInfo":"Home router","cddisplayType":"","cdConnectionInterface":"",)"
@@ -72,7 +72,7 @@ class DeviceList : public AgentTest {
     }
 
     // One cycle of the device service: rows 0, 31 and 224, with their announced number. Waits until the agent has
-    // handled the notice of its own reset; an earlier second cycle would be handled twice.
+    // handled the notice of its own reset. A second cycle before that would be handled twice.
     void complete_cycle(const char* total) {
         store.set_all({{"DALHNotifyCDIL.IndexBitMask0", "2147483649"},
                        {"DALHNotifyCDIL.IndexBitMask7", "1"},
@@ -86,9 +86,9 @@ class DeviceList : public AgentTest {
     std::size_t cycles_ = 0;
 };
 
-// ---- Asking ----
+// ---- Requests ----
 
-TEST_F(DeviceList, AFetchIsWrittenInItsOrder) {
+TEST_F(DeviceList, AFetchIsWrittenInOrder) {
     const std::string request = "DALHConfig.CDILRequest=";
     const Cases<unsigned, Texts> cases{
         {0, {request + "occupied"}}, {1, {request + "online"}}, {2, {request + "offline"}}, {7, {}}};
@@ -104,17 +104,17 @@ TEST_F(DeviceList, AFetchIsWrittenInItsOrder) {
     }
     EXPECT_TRUE(log.in_order({"Setting CDIL timeout on DroStatus !\n", "Setting CDIL transUUID on DroStatus\n",
                               "Setting CDIL fetchFor on drostatus\n"}));
-    EXPECT_TRUE(cloud.requests().empty()) << "the list is the answer";
+    EXPECT_TRUE(cloud.requests().empty()) << "only the list answers the command";
     StoreSpy spy;
     spy.fail("DroStatus.cdilfetchFor", HAB_TIMEOUT);
     dro::init_fetch_cd("t-1", 0, "app");
-    EXPECT_EQ(spy.writes().size(), 8U) << "a failed write stops nothing";
+    EXPECT_EQ(spy.writes().size(), 8U) << "the other writes follow a failed one";
     EXPECT_TRUE(log.has(std::string(hab_error_string(HAB_TIMEOUT)) + "\n", 4));
 }
 
-// ---- Pushing ----
+// ---- Pushes ----
 
-TEST_F(DeviceList, GoesToTheTransactionThatWaitsForItAndIsCutAtHalfAMebibyte) {
+TEST_F(DeviceList, AnswersThePendingTransactionAndIsTruncatedAtHalfAMebibyte) {
     const auto expect = [&](const char* uuid, const char* path, const char* rest, const char* logged,
                             const char* syncAtAfter) {
         forget();
@@ -143,13 +143,13 @@ TEST_F(DeviceList, GoesToTheTransactionThatWaitsForItAndIsCutAtHalfAMebibyte) {
     EXPECT_TRUE(body.ends_with("xxx"));
 }
 
-TEST_F(DeviceList, ASilentCloudIsTriedThreeTimes) {
+TEST_F(DeviceList, IsSentThreeTimesToASilentCloud) {
     durations.retryPause = std::chrono::milliseconds(500);
     dro::set_durations(durations);
     store.set_all({{"DroStatus.cdilTransUuid", "t-1"}, {"DroStatus.cdilsyncAt", "PERIODIC"}});
     cloud.answer_all(kRefused);
     EXPECT_EQ(dro::pushToCloud_cdil("[]"), 0);
-    EXPECT_EQ(cloud.requests().size(), 1U) << "one that answers, once";
+    EXPECT_EQ(cloud.requests().size(), 1U) << "an answering cloud receives it once";
     cloud.forget();
     cloud.answer_all(text_answer("", 503));
     const StoreSpy spy;
@@ -169,7 +169,7 @@ TEST_F(DeviceList, ASilentCloudIsTriedThreeTimes) {
 
 // ---- Building ----
 
-TEST_F(DeviceList, ACycleIsQueuedWithItsTrail) {
+TEST_F(DeviceList, IsQueuedWithItsProgressMarks) {
     start_sync();
     EXPECT_TRUE(log.has("On Subscription, state of CDIL is init\n"));
     store.set("DroStatus.cdilTransUuid", "noop");  // a transaction like any other
@@ -187,7 +187,7 @@ TEST_F(DeviceList, ACycleIsQueuedWithItsTrail) {
                               "CDIL Published Successfully, exiting thread!\n", "CDIL Sync to cloud successfull!!\n"}));
 }
 
-TEST_F(DeviceList, SendsAsManyDevicesAsAreCountedAndNamed) {
+TEST_F(DeviceList, HasTheSmallerNumberOfCountedAndMarkedDevices) {
     start_sync();
     store.set("DroStatus.cdilTransUuid", "Noop");
     for (const int row : {0, 31, 224}) {
@@ -206,27 +206,27 @@ TEST_F(DeviceList, SendsAsManyDevicesAsAreCountedAndNamed) {
     expect_queued("-1", "[]");
     complete_cycle("0");
     EXPECT_TRUE(dro::isQueueEmpty());
-    EXPECT_EQ(json_value(cloud.requests("syncCD/").at(0).body, "cdl"), "[]") << "straight to the cloud";
+    EXPECT_EQ(json_value(cloud.requests("syncCD/").at(0).body, "cdl"), "[]") << "sent directly";
     EXPECT_TRUE(log.has("No Indexes for the CDIL Sync will send the Json as empty\n"));
 }
 
-TEST_F(DeviceList, ALongListIsCutBeforeItIsQueued) {
+TEST_F(DeviceList, IsTruncatedBeforeItIsQueued) {
     add_wordy_device(store, 1);
     dro::IndexList list{};
     std::size_t count = 0;
     for (int number = 0; number < 9; ++number) {
         dro::search_for_index(~0U, number, count, list);
     }
-    EXPECT_EQ(count, 256U) << "never beyond the list";
+    EXPECT_EQ(count, 256U) << "no more rows than the list holds";
     list.fill(1);
     EXPECT_EQ(dro::syncCdil_timerExit(256, list), 0);
     EXPECT_EQ(take_payload().size(), 262'144U);
     fill_queue();
-    EXPECT_EQ(dro::syncCdil_timerExit(1, list), 0) << "a full queue loses the cycle and no more";
+    EXPECT_EQ(dro::syncCdil_timerExit(1, list), 0) << "only this list is lost";
     EXPECT_TRUE(log.has("CDIL Publishing Failed! Exiting thread!\n", 4));
 }
 
-TEST_F(DeviceList, StartsOnTheExactWordAndWithTheStoresSupport) {
+TEST_F(DeviceList, StartsOnlyOnTheExactStatusAndWithTheStoresSupport) {
     for (const char* status : {"complete ", "completed", "Complete", ""}) {
         store.set(kStatus, status);
         dro::t_Handler_cdilSync();

@@ -94,9 +94,9 @@ class Monitors : public AgentTest {
     }
 };
 
-// ---- What they share ----
+// ---- All kinds ----
 
-TEST_F(Monitors, ReportSilenceAndLoseAnEarlyAnswer) {
+TEST_F(Monitors, ReportATimeOutAndLoseAnEarlyAnswer) {
     start(kSoon);
     store.set(kAnswer, "activated");  // before any order
     store.set(kList.answer, "success");
@@ -134,7 +134,7 @@ TEST_F(Monitors, ReportSilenceAndLoseAnEarlyAnswer) {
     EXPECT_TRUE(log.has("Failed to send transack for CDIL timeout\n", 4));
 }
 
-TEST_F(Monitors, ASignalThatFailsIsReportedAtOnce) {
+TEST_F(Monitors, AFailedSignalIsReportedAtOnce) {
     start(kLater);
     constexpr const char* kNoActivation = "Unable to trigger Circle Activation thread condition\n";
     constexpr const char* kNoProvision = "Unable to trigger Circle Provision thread condition\n";
@@ -158,11 +158,11 @@ TEST_F(Monitors, ASignalThatFailsIsReportedAtOnce) {
         EXPECT_EQ(acks_when_over(), expected);
         EXPECT_TRUE(log.has(logged, 4)) << logged;
         EXPECT_EQ(log.has("Call Circle Status API failed!\n", 4), std::string(answer) == "provisioned") << answer;
-        EXPECT_EQ(spy.writes(kList.flag).size(), kind == &kList ? 2U : 0U) << "put back at once, and at the end";
+        EXPECT_EQ(spy.writes(kList.flag).size(), kind == &kList ? 2U : 0U) << "reset at once, and at the end";
     }
 }
 
-TEST_F(Monitors, AWaitThatFailsIsReportedAndGoesOn) {
+TEST_F(Monitors, AFailedWaitIsReportedAndContinued) {
     start(kPatience);
     const Cases<const Kind*, const char*, const char*, const char*> cases{
         {&kActivation, "u-1 0 Activation-Failed_FAIL-System Error Occured", "deactivated",
@@ -183,7 +183,7 @@ TEST_F(Monitors, AWaitThatFailsIsReportedAndGoesOn) {
     }
 }
 
-TEST_F(Monitors, ALockThatFailsEndsTheMonitor) {
+TEST_F(Monitors, AFailedLockStopsTheMonitor) {
     start(kPatience);
     const Cases<const Kind*, dro::Mutex*, const char*> cases{
         {&kActivation, &dro::mutex_act_lock, "Unable to Lock Activation Mutex\n"},
@@ -199,14 +199,14 @@ TEST_F(Monitors, ALockThatFailsEndsTheMonitor) {
         EXPECT_TRUE(::testing::internal::GetCapturedStderr().starts_with("pthread_mutex_lock: ")) << logged;
         EXPECT_EQ(log.count_starting("Unable to Lock", 4), log.count(logged, 4));
         EXPECT_EQ(log.has(logged), *logged != '\0') << logged;
-        EXPECT_EQ(store.get(kind->flag), "true") << "nothing is put back";
+        EXPECT_EQ(store.get(kind->flag), "true") << "nothing is reset";
     }
     EXPECT_TRUE(cloud.requests().empty());
 }
 
 // ---- The stop ----
 
-TEST_F(Monitors, AStopEndsThemAndTheyWriteNothing) {
+TEST_F(Monitors, WriteNothingAfterAStop) {
     start(kPatience);
     for (const Kind* kind : {&kActivation, &kProvision, &kToggle, &kList}) {
         order(*kind);
@@ -220,12 +220,12 @@ TEST_F(Monitors, AStopEndsThemAndTheyWriteNothing) {
     EXPECT_EQ(spy.writes(), Texts{});
     log.forget();
     store.set_all({{kActivation.flag, "true"}, {"DALHNotifyCDIL.CDILstatus", "complete"}});
-    EXPECT_FALSE(eventually([&] { return log.has(kActivationSeen); }, kSoon)) << "no notice is handled any more";
+    EXPECT_FALSE(eventually([&] { return log.has(kActivationSeen); }, kSoon)) << "later notices are ignored";
     dro::t_Handler_cdilSync();
     EXPECT_EQ(spy.writes(), Texts{"DALHNotifyCDIL.CDILstatus=init"});
 }
 
-TEST_F(Monitors, WhatTheStopCutsShortWritesNothingMore) {
+TEST_F(Monitors, InterruptedWorkWritesNothingMore) {
     start(kPatience);
     const auto answered = [this](const Kind& kind, const char* answer) {
         order(kind);
@@ -352,7 +352,7 @@ TEST_F(Monitors, ReportTheAnswer) {
     expect(kList, "failure", listed("Invalid Response\n"), {}, {kWatchOff, kOutcomeOff});
 }
 
-TEST_F(Monitors, AreWokenByAnAnswerOnly) {
+TEST_F(Monitors, AreWokenOnlyByAnAnswer) {
     start(kPatience);
     for (const char* nobodys : {"fail", "Activated"}) {
         log.forget();
@@ -365,10 +365,10 @@ TEST_F(Monitors, AreWokenByAnAnswerOnly) {
     cloud.answer_all(kEmpty);
     store.set(kToggle.answer, "enabled");
     EXPECT_EQ(acks_when_over(), Texts(3, "u-2 1 Success-Enabled"));
-    EXPECT_FALSE(log.has("TransAck API successfull\n")) << "nobody heard it";
+    EXPECT_FALSE(log.has("TransAck API successfull\n")) << "no acknowledgement was answered";
 }
 
-TEST_F(Monitors, OfTwoThatWaitTheAnswerWakesTheActivationOrTheOlderToggle) {
+TEST_F(Monitors, AnAnswerWakesTheActivationOrTheOlderOfTwoToggles) {
     start(kLater);
     order(kActivation);
     order(kProvision);
@@ -384,7 +384,7 @@ TEST_F(Monitors, OfTwoThatWaitTheAnswerWakesTheActivationOrTheOlderToggle) {
 
 // ---- The list ----
 
-TEST_F(Monitors, AListWithoutAWatchIsAskedForAllTheSame) {
+TEST_F(Monitors, AListIsRequestedEvenWithoutAWatch) {
     start(kPatience);
     const FailCalls fault(Call::threadCreate, EAGAIN);
     ::testing::internal::CaptureStderr();

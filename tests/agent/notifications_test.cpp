@@ -62,7 +62,7 @@ TEST_F(Notifications, EachDeviceReachesTheCloud) {
     expect_push("DALHNotifyDTN.Index", "0",
                 R"(,"type":"DTN","cd":{"mac":"0A:00:00:00:00:00","cdType":"","cdName":"","cdModel":"","cdBrand":"",)"
                 R"("cdNetwork":"Home router","cdStatus":"1"}})");
-    EXPECT_TRUE(log.wait_for("Reset for the DTN Index\n")) << "the dispatcher's write coming back";
+    EXPECT_TRUE(log.wait_for("Reset for the DTN Index\n")) << "the notice of the dispatcher's own write";
     EXPECT_EQ(store.get("DALHNotifyDTN.Index"), "257");
     expect_push("DALHNotifyCDUPDATE.IndexCD", "0",
                 R"(,"type":"UPDATE_CD","syncAt":"CD_UPDATE","cdl":[)" + device_record(0) + "]}");
@@ -71,13 +71,13 @@ TEST_F(Notifications, EachDeviceReachesTheCloud) {
     EXPECT_EQ(log.count_starting("Index  = ") + log.count_starting("Index in DTN t_Handler is "), 2U)
         << "the resets start no thread";
 
-    // The other notifiers' value for "no device" has no special meaning for new devices.
+    // 257 means "no device" in the other notifiers, but not in this one.
     store.set("DALHNotifyNDN.Index", "257");
     EXPECT_EQ(cloud.wait_for(2).size(), 2U);
     EXPECT_TRUE(log.has("Index in NDN t_Handler is 257\n"));
 }
 
-TEST_F(Notifications, ALongPayloadIsCut) {
+TEST_F(Notifications, ALongPayloadIsTruncated) {
     add_wordy_device(store, 1);
     dro::t_Handler_ndnSync(1);
     const std::string record = take_payload();
@@ -89,10 +89,10 @@ TEST_F(Notifications, ALongPayloadIsCut) {
                    {"DeviceIdList.DisplayModelCustom@3", std::string(31, '"')}});
     const std::string tagged = tagged_payload(3);
     EXPECT_EQ(tagged.size(), 255U);
-    EXPECT_EQ(tagged.find(R"(","cdModel":")") - tagged.find(R"("cdName":")"), 10U + 2 * 63) << "each escape whole";
+    EXPECT_EQ(tagged.find(R"(","cdModel":")") - tagged.find(R"("cdName":")"), 10U + 2 * 63) << "no escape is truncated";
 }
 
-TEST_F(Notifications, ADeviceThatTheResetFindsIsHandledWhileNoticesAreHeldUp) {
+TEST_F(Notifications, ADeviceFoundByTheResetIsHandledWhileNoticesAreDelayed) {
     start_all();
     add_device(store, 5);
     add_device(store, 7);
@@ -178,7 +178,7 @@ TEST_F(Notifications, AnEventWithoutASlotOrAThreadIsDroppedAndItsFieldReset) {
 }
 
 // A device that is written between the reset's read and its write is lost: the store has no conditional write.
-TEST_F(Notifications, TheResetFindsTheNextDeviceOnce) {
+TEST_F(Notifications, AResetReturnsTheNextDeviceOnce) {
     const Places none(0);
     dro::DeviceIndex index(dro::fields::dtnIndex);
     for (const unsigned places : {0U, 1U}) {
@@ -205,7 +205,7 @@ TEST_F(Notifications, ATaggedDeviceIsDescribedByTheBestSources) {
     const Texts guessed{"DeviceTypeOstra", "DisplayNameOstra", "DeviceModel", "DeviceBrand"};
     const Texts inspected{"DeviceTypeDPI", "DisplayNameDPI"};
     const Texts custom{"DeviceTypeCustom", "DisplayNameCustom", "DisplayModelCustom", "DisplayBrandCustom"};
-    // Each case adds to what is known about the device.
+    // Each case adds one known property of the device.
     const auto expect = [&](const char* state, const Texts& fields, const Texts& values, const std::string& described,
                             bool online) {
         log.forget();
@@ -230,7 +230,7 @@ TEST_F(Notifications, ATaggedDeviceIsDescribedByTheBestSources) {
            false);
 }
 
-TEST_F(Notifications, ASourceThatCannotBeReadIsPassedOver) {
+TEST_F(Notifications, AnUnreadableSourceIsSkipped) {
     store.set_all({{"DeviceIdList.DeviceTypeCustom@2", "t1"}, {"DeviceIdList.DeviceTypeDPI@2", "t2"}});
     StoreSpy spy;
     spy.fail("DeviceIdList.DeviceTypeCustom", HAB_TIMEOUT);
@@ -246,7 +246,7 @@ TEST_F(Notifications, ASourceThatCannotBeReadIsPassedOver) {
 
 // ---- Speed tests ----
 
-TEST_F(Notifications, AFinishedSpeedTestReachesTheCloudOnce) {
+TEST_F(Notifications, AFinishedSpeedTestIsReportedOnce) {
     start_all();
     EXPECT_TRUE(log.has("Registering Callback on BST Support Data Object!\n", 2));
     store.set_all({{"BSTResults.UplinkSpeed", "20"},
@@ -259,8 +259,8 @@ TEST_F(Notifications, AFinishedSpeedTestReachesTheCloudOnce) {
     const std::string start = R"(,"type":"M","data":{"isp":"Ann's "net"", "ul":"20", "dl":"-1", )"
                               R"("serverId":"-2147483648", "latency":"0", "timestamp":")";
     EXPECT_EQ(rest.substr(0, start.size()), start);
-    EXPECT_EQ(rest.substr(std::min(rest.size(), start.size() + 10)), "\" }}") << "ten digits of time stamp before it";
-    EXPECT_TRUE(log.wait_for("Invalid Value to sync!\n")) << "the dispatcher's reset coming back";
+    EXPECT_EQ(rest.substr(std::min(rest.size(), start.size() + 10)), "\" }}") << "ten digits of time stamp precede it";
+    EXPECT_TRUE(log.wait_for("Invalid Value to sync!\n")) << "the notice of the agent's own reset";
     EXPECT_TRUE(log.has("BST Status Value : Unknown\n", 2));
     EXPECT_EQ(cloud.requests().size(), 1U);
 }
@@ -280,7 +280,7 @@ TEST_F(Notifications, OnlyACompleteSpeedTestIsReported) {
 // ---- Threads ----
 
 // The supervisor restarts the agent.
-TEST_F(Notifications, AThreadThatCannotBeStartedEndsTheProcess) {
+TEST_F(Notifications, ExitTheProcessWhenAThreadCannotBeStarted) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (const char* flag : {"cdilSupport", "dispatcherSupport", "CircleAct", "CircleProvision", "CircleToggle"}) {
         store.set(std::string("DroStatus.") + flag, "true");
@@ -330,7 +330,7 @@ class ScarceMemory : public AgentTest {
     }
 };
 
-TEST_F(ScarceMemory, IsReportedAndNoHalfTextLeaves) {
+TEST_F(ScarceMemory, IsReportedAndNoPartialTextIsSent) {
     add_device(store, 0);
     dro::IndexList first{};
     const std::string command = envelope("u", "BLOCK_CD", R"({"cdMac":"02:00:00:00:00:01"})");
@@ -358,7 +358,7 @@ TEST_F(ScarceMemory, IsReportedAndNoHalfTextLeaves) {
             ASSERT_LT(failing, 1000);
         }
         EXPECT_GT(failing, 5);
-        EXPECT_EQ(made().size(), 1U) << "what is whole";
+        EXPECT_EQ(made().size(), 1U) << "the complete text";
         for (const std::string& text : said) {
             EXPECT_TRUE(log.has(text, 4)) << text;
         }

@@ -197,7 +197,7 @@ class OneOrder : public AgentTest {
     }
 };
 
-TEST_F(OneOrder, HasItsMonitorWhereTheFlagWasTrueBefore) {
+TEST_F(OneOrder, HasItsMonitorWhenTheFlagWasAlreadyTrue) {
     store.set_all({{"DroStatus.CircleToggle", "true"}, {"DroStatus.cdilTimeout", "true"}});
     start();
     StoreSpy spy;
@@ -233,7 +233,7 @@ TEST_F(OneOrder, IsWithdrawnWhenItsFlagCannotBeWrittenAndNotKeptWithoutACallback
 }
 
 // An earlier monitor resets the flag before the notice of the next order is handled.
-TEST_F(OneOrder, IsTakenAlsoWhenItsFlagReadsFalseByThen) {
+TEST_F(OneOrder, StartsEvenWhenItsFlagAlreadyReadsFalse) {
     start();
     static std::atomic<bool> goOn;
     goOn = false;
@@ -304,7 +304,7 @@ TEST_F(OneOrder, IsRefusedWithoutAPlaceBeforeItsFirstWrite) {
 
 using Fetches = AgentTest;
 
-TEST_F(Fetches, AListEndsTheWatchesOfItsOwnTransaction) {
+TEST_F(Fetches, AListWakesOnlyTheWatchesOfItsTransaction) {
     durations.listWatch = durations.circleWatch = kPatience;
     dro::set_durations(durations);
     store.set_all({{"DroStatus.cdilSupport", "true"},
@@ -327,7 +327,7 @@ TEST_F(Fetches, AListEndsTheWatchesOfItsOwnTransaction) {
     fetch("two", 2);
     fetch("two", 3);
     complete_list();
-    ASSERT_TRUE(watches_end(1)) << "both of the second transaction";
+    ASSERT_TRUE(watches_end(1)) << "both watches of the second transaction";
     store.set("DroStatus.cdilTransUuid", "Noop");
     complete_list();  // answers no transaction
     ASSERT_EQ(cloud.wait_for(1, "syncCD/").size(), 1U);

@@ -34,7 +34,7 @@ class Post : public AgentTest {
     std::optional<std::string> answer;
 };
 
-TEST_F(Post, TellsEnvironmentsApart) {
+TEST_F(Post, DistinguishesEnvironments) {
     const Cases<const char*, int, const char*> cases{
         {"https://qa.dro.localhost/", 0, "Loading droAgent on DEV/QA/STAG\n"},
         {"https://dev.dro.localhost/", 0, "Loading droAgent on DEV/QA/STAG\n"},
@@ -82,7 +82,7 @@ TEST_F(Post, EscapesFreeText) {
     EXPECT_EQ(dro::escapeJSON("a", out.data(), 0), -1);
 }
 
-TEST_F(Post, SendsItsHeadersOnAConnectionOfItsOwn) {
+TEST_F(Post, SendsItsHeadersOnANewConnection) {
     EXPECT_EQ(post(), 12U);
     EXPECT_EQ(post("api.dro.localhost"), 12U);
     const auto requests = cloud.requests();
@@ -95,7 +95,7 @@ TEST_F(Post, SendsItsHeadersOnAConnectionOfItsOwn) {
     EXPECT_NE(requests[0].remotePort, requests[1].remotePort);
 }
 
-TEST_F(Post, HandsOverWhateverBodyCame) {
+TEST_F(Post, ReturnsAnyBody) {
     cloud.script("x/", {text_answer(R"({"status":0})", 500), kEmpty, kHangUp, kReset});
     EXPECT_EQ(post(), 12U);
     EXPECT_EQ(post() + post() + post(), 0U);
@@ -111,7 +111,7 @@ TEST_F(Post, HandsOverWhateverBodyCame) {
     EXPECT_EQ(post(), 0U);
 }
 
-TEST_F(Post, TrustsTheBundleAndNoticesItsChange) {
+TEST_F(Post, TrustsTheBundleAndDetectsItsChange) {
     trust(make_identity());  // an untrusted authority
     EXPECT_EQ(post(), 0U);
     trust(identity());
@@ -128,14 +128,14 @@ TEST_F(Post, TrustsTheBundleAndNoticesItsChange) {
 }
 
 // A session is resumed only while it is recent, the bundle is unchanged and the last request succeeded.
-TEST_F(Post, ResumesATlsSessionOnlyOnTheSameTrust) {
+TEST_F(Post, ResumesATlsSessionOnlyWhileTheTrustIsUnchanged) {
     const auto resumed = [this] {
         cloud.forget();
         EXPECT_EQ(post(), 12U);
         return only_request().resumed;
     };
     EXPECT_FALSE(resumed());
-    EXPECT_FALSE(resumed()) << "unless the deployment asks for it";
+    EXPECT_FALSE(resumed()) << "only a deployment enables resumption";
     dro::request_rules().sessionLife = std::chrono::hours(1);
     EXPECT_FALSE(resumed());
     EXPECT_TRUE(resumed());
@@ -151,7 +151,7 @@ TEST_F(Post, ResumesATlsSessionOnlyOnTheSameTrust) {
         EXPECT_TRUE(resumed());
     }
     dro::request_rules().sessionLife = std::chrono::milliseconds(200);
-    EXPECT_TRUE(eventually([&] { return !resumed(); })) << "it has become old";
+    EXPECT_TRUE(eventually([&] { return !resumed(); })) << "the session has expired";
 }
 
 TEST_F(Post, GoesOutUnverifiedOnlyWithOneLogLinePerCause) {
@@ -235,7 +235,7 @@ TEST_F(Post, IsSentOnlyOverHttps) {
     }
 }
 
-TEST_F(Post, CutsEndpointsAtTheirSize) {
+TEST_F(Post, TruncatesEndpoints) {
     std::string base = cloud.base_url();
     for (const std::size_t length : {112U, 113U}) {
         base.resize(length, '/');
@@ -290,7 +290,7 @@ TEST_F(Pushes, UnknownTypesAreNotSent) {
     EXPECT_TRUE(cloud.requests().empty());
 }
 
-TEST_F(Pushes, AnAnswerIsJudgedByItsStatus) {
+TEST_F(Pushes, AnAnswerIsEvaluatedByItsStatus) {
     const Cases<int (*)(const char*), std::string, std::string> judges{
         // the endpoint's response handler, its name in log lines, the prefix of its failure lines
         {dro::processTransAckApiResponse, "Trans ACK API", "\n "},
@@ -329,7 +329,7 @@ TEST_F(Pushes, EndWithAnAnswerOrAfterThreeAttemptsWithAPauseAfterEach) {
     store.set("DroStatus.cdilsyncAt", "PERIODIC");
     EXPECT_EQ(kGeneric("UPDATE_CD", "[]"), 1);
     expect_three_attempts(true);
-    EXPECT_EQ(store.get("DroStatus.cdilsyncAt"), "") << "told once, even if unheard";
+    EXPECT_EQ(store.get("DroStatus.cdilsyncAt"), "") << "sent once, even without an answer";
     cloud.forget();
     EXPECT_EQ(kSpeedTest("M", "[]"), 0);
     expect_three_attempts(true);

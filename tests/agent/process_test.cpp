@@ -31,7 +31,7 @@ bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
-TEST_F(Process, StartsInItsOrderTakesACommandIsProbedAndEndsOnSigusr1) {
+TEST_F(Process, StartsInOrderAcceptsACommandIsProbedAndExitsOnSigusr1) {
     std::ofstream(kPidFile) << "999999991\n";  // left by a killed agent
     EXPECT_EQ(status("--probe"), HAB_SHUTDOWN);
     auto ready = std::async(std::launch::async, status, "--wait 20");
@@ -68,7 +68,7 @@ TEST_F(Process, StartsInItsOrderTakesACommandIsProbedAndEndsOnSigusr1) {
         {"sig_usr1 handler.\n", "Bye Bye.....\n", "Exit from SIG_HDLR\n", "Cancel Dispatcher Thread!\n"}));
 }
 
-TEST_F(Process, IsNotHeldUpByOutputThatNobodyReads) {
+TEST_F(Process, IsNotBlockedByUnreadOutput) {
     const auto reset_a_connection = [] {
         const linger reset{1, 0};
         const int connection = connect_to(kNotificationPort);
@@ -120,7 +120,7 @@ TEST_F(Process, IsNotHeldUpByOutputThatNobodyReads) {
     expect_prompt_end(agent);
 }
 
-TEST_F(Process, SaysWhyItCannotStart) {
+TEST_F(Process, ReportsWhyItCannotStart) {
     const std::string ours = std::to_string(getpid());
     const std::string elsewhere = store.folder() + "/elsewhere";
     const char* const noNumber = "Error reading data from pid file - possibly data is in wrong format\n";
@@ -161,13 +161,13 @@ TEST_F(Process, SaysWhyItCannotStart) {
     EXPECT_EXIT(startWithoutSignals(), ::testing::ExitedWithCode(1), "Failed to setup signal handers.\n");
 }
 
-TEST_F(Process, LocksOnlyWhatItCanWriteAndJudge) {
+TEST_F(Process, LocksAPidFileOnlyWhenItCanCheckAndWriteIt) {
     const auto lock_failing = [](Call call, int error) {
         const FailCalls fault(call, error);
         return dro::lock_process(kPidFile);
     };
     std::ofstream(kPidFile) << "1\n";
-    EXPECT_EQ(lock_failing(Call::kill, EPERM), -1) << "somebody else's process";
+    EXPECT_EQ(lock_failing(Call::kill, EPERM), -1) << "a process of another user";
     unlink(kPidFile);
     EXPECT_EQ(lock_failing(Call::write, ENOSPC), -1);
     EXPECT_FALSE(std::filesystem::exists(kPidFile));
@@ -187,7 +187,7 @@ TEST_F(Process, LocksOnlyWhatItCanWriteAndJudge) {
     EXPECT_EQ(dro::unlock_process(kPidFile, -1), -1) << "a missing file is a failed removal";
 }
 
-TEST_F(Process, SaysGoodByeAsFarAsTheReasonGoes) {
+TEST_F(Process, ReleasesWhatTheReasonRequires) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     // The reasons, the log text, and the released resources: input (1), pid file (2), session (4).
     const Cases<Texts, const char*, int> cases{
@@ -223,7 +223,7 @@ std::map<std::string, std::string> schedule_of(pid_t process) {
     return schedule;
 }
 
-TEST_F(Process, NeverWakesUpWhileThereIsNothingToDo) {
+TEST_F(Process, NeverWakesUpWhileIdle) {
     store.set_all({{"DroStatus.dispatcherSupport", "true"}, {"DroStatus.cdilSupport", "true"}});
     const AgentProcess agent(store);
     ASSERT_TRUE(agent.wait_for_link());
@@ -232,14 +232,14 @@ TEST_F(Process, NeverWakesUpWhileThereIsNothingToDo) {
     std::map<std::string, std::string> before;
     const auto moved = [&] { return std::exchange(before, schedule_of(agent.pid())) != before; };
     ASSERT_TRUE(eventually([&] { return !eventually(moved, std::chrono::milliseconds(50)); }));
-    EXPECT_GE(before.size(), 5U) << "main, link, dispatcher, and two deliveries";
+    EXPECT_GE(before.size(), 5U) << "main, link, dispatcher and two delivery threads";
     EXPECT_FALSE(eventually(moved, std::chrono::milliseconds(1500))) << ::testing::PrintToString(before);
     ASSERT_TRUE(send_message(kNotificationPort, block_command(1)));
-    EXPECT_TRUE(eventually(moved)) << "it was the agent that was looked at";
+    EXPECT_TRUE(eventually(moved)) << "the counts are those of the agent";
 }
 #endif
 
-TEST_F(Process, HoldsItsSecretsInPiecesOnly) {
+TEST_F(Process, ContainsItsSecretsOnlyInPieces) {
     const AgentProcess agent(store);
     ASSERT_TRUE(agent.wait_for_link());
     const std::string bytes = file_text("/proc/" + std::to_string(agent.pid()) + "/exe");

@@ -36,7 +36,7 @@ class Registration : public AgentTest {
     }
 };
 
-TEST_F(Registration, SaysExactlyWhoTheRouterIsAndOnce) {
+TEST_F(Registration, SendsTheExactIdentityOnce) {
     const std::string body = registered_body();
     const std::string timestamp = json_value(body, "ePOCHTimeStamp");
     const std::string token = json_value(body, "token");
@@ -63,7 +63,7 @@ TEST_F(Registration, SaysExactlyWhoTheRouterIsAndOnce) {
     EXPECT_EQ(registered_body().size(), 511U);
 }
 
-TEST_F(Registration, NamesEachFeatureAndTakesAnUnreadableOneForThere) {
+TEST_F(Registration, ListsEachFeatureAndReportsAnUnreadableOneAsPresent) {
     const Cases<const char*, const char*> cases{{"droFeature.CDIL", R"("CDIL":false, )"},
                                                 {"droFeature.NDN", R"("NewDeviceNoti":false,)"},
                                                 {"droFeature.DTN", R"("DeviceTagging":false,)"},
@@ -91,7 +91,7 @@ TEST_F(Registration, ReadsAnIncompleteIdentityAgain) {
     EXPECT_TRUE(log.has("Retry to get info \n", 1));
 }
 
-TEST_F(Registration, JudgesTheAnswer) {
+TEST_F(Registration, EvaluatesTheAnswer) {
     const auto expect = [&](const std::string& answer, int result, const char* claimBefore, const char* claimAfter,
                             const std::string& logged, int level) {
         log.forget();
@@ -126,7 +126,7 @@ TEST_F(Registration, JudgesTheAnswer) {
     }
 }
 
-TEST_F(Registration, TriesARefusedOrSilentCloudAgain) {
+TEST_F(Registration, RetriesWhenRefusedOrUnanswered) {
     cloud.script("addJorvDeviceId/", {kRefused, kHangUp, text_answer(kRegistered)});
     dro::registerDroCloud();
     EXPECT_EQ(sent().size(), 3U);
@@ -153,7 +153,7 @@ TEST_F(Registration, TriesARefusedOrSilentCloudAgain) {
 
 // ---- Daily sync ----
 
-TEST_F(Registration, SyncsAtTheTimeOfDayAsTheFleetKnowsIt) {
+TEST_F(Registration, SyncsAtTheTimeOfDayThatExistingRoutersUse) {
     const auto expect = [](const char* what, const std::string& text, int utc, int local, int seconds) {
         EXPECT_EQ(dro::seconds_until_sync(dro::sync_target(text), utc, local), seconds) << what;
     };
@@ -186,7 +186,7 @@ TEST_F(Registration, SyncsByTheLocalTime) {
     EXPECT_NEAR(offset, at(5, 30), 1);  // the two clocks are read one after the other
 }
 
-TEST_F(Registration, SyncsByTheOneAlarm) {
+TEST_F(Registration, SyncsByTheOnlyAlarm) {
     dro::alarm_function(1000);
     EXPECT_TRUE(log.has("Timer will start after 1000 Seconds\r\n", 1));
     const int expected = dro::seconds_until_sync(43200, dro::find_utc(), dro::find_local_time());
@@ -203,13 +203,13 @@ TEST_F(Registration, SyncsByTheOneAlarm) {
     EXPECT_EQ(alarm(0), 0U) << "a delay of 0 disarms";
 }
 
-TEST_F(Registration, SyncMarksItselfAsksForTheListAndWaitsADay) {
+TEST_F(Registration, SyncSetsItsCauseRequestsTheListAndWaitsADay) {
     const StoreSpy spy;
     dro::alarm_function(1000);
     struct sigaction installed {};
     sigaction(SIGALRM, nullptr, &installed);
     installed.sa_handler(SIGUSR2);
-    EXPECT_TRUE(spy.writes().empty()) << "another signal";
+    EXPECT_TRUE(spy.writes().empty()) << "ignored: another signal";
     installed.sa_handler(SIGALRM);
     EXPECT_EQ(spy.writes(),
               (Texts{"DroStatus.cdilsyncAt=PERIODIC", "DILGeneral.CDILTrigger=true", "DALHConfig.FeatureID=8",
@@ -297,7 +297,7 @@ TEST_F(UnsetClock, CertificatesAreNotValidYetAndNoWaitChanges) {
 }
 
 // Without a bundle no date is checked. The alarm is computed from the wrong time of day, and the sync does not move it.
-TEST_F(UnsetClock, UnverifiedARegistrationOfThatTimeSetsTheDailyListWrong) {
+TEST_F(UnsetClock, WithoutABundleTheDailyListIsAtAWrongTime) {
     remove_ca_bundle();
     store.set("JorvagentCfg.jorv_agent_registered", "1");
     AgentProcess agent(store, launch);

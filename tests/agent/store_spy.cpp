@@ -43,7 +43,7 @@ bool dropped(hab_session* session, const char* table, int row, const char* field
            value == held.data();
 }
 
-// The store library's function that the function of the same name here replaces.
+// Returns the store library's function of this name, which a function here replaces.
 template <typename Function>
 Function* behind(Function* /*ours*/, const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -107,7 +107,7 @@ SPY(hab_get_ascii, (*buffer = '\0', failure_of(table, field)), false, (buffer, l
 void hab_destroy(hab_session* session) {
     static const auto next = behind(hab_destroy, "hab_destroy");
     if (session == nullptr) {
-        ADD_FAILURE() << "hab_destroy(NULL): a platform's library may not take it";
+        ADD_FAILURE() << "hab_destroy(NULL): a platform's library may not accept it";
     }
     next(session);
 }

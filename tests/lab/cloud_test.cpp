@@ -42,7 +42,7 @@ std::string faultOf(const Received& received) {
     return checked.fault ? std::to_string(checked.fault->status) + " " + checked.fault->why : "";
 }
 
-TEST(CloudChecks, OneThingWrongIsSeenAndNamed) {
+TEST(CloudChecks, EachSingleFaultIsReported) {
     const dro_test::Cases<std::function<void(Received&)>, const char*> cases{
         {[](Received&) {}, ""},
         {[](Received& r) { r.path = "/transactionAck"; }, "404 no such endpoint"},
@@ -111,12 +111,12 @@ class CloudServerTest : public testing::Test {
     CloudServer cloud_{timeline_, record_, kSerial, bundle_};
 };
 
-TEST_F(CloudServerTest, DoesNotBelieveAWrongRequestInAnyMood) {
+TEST_F(CloudServerTest, RefusesAnInvalidRequestInEveryMood) {
     cloud_.behave(Mood::Error, 1);
     EXPECT_EQ(post("{}"), R"(400 {"status":0,"message":"serialNumber is missing or not a string"})");
     ASSERT_EQ(record_.mark(), 1U);
     EXPECT_FALSE(record_.since(0).front()->good());
-    EXPECT_TRUE(post().starts_with("500 ")) << "the mood was used up by a wrong request";
+    EXPECT_TRUE(post().starts_with("500 ")) << "an invalid request does not consume the mood";
 }
 
 TEST_F(CloudServerTest, StallsUntilTheMoodChangesOrItGoesDown) {
@@ -132,10 +132,10 @@ TEST_F(CloudServerTest, StallsUntilTheMoodChangesOrItGoesDown) {
     EXPECT_EQ(post(), "nothing");
     cloud_.behave(Mood::Accept);
     cloud_.up();
-    EXPECT_EQ(post(), R"(200 {"status":1})") << "on the port that it had";
+    EXPECT_EQ(post(), R"(200 {"status":1})") << "on the same port";
 }
 
-TEST(CloudRecord, ForgetsTheOldestAndKeepsItsPlaces) {
+TEST(CloudRecord, DropsTheOldestAndKeepsPositionsValid) {
     CloudRecord record;
     for (int i = 0; i < 10003; ++i) {
         record.add(std::make_shared<CloudRequest>());

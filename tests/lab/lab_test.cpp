@@ -53,18 +53,18 @@ TEST_F(LabTest, DeviceServiceClosesTheTransactionOfAnAnsweredListOnly) {
     EXPECT_TRUE(holds(field::DroStatus::cdilTransUuid, "Noop"));
 }
 
-TEST_F(LabTest, DeviceServiceTellsOfTaggedDevicesAsTagged) {
+TEST_F(LabTest, DeviceServiceNotifiesAsTheTagRequires) {
     const dro_test::Cases<const char*, bool, bool> cases{
         {"untag", true, false},   {"both", true, true},     {"both", false, true},   {"online", true, true},
         {"online", false, false}, {"offline", false, true}, {"offline", true, false}};
-    for (const auto& [tag, online, told] : cases) {
+    for (const auto& [tag, online, notified] : cases) {
         lab_.store.set({{field::DALHNotifyDTN::Index, "257"}, {field::Dilsignature::IsTagged.at(7), tag}});
         lab_.devices.deviceOnline(lab_.population.at(7).name, online);
-        EXPECT_EQ(lab_.store.get(field::DALHNotifyDTN::Index), told ? "7" : "257") << tag << " " << online;
+        EXPECT_EQ(lab_.store.get(field::DALHNotifyDTN::Index), notified ? "7" : "257") << tag << " " << online;
     }
 }
 
-TEST_F(LabTest, OperationsSayWhatIsWrongWithThem) {
+TEST_F(LabTest, OperationsReportInvalidArguments) {
     EXPECT_EQ(act("cloud", R"({"mood":"sideways"})").text,
               "\"sideways\" is not one of: down, slow, close, empty, error, garbage, refuse, stall, up");
     EXPECT_EQ(act("cloud", R"({"mood":"slow","value":"soon"})").text, "value: \"soon\" is not a number");
@@ -88,7 +88,7 @@ TEST_F(LabTest, OperationsSayWhatIsWrongWithThem) {
     EXPECT_EQ(printable("one\ntwo\x7f"), "one\\x0atwo\\x7f");
 }
 
-TEST_F(LabTest, ASecondTerminalReachesTheLabAndOnlyTheUserDoes) {
+TEST_F(LabTest, OnlyTheSameUserControlsTheLabFromASecondTerminal) {
     ASSERT_EQ(::setenv("XDG_RUNTIME_DIR", folder_.path().c_str(), 1), 0);
     EXPECT_NE(askLab("status", {}).text.find("drolab up"), std::string::npos);
     {
@@ -125,7 +125,7 @@ class WebTest : public LabTest {
     WebPage page_{lab_, feed_, 0};
 };
 
-TEST_F(WebTest, AnswersTheHolderOfTheKeyAtItsOwnAddressOnly) {
+TEST_F(WebTest, AnswersOnlyWithTheKeyAndAtItsOwnAddress) {
     httplib::Client client(origin());
     const std::string own = "127.0.0.1" + port();
     const dro_test::Cases<std::string, std::string, std::string, int> reads{
@@ -163,7 +163,7 @@ TEST_F(WebTest, AnswersTheHolderOfTheKeyAtItsOwnAddressOnly) {
     EXPECT_FALSE(lab_.cloud.isUp());
 }
 
-TEST_F(WebTest, TakenPortSaysWhatToDo) {
+TEST_F(WebTest, ReportsAPortThatIsInUse) {
     try {
         const WebPage second(lab_, feed_, std::stoi(port().substr(1)));
         FAIL() << "two pages share a port";
@@ -172,7 +172,7 @@ TEST_F(WebTest, TakenPortSaysWhatToDo) {
     }
 }
 
-TEST_F(WebTest, AReaderThatDoesNotReadHoldsUpNobody) {
+TEST_F(WebTest, AStuckReaderDoesNotBlockOthers) {
     std::promise<void> stuck;
     std::promise<void> end;
     std::jthread reader([&, ended = end.get_future().share(), first = true]() mutable {
@@ -191,7 +191,7 @@ TEST_F(WebTest, AReaderThatDoesNotReadHoldsUpNobody) {
         timeline_.message(Actor::Lab, Actor::Agent, "number " + std::to_string(i), std::string(65536, 'x'));
         longest = std::max(longest, std::chrono::steady_clock::now() - begin);
     }
-    EXPECT_LT(longest, milliseconds(1500)) << "such a reader is given up after two seconds";
+    EXPECT_LT(longest, milliseconds(1500)) << "a stuck reader is disconnected after two seconds";
     end.set_value();
 }
 

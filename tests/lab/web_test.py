@@ -42,7 +42,7 @@ class Page:
     def shows(self, selector, text):
         """Waits until an element with this selector contains the text."""
         found = f"return [...document.querySelectorAll({json.dumps(selector)})].some(one => one.textContent.includes({json.dumps(text)}))"
-        WebDriverWait(self.browser, 20, 0.02).until(lambda browser: browser.execute_script(found), f"in vain: {selector} with {text}")
+        WebDriverWait(self.browser, 20, 0.02).until(lambda browser: browser.execute_script(found), f"not shown: {selector} with {text}")
 
     def element(self, selector):
         return self.browser.find_element(By.CSS_SELECTOR, selector)
@@ -79,7 +79,7 @@ def check(page, lab):
 
 def main():
     if webdriver is None or DRIVER is None:
-        print("web_test: no browser here")
+        print("web_test: no browser is installed")
         return 77
     lab = subprocess.Popen([sys.argv[1], "up", "--json", "--devices", "4", "--web"], stdout=subprocess.PIPE, text=True)
     try:

@@ -109,13 +109,13 @@ TEST_F(Dynlog, RotatesFilesForItsOwnerOnlyAndKeepsLongLinesWhole) {
 
 constexpr const char* kLost = "ines lost here, because they could not be written: ";
 
-TEST_F(Dynlog, GoesOnAfterItsFileWasUnavailable) {
+TEST_F(Dynlog, ContinuesAfterItsFileWasUnavailable) {
     rlimit usual{};
     getrlimit(RLIMIT_NOFILE, &usual);
     const rlimit none{3, usual.rlim_max};  // no file can be opened
     const std::string filler(1'048'576, 'x');
     std::ofstream(file_) << "cut by a full disk";
-    for (const int before : {0, 3}) {  // none: the file cannot be opened at first; three: the next line rotates it
+    for (const int before : {0, 3}) {  // 0: the first line opens the file; 3: the next line rotates it
         testing::internal::CaptureStderr();
         setrlimit(RLIMIT_NOFILE, before == 0 ? &none : &usual);
         ASSERT_EQ(dynlog_lib_init(), 0);
@@ -178,7 +178,7 @@ TEST_F(Dynlog, DropsWholeLinesRatherThanWaitForTheReaderOfStandardError) {
     }
 }
 
-TEST_F(Dynlog, StandsOpeningAndClosingWhileOthersLog) {
+TEST_F(Dynlog, MayBeOpenedAndClosedWhileOthersLog) {
     std::vector<std::jthread> loggers(4);
     for (std::jthread& logger : loggers) {
         logger = std::jthread([](const std::stop_token& done) {

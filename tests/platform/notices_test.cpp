@@ -32,7 +32,7 @@ class Gate {
     std::counting_semaphore<> open_{0};
 };
 
-TEST_F(NoticesTest, ComeForEveryWriteInCommitOrderFromAnyProcess) {
+TEST_F(NoticesTest, ArriveForEveryWriteInCommitOrderFromAnyProcess) {
     Notices notices(s_, {"DALHNotifyNDN", "DALHNotifyCDUPDATE", "DeviceIdList", "DALHNotifyNDN"});
     EXPECT_EQ(hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 5), HAB_OK);
     EXPECT_EQ(hab_set_uint(s_, "DALHNotifyNDN", 0, "Index", 5), HAB_OK);  // an unchanged value
@@ -46,7 +46,7 @@ TEST_F(NoticesTest, ComeForEveryWriteInCommitOrderFromAnyProcess) {
     EXPECT_EQ(notices.await(expected.size()), expected);
 }
 
-TEST_F(NoticesTest, OfATableCountFromItsOwnSubscription) {
+TEST_F(NoticesTest, OfATableStartAtItsSubscription) {
     Gate gate;
     Notices notices(s_, {"General"}, [&] { gate.pass(); });
     hab_set_ascii(s_, "General", 0, "FSN", "1");
@@ -85,7 +85,7 @@ TEST_F(NoticesTest, AreNotLostWhenTheWriterIsKilled) {
 }
 
 // A session that has missed more changes than the journal holds receives each value once, in order, and then continues.
-TEST_F(NoticesTest, OfAFarBehindSessionStandForAllChanges) {
+TEST_F(NoticesTest, OfASessionFarBehindIncludeEveryChangedValue) {
     Gate gate;
     Notices notices(s_, {"DALHNotifyNDN", "BSTResults"}, [&] { gate.pass(); });
     hab_set_uint(s_, "BSTResults", 0, "ServerId", 1);
@@ -103,7 +103,7 @@ TEST_F(NoticesTest, OfAFarBehindSessionStandForAllChanges) {
               (Seen{"BSTResults.ServerId@0", "BSTResults.Latency@0", "DALHNotifyNDN.Index@0", "BSTResults.Latency@0"}));
 }
 
-TEST_F(NoticesTest, OfABlockedSessionHoldUpNobodyElse) {
+TEST_F(NoticesTest, OfABlockedSessionDoNotDelayOthers) {
     const Session other = open();
     Gate gate;
     Notices held(s_, {"General"}, [&] { gate.pass(); });
@@ -116,7 +116,7 @@ TEST_F(NoticesTest, OfABlockedSessionHoldUpNobodyElse) {
     EXPECT_EQ(held.await(2).size(), 2U);
 }
 
-TEST_F(NoticesTest, EndWithTheirSessionWithoutWaitingForTheHandler) {
+TEST_F(NoticesTest, StopWithTheirSessionWithoutWaitingForTheHandler) {
     Session session = open();
     Gate gate;
     Notices notices(session.get(), {"General"}, [&] { gate.pass(); });
@@ -149,7 +149,7 @@ TEST_F(NoticesTest, EndWithTheirSessionWithoutWaitingForTheHandler) {
     EXPECT_EQ(notices.await(1).size(), 1U);
 }
 
-TEST_F(NoticesTest, GoOnWhenTheBellIsRemoved) {
+TEST_F(NoticesTest, ContinueWhenTheBellIsRemoved) {
     Notices notices(s_, {"General"});
     hab_set_ascii(s_, "General", 0, "FSN", "1");
     ASSERT_EQ(notices.await(1).size(), 1U);

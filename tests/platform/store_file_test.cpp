@@ -65,7 +65,7 @@ TEST_F(StoreFile, ThatIsDeletedOrReplacedFailsItsSessions) {
     const auto replace = [&] {
         ASSERT_EQ(hab_host_create((path_ + ".new").c_str(), true), HAB_OK);
         fs::rename(path_ + ".new", path_);
-        fs::remove(path_ + "-wal");  // the old file's; anyone who replaces a store by hand must remove them, too
+        fs::remove(path_ + "-wal");  // belong to the old file; remove them, too, when you replace a store by hand
         fs::remove(path_ + "-shm");
     };
     const auto remove = [&] { fs::remove(path_); };
@@ -92,7 +92,7 @@ TEST_F(StoreFile, ThatIsDeletedOrReplacedFailsItsSessions) {
             EXPECT_EQ(hab_set_ascii(fresh.get(), "General", 0, "FSN", "new"), HAB_OK);
         }
     }
-    // The closed sessions deleted nothing of the new store.
+    // The closed sessions deleted no file of the new store.
     EXPECT_EQ(sql("SELECT value FROM hab_value"), "new");
 }
 
@@ -106,19 +106,19 @@ TEST_F(StoreFile, ThatIsACopyWithoutALogGetsOne) {
     EXPECT_EQ(sql("PRAGMA journal_mode"), "wal");
 }
 
-TEST_F(StoreFile, ThatIsLockedMakesWritersGiveUpAfterTwoSeconds) {
+TEST_F(StoreFile, ThatIsLockedFailsWritesAfterTwoSeconds) {
     const Session session = open();
     sqlite3* db = nullptr;
     ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
     const auto start = std::chrono::steady_clock::now();
     const auto write = [&] { EXPECT_EQ(hab_set_ascii(session.get(), "General", 0, "FSN", "1"), HAB_TIMEOUT); };
-    std::thread other(write);  // its wait for the handle counts, too
+    std::thread other(write);  // also waits for the handle
     write();
     other.join();
     const auto took = std::chrono::steady_clock::now() - start;
     EXPECT_GE(took, std::chrono::milliseconds(1990));
-    EXPECT_LT(took, std::chrono::milliseconds(3900)) << "one after the other";
+    EXPECT_LT(took, std::chrono::milliseconds(3900)) << "both waits share one deadline";
     EXPECT_EQ(textAt(session.get(), "General", 0, "FSN"), "");  // reads continue
     EXPECT_EQ(sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
     EXPECT_EQ(hab_set_ascii(session.get(), "General", 0, "FSN", "1"), HAB_OK);

@@ -11,7 +11,7 @@ namespace {
 
 using Values = SessionTest;
 
-TEST_F(Values, ComeBackAsTheyWereWritten) {
+TEST_F(Values, AreReadAsTheyWereWritten) {
     const auto expect_value = [this](auto set, auto get, const char* table, const char* field, auto value) {
         decltype(value) read{};
         EXPECT_EQ(set(s_, table, 0, field, value), HAB_OK) << field;
@@ -80,7 +80,7 @@ TEST_F(Values, AreTheirDefaultsUntilTheyAreWrittenUnderTheirExactName) {
     EXPECT_EQ(textAt(s_, "DALHNotifyCDUPDATE", 0, "IndexCD"), "12");
 }
 
-TEST_F(Values, AreRefusedWithTheStatusThatFits) {
+TEST_F(Values, AreRefusedWithTheRightStatus) {
     const std::string longest(4095, 'a');
     const Cases<int, int> cases{
         {HAB_OK, hab_set_ascii(s_, "CircleCfg", 0, "accessToken", longest.c_str())},
@@ -157,7 +157,7 @@ TEST_F(Values, AreReadFromTextStrictly) {
     EXPECT_EQ(mac[0], 0x0A);
 }
 
-TEST_F(Values, AreThoseOfTheLastCommitWhoeverMadeIt) {
+TEST_F(Values, AreThoseOfTheLastCommitByAnySession) {
     const Session other = open();
     const auto name = [this](int row) { return textAt(s_, "DeviceIdList", row, "DeviceDisplayName"); };
     const std::string update = "UPDATE hab_value SET value = 'foreign' WHERE row = 7";

@@ -15,7 +15,7 @@ inline int rounds(int few, int campaign) {
 
 // Prints the figures for this attack's line in the campaign.
 template <typename... Parts>
-void tell(const Parts&... parts) {
+void print_figures(const Parts&... parts) {
     std::cout << "figures: ";
     (std::cout << ... << parts) << std::endl;
 }

@@ -22,7 +22,8 @@ AgentProcess agentProcess() {
     if (!file) {
         return {errno == ENOENT ? AgentProcess::absent : AgentProcess::unreadable, 0, errno};
     }
-    // The agent holds a write lock on the file as long as it lives. The pid alone may belong to a different program by now.
+    // The agent holds a write lock on the file as long as it lives. The pid alone may belong to a different program by
+    // now.
     struct flock lock {};
     lock.l_type = F_RDLCK;
     lock.l_whence = SEEK_SET;

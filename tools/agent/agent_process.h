@@ -1,4 +1,5 @@
-// agent_process.h - determines from the pid file whether the agent runs on this machine. Sends it no signal. Any thread.
+// agent_process.h - determines from the pid file whether the agent runs on this machine. Sends it no signal. Any
+// thread.
 #pragma once
 
 #include <sys/types.h>
