@@ -1,4 +1,4 @@
-// One request, and one device record, in this process: the agent's code beside bare calls.
+// One request, and one device record, in this process: the agent's code compared with bare calls.
 
 #include <filesystem>
 #include <fstream>

@@ -156,7 +156,7 @@ void handle_event(const QueueHead& event, bool claimed) {
     if (type != nullptr) {
         type->push(*type, event.payload.c_str(), claimed);
     } else {
-        // The event stays at the head and blocks those behind it.
+        // The event stays at the head of the queue and blocks later ones.
         LOG_NOTICE("No Case Matched!\n");
         pause_for(durations().unknownEvent);
     }

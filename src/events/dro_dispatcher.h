@@ -12,8 +12,8 @@ using AfterPush = void (*)(const char* transaction);
 // only, before init_dispatcher.
 void after_push(const char* tag, AfterPush action);
 
-// Starts the dispatcher when the store marks it as supported. Returns 0; ends the process with status 1 when the thread
-// cannot be started. Called once at start-up, after InitQueue.
+// Starts the dispatcher when the store marks it as supported. Returns 0; exits the process with status 1 when the
+// thread cannot be started. Called once at start-up, after InitQueue.
 int init_dispatcher();
 
 // Stops the dispatcher, also in the middle of a push, and waits for its thread. Events in the queue remain there.

@@ -50,7 +50,7 @@ FixedText<32> __exec_binary_name;  // NOLINT(bugprone-reserved-identifier,cert-d
 std::atomic<int> bShutdown{0};
 sem_t shutdown_sem;
 // Never assigned: the pid file's descriptor is not kept, and shutdown closes descriptor 0 instead. The next start only
-// needs the file to be gone; the lock ends with the process.
+// needs the file to be removed; the kernel releases the lock when the process exits.
 int lfd = 0;
 
 FixedText<64> pid_path() {

@@ -5,9 +5,9 @@
 
 namespace dro {
 
-// The whole program. Returns 0 after an orderly shutdown and -1 for a wrong command line. A fatal start-up failure ends
-// the process with status 1. Other threads are still running on return, so the caller must end the process without
-// destructors.
+// The whole program. Returns 0 after an orderly shutdown and -1 for a wrong command line. A fatal start-up failure
+// exits the process with status 1. Other threads are still running on return, so the caller must end the process
+// without destructors.
 int droagent_main(int argc, char** argv);
 
 // Shuts down. `reason` determines what is released. Runs on the main thread, parked or during start-up.

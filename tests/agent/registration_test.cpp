@@ -261,7 +261,7 @@ class UnsetClock : public ProcessTest {
 
 // All pauses share one function and all monitor deadlines another, so one wait each covers them.
 TEST_F(UnsetClock, CertificatesAreNotValidYetAndNoWaitChanges) {
-    // The agent does not ask for a connection: the notice of that write could cause a second registration.
+    // The agent must not request a connection: the notice of that write could cause a second registration.
     store.set("JorvagentCfg.jorv_force_connection", "1");
     AgentProcess agent(store, launch);
     ASSERT_TRUE(agent.wait_for_link()) << agent.output();

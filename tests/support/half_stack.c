@@ -1,5 +1,5 @@
-// A preloaded library: each thread gets half of the stack that its starter asks for. A thread without such a request
-// ends the process.
+// A preloaded library: halves the stack size of each new thread. Exits the process when a thread is created without a
+// stack size.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <pthread.h>
