@@ -73,7 +73,7 @@ TEST_F(LabTest, OperationsReportInvalidArguments) {
                   "\"" + wrong + "\" is neither HH:MM:SS nor null");
     }
     EXPECT_EQ(act("send", R"({"command":"BLOCK_CD","data":"[]","timeoutMs":"1"})").text,
-              "the data is no JSON object: []");
+              "the data is not a JSON object: []");
     for (const auto& [operation, arguments] :
          dro_test::Cases<const char*, const char*>{{"device", R"({"action":"offline","name":"nobody"})"},
                                                    {"devices", R"({"count":"257"})"},
