@@ -43,8 +43,8 @@ void open_again(int descriptor) {
 bool try_write(int descriptor, std::string_view text) {
     ssize_t written = send(descriptor, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (written < 0 && errno == ENOTSOCK) {
-        // The description may still be blocking. A writable pipe accepts PIPE_BUF bytes without blocking, unless another
-        // writer uses the space first; the write then waits for the reader.
+        // The description may still be blocking. A writable pipe accepts PIPE_BUF bytes without blocking. If another
+        // writer uses that space first, the write waits for the reader.
         pollfd output{descriptor, POLLOUT, 0};
         written = poll(&output, 1, 0) > 0 ? write(descriptor, text.data(), text.size()) : -1;
     }
