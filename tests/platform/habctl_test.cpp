@@ -101,7 +101,7 @@ TEST_F(Habctl, LoadsWhatItDumpsAllOrNothing) {
     ASSERT_EQ(habctl({"set", "General.DeviceName", "K\xFC\xFC \xEF\xBF\xBD \xE2\x82"}).status, 0);
     const Outcome outcome = habctl({"dump", "--json"});
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.errors, "habctl: General.DeviceName@0: not UTF-8, other bytes are replaced\n");
+    EXPECT_EQ(outcome.errors, "habctl: General.DeviceName@0: bytes that are not UTF-8 are replaced\n");
     EXPECT_THAT(outcome.output, HasSubstr("\"K\xEF\xBF\xBD\xEF\xBF\xBD \xEF\xBF\xBD \xEF\xBF\xBD\""));
 }
 
