@@ -23,33 +23,11 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-// Sends a message until the agent accepts it and closes the connection. When the backlog is full, the kernel may drop a
-// connection that the client considers established. Returns the number of attempts.
-int deliver(const std::string& message) {
-    for (int times = 1;; ++times) {
-        const int descriptor = connect_to(kNotificationPort);
-        char none = 0;
-        const bool taken = send(descriptor, message.data(), message.size(), MSG_NOSIGNAL) > 0 &&
-                           shutdown(descriptor, SHUT_WR) == 0 && recv(descriptor, &none, 1, 0) == 0;
-        close(descriptor);
-        if (taken || times == 100) {
-            return times;
-        }
-    }
-}
-
 // A random delay, not a wait for an event.
 void some_time(milliseconds longest) {
     static thread_local std::mt19937 random{std::random_device{}()};
     std::uniform_int_distribution<long> choose(0, std::chrono::microseconds(longest).count());
     std::this_thread::sleep_for(std::chrono::microseconds(choose(random)));
-}
-
-std::pair<std::ptrdiff_t, std::ptrdiff_t> threads_and_descriptors(const AgentProcess& agent) {
-    const auto count = [folder = "/proc/" + std::to_string(agent.pid())](const char* what) {
-        return std::distance(fs::directory_iterator(folder + what), fs::directory_iterator());
-    };
-    return {count("/task"), count("/fd")};
 }
 
 class Attacks : public ProcessTest {
@@ -72,10 +50,10 @@ class Attacks : public ProcessTest {
     // The agent's idle resource use after its first command.
     auto idle(const AgentProcess& agent) {
         EXPECT_TRUE(agent.wait_for_link()) << agent.output();
-        const auto threads = threads_and_descriptors(agent).first;
+        const auto threads = agent.threads_and_descriptors().first;
         expect_answer();
-        EXPECT_TRUE(eventually([&] { return threads_and_descriptors(agent).first == threads; }));
-        return threads_and_descriptors(agent);
+        EXPECT_TRUE(eventually([&] { return agent.threads_and_descriptors().first == threads; }));
+        return agent.threads_and_descriptors();
     }
 
     int number_ = 0;
@@ -192,7 +170,7 @@ TEST_F(Attacks, AHostileConnectorDelaysOthersOnlyBriefly) {
     }
     close(slow);
     EXPECT_TRUE(eventually([this] { return acknowledged(number_); }));
-    EXPECT_TRUE(eventually([&] { return threads_and_descriptors(agent) == before; }));
+    EXPECT_TRUE(eventually([&] { return agent.threads_and_descriptors() == before; }));
     expect_prompt_end(agent);
 }
 
@@ -265,7 +243,7 @@ TEST_F(Attacks, ManySignalsAndConcurrentCommandsLeaveNoThreadsOrDescriptors) {
         }
     }
     EXPECT_EQ(cloud.wait_for(together, "transactionAck/").size(), together);
-    EXPECT_TRUE(eventually([&] { return threads_and_descriptors(agent) == before; }));
+    EXPECT_TRUE(eventually([&] { return agent.threads_and_descriptors() == before; }));
     expect_prompt_end(agent);
     print_figures(commands, " commands, ", signals, " signals, ", together, " at once");
 }
@@ -292,7 +270,7 @@ TEST_F(Attacks, AStalledCloudLimitsTheThreads) {
     for (int i = 0; i < times; ++i) {
         deliver(kFetch);
         store.set("DALHNotifyCDIL.CDILstatus", "complete");
-        most = std::max(most, threads_and_descriptors(agent).first - before);
+        most = std::max(most, agent.threads_and_descriptors().first - before);
     }
     deliver(R"({"UUID":"a","cmd":"ACTIVATE_CIRCLE","data":{"overRide":1}})");
     for (const std::string what : {"cdilTimeout", "CDIL", "CircleAct"}) {
@@ -302,7 +280,7 @@ TEST_F(Attacks, AStalledCloudLimitsTheThreads) {
     EXPECT_LE(most, 256 + 51) << "256 places and 51 receivers of messages";
     cloud.answer_all(kAccepted);
     cloud.release();
-    EXPECT_TRUE(eventually([&] { return threads_and_descriptors(agent).first == before; }));
+    EXPECT_TRUE(eventually([&] { return agent.threads_and_descriptors().first == before; }));
     const std::size_t watches = agent.log().count(kWatching);
     deliver(kFetch);
     EXPECT_TRUE(agent.log().wait_for(kWatching, watches + 1)) << "the places are free again";

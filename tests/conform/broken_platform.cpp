@@ -49,7 +49,7 @@ void awaitAtMost(int milliseconds, const std::function<bool()>& condition) {
     }
 }
 const int kSlow = dro_test::rounds(10, 100);  // milliseconds
-constexpr int kLong = 7000;         // milliseconds: longer than a check waits, shorter than its time limit
+constexpr int kLong = 7000;                   // milliseconds: longer than a check waits, shorter than its time limit
 
 std::atomic<int> g_started{0};  // handlers
 std::atomic<int> g_finished{0};

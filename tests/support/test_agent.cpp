@@ -87,6 +87,13 @@ std::optional<int> AgentProcess::wait_exit(std::chrono::milliseconds patience) {
     return status_;
 }
 
+std::pair<std::ptrdiff_t, std::ptrdiff_t> AgentProcess::threads_and_descriptors() const {
+    const auto count = [folder = "/proc/" + std::to_string(pid_)](const char* what) {
+        return std::distance(std::filesystem::directory_iterator(folder + what), std::filesystem::directory_iterator());
+    };
+    return {count("/task"), count("/fd")};
+}
+
 std::chrono::milliseconds expect_prompt_end(AgentProcess& agent) {
     using Clock = std::chrono::steady_clock;
     const auto start = Clock::now();
@@ -131,6 +138,19 @@ bool send_message(int port, std::string_view message) {
     const ssize_t sent = send(descriptor, message.data(), message.size(), MSG_NOSIGNAL);
     close(descriptor);
     return sent == static_cast<ssize_t>(message.size());
+}
+
+int deliver(const std::string& message) {
+    for (int times = 1;; ++times) {
+        const int descriptor = connect_to(kNotificationPort);
+        char none = 0;
+        const bool taken = send(descriptor, message.data(), message.size(), MSG_NOSIGNAL) > 0 &&
+                           shutdown(descriptor, SHUT_WR) == 0 && recv(descriptor, &none, 1, 0) == 0;
+        close(descriptor);
+        if (taken || times == 100) {
+            return times;
+        }
+    }
 }
 
 int occupy(int port) {

@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <utility>
 
 #include "agent_log.h"
 #include "test_cloud.h"
@@ -49,6 +50,9 @@ class AgentProcess {
     std::string output() const { return file_text(output_path_); }
     const AgentLog& log() const { return log_; }
 
+    // The numbers of its threads and open descriptors.
+    std::pair<std::ptrdiff_t, std::ptrdiff_t> threads_and_descriptors() const;
+
  private:
     std::string output_path_;
     AgentLog log_;
@@ -82,6 +86,9 @@ std::string block_address(int number);
 int connect_to(int port, in_addr_t address = INADDR_LOOPBACK);
 // Sends one message on its own connection, as the connector does. False when it is not accepted.
 bool send_message(int port, std::string_view message);
+// Sends a command until the agent accepts it and closes the connection. When the backlog is full, the kernel may drop a
+// connection that the client considers established. Returns the number of attempts.
+int deliver(const std::string& message);
 // A socket that listens on 127.0.0.1:`port` and never answers. The caller owns it.
 int occupy(int port);
 
