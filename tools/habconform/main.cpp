@@ -31,19 +31,23 @@ Writes only fields that only the agent writes, and restores them. Does not run b
 Exit status: 0 when all properties hold, 1 when some do not, 2 when the checks could not run.
 )";
 
-// Text from the store or the library without control bytes.
-std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char byte) { return (byte >= 0 && byte < ' ') || byte == '\x7F'; }, '?');
-    return text;
+// Text from the store or the library, in printable characters; in JSON without those beyond ASCII.
+std::string escaped(const std::string& text) {
+    std::string shown;
+    for (const char byte : text) {
+        const auto number = static_cast<unsigned char>(byte);
+        const bool isPlain = number >= ' ' && number != 0x7F && byte != '\\';
+        std::array<char, 8> code{byte};
+        if (!isPlain || (options().json && (number > 0x7F || byte == '"'))) {
+            std::snprintf(code.data(), code.size(), options().json ? "\\u%04x" : "\\x%02x", number);
+        }
+        shown += code.data();
+    }
+    return shown;
 }
 
 std::string quoted(const std::string& text) {
-    std::string json;
-    for (const char byte : printable(text)) {
-        json += byte == '"' || byte == '\\' ? std::string("\\") + byte : std::string(1, byte);
-    }
-    return '"' + json + '"';
+    return '"' + escaped(text) + '"';
 }
 
 void print(const std::string& line) {
@@ -62,7 +66,7 @@ void printPlan(const SavedValues& saved) {
     std::string lines = saved.empty() ? "Writes nothing." : "Writes these fields, and restores their values:";
     for (const auto& [place, value] : saved) {
         json += (json.empty() ? "" : ", ") + quoted(textOf(place)) + ": " + quoted(value);
-        lines += "\n    " + textOf(place) + " = " + printable(value);
+        lines += "\n    " + textOf(place) + " = " + escaped(value);
     }
     print(options().json ? "{\"version\": \"" HABCONFORM_VERSION "\", \"writes\": {" + json + "}}" : lines);
 }
@@ -82,7 +86,7 @@ void printCheck(const Check& check, const Outcome& outcome, bool failed) {
     std::array<char, 32> start{};
     std::snprintf(start.data(), start.size(), "%-8s %-17s", failed ? "FAILS" : result.c_str(), check.name);
     print(start.data() + std::string(check.property) + (outcome.details.empty() ? "" : ": ") +
-          printable(outcome.details) + (failed ? std::string(". The agent: ") + check.consequence : ""));
+          escaped(outcome.details) + (failed ? std::string(". The agent: ") + check.consequence : ""));
 }
 
 // Why no check may run now; empty when they may.

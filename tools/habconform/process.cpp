@@ -163,6 +163,7 @@ Child startChild(const std::string& role) {
         const int out = fcntl(output[1], F_DUPFD_CLOEXEC, kReport + 1);
         dup2(in, kInput);
         dup2(out, kReport);
+        dup2(STDERR_FILENO, STDOUT_FILENO);  // what a library prints is no result
         execProgram(role);
         // An emulator may be unable to execute the program. Nothing has used the library yet in this process.
         close(input[1]);
