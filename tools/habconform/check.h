@@ -28,6 +28,7 @@ struct Check {
     const char* consequence;  // for the agent, when the property does not hold
     std::string (*run)();     // returns details, or throws Failed or Skipped
 };
+constexpr char kMembers = '\t';  // separates details from members for the check's line of JSON
 extern const std::vector<Check> kValueChecks;
 extern const std::vector<Check> kProcessChecks;
 extern const std::vector<Check> kNoticeChecks;

@@ -76,17 +76,19 @@ void printCheck(const Check& check, const Outcome& outcome, bool failed) {
                                : (check.kind & Check::stated) != 0 ? "stated"
                                : failed                            ? "fails"
                                                                    : "holds";
+    const auto end = std::min(outcome.details.find(kMembers), outcome.details.size());
+    const std::string details = outcome.details.substr(0, end);
     if (options().json) {
         print("{\"check\": " + quoted(check.name) + ", \"result\": " + quoted(result) +
-              ", \"property\": " + quoted(check.property) + ", \"found\": " + quoted(outcome.details) +
+              ", \"property\": " + quoted(check.property) + ", \"found\": " + quoted(details) +
               (failed ? ", \"consequence\": " + quoted(check.consequence) : "") +
-              (outcome.numbers.empty() ? "" : ", " + outcome.numbers) + "}");
+              (details == outcome.details ? "" : ", " + outcome.details.substr(end + 1)) + "}");
         return;
     }
     std::array<char, 32> start{};
     std::snprintf(start.data(), start.size(), "%-8s %-17s", failed ? "FAILS" : result.c_str(), check.name);
-    print(start.data() + std::string(check.property) + (outcome.details.empty() ? "" : ": ") +
-          escaped(outcome.details) + (failed ? std::string(". The agent: ") + check.consequence : ""));
+    print(start.data() + std::string(check.property) + (details.empty() ? "" : ": ") + escaped(details) +
+          (failed ? std::string(". The agent: ") + check.consequence : ""));
 }
 
 // Why no check may run now; empty when they may.
@@ -112,7 +114,7 @@ std::string reasonToSkip(const Check& check) {
 Outcome runCheck(const Check& check) {
     constexpr int kStressFactor = 20;
     if (const std::string reason = reasonToSkip(check); !reason.empty()) {
-        return {Outcome::skipped, reason, ""};
+        return {Outcome::skipped, reason};
     }
     return runChild(check.name, "", kLimit * ((check.kind & Check::stress) != 0 ? kStressFactor : 1));
 }
@@ -129,7 +131,7 @@ int runChecks(const std::string& saved) {
             continue;
         }
         problem = obstacle();
-        const Outcome outcome = problem.empty() ? runCheck(check) : Outcome{Outcome::stopped, "", ""};
+        const Outcome outcome = problem.empty() ? runCheck(check) : Outcome{Outcome::stopped, ""};
         if (outcome.result == Outcome::stopped) {
             problem = problem.empty() ? "interrupted" : problem;
             break;
@@ -139,11 +141,11 @@ int runChecks(const std::string& saved) {
         printCheck(check, outcome, fails);
         (outcome.result == Outcome::skipped ? skipped : fails ? failed : held) += judged ? 1 : 0;
     }
-    const auto count = [](int number, const char* word) {
-        return options().json ? quoted(word) + ": " + std::to_string(number) : std::to_string(number) + " " + word;
-    };
-    const std::string counts = count(held, "hold") + ", " + count(failed, "fail") + ", " + count(skipped, "skipped");
-    print(options().json ? "{" + counts + "}" : counts);
+    std::array<char, 64> counts{};
+    std::snprintf(counts.data(), counts.size(),
+                  options().json ? R"({"hold": %d, "fail": %d, "skipped": %d})" : "%d hold, %d fail, %d skipped", held,
+                  failed, skipped);
+    print(counts.data());
     if (const Outcome restored = runChild("restore", saved); restored.result != Outcome::holds) {
         problem += (problem.empty() ? "" : "; ") + restored.details;
     }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,15 +18,9 @@ namespace habconform {
 
 namespace {
 
-constexpr int kInput = 0;
-constexpr int kReport = 3;
+constexpr int kSocket = 3;  // of a child process
 
 volatile std::sig_atomic_t g_interrupted = 0;
-
-std::string& numbers() {
-    static std::string only;
-    return only;
-}
 
 void send(int descriptor, const std::string& bytes) {
     for (std::size_t sent = 0; sent < bytes.size();) {
@@ -62,7 +57,7 @@ std::string saveValues() {
 // Writes the values that differ.
 std::string restoreValues() {
     std::string saved;
-    while (receive(kInput, saved)) {
+    while (receive(kSocket, saved)) {
     }
     std::string different;
     const Session session = openSession();
@@ -121,17 +116,13 @@ std::vector<Check> allChecks() {
 }
 
 void state(const std::string& details) {
-    send(kReport, details);
-}
-
-void setNumbers(const std::string& members) {
-    numbers() = members;
+    send(kSocket, details);
 }
 
 int runRole() {
     const std::string& role = options().role;
     if (role == "writer") {
-        return runWriter(kInput, kReport);
+        return runWriter(kSocket);
     }
     Outcome::Result result = Outcome::holds;
     std::string details;
@@ -144,53 +135,46 @@ int runRole() {
         result = Outcome::fails;
         details = failure.what();
     }
-    send(kReport, details + '\0' + static_cast<char>(result) + numbers());
+    send(kSocket, details + '\0' + static_cast<char>(result));
     return 0;
 }
 
 Child startChild(const std::string& role) {
-    std::array<int, 2> input{};
-    std::array<int, 2> output{};
-    require(pipe2(input.data(), O_CLOEXEC) == 0 && pipe2(output.data(), O_CLOEXEC) == 0, "no more pipes");
+    std::array<int, 2> ends{};
+    require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) == 0, "no more sockets");
     const pid_t id = fork();
     require(id >= 0, "no more processes");
     if (id == 0) {
         if (role != "writer") {
             setpgid(0, 0);  // the writer belongs to its check
         }
-        // First above every descriptor that is set.
-        const int in = fcntl(input[0], F_DUPFD_CLOEXEC, kReport + 1);
-        const int out = fcntl(output[1], F_DUPFD_CLOEXEC, kReport + 1);
-        dup2(in, kInput);
-        dup2(out, kReport);
-        dup2(STDERR_FILENO, STDOUT_FILENO);  // what a library prints is no result
+        dup2(fcntl(ends[1], F_DUPFD_CLOEXEC, kSocket + 1), kSocket);  // never equal, so the copy survives execv
+        dup2(STDERR_FILENO, STDOUT_FILENO);                           // what a library prints is no result
         execProgram(role);
         // An emulator may be unable to execute the program. Nothing has used the library yet in this process.
-        close(input[1]);
-        close(output[0]);
+        close(ends[0]);
         options().role = role;
         _exit(runRole());
     }
     if (role != "writer") {
         setpgid(id, id);  // also here: whichever process comes first
     }
-    close(input[0]);
-    close(output[1]);
-    return {id, input[1], output[0]};
+    close(ends[1]);
+    return {id, ends[0]};
 }
 
 Outcome runChild(const std::string& role, const std::string& input, std::chrono::seconds limit) {
     constexpr int kSlice = 100;  // milliseconds until a signal is noticed
     const Child child = startChild(role);
-    send(child.input, input);
-    close(child.input);
+    send(child.socket, input);
+    shutdown(child.socket, SHUT_WR);
     const auto deadline = Clock::now() + limit;
     const auto stopped = [&role] { return interrupted() && role != "restore"; };
     std::string said;
     bool open = true;
     while (open && !stopped() && Clock::now() < deadline) {
-        pollfd ready{child.output, POLLIN, 0};
-        open = poll(&ready, 1, kSlice) <= 0 || receive(child.output, said);
+        pollfd ready{child.socket, POLLIN, 0};
+        open = poll(&ready, 1, kSlice) <= 0 || receive(child.socket, said);
     }
     if (open) {
         kill(-child.id, SIGKILL);
@@ -199,15 +183,15 @@ Outcome runChild(const std::string& role, const std::string& input, std::chrono:
     while (waitpid(child.id, &status, 0) < 0 && errno == EINTR) {
     }
     kill(-child.id, SIGKILL);  // what the check started
-    close(child.output);
+    close(child.socket);
     if (stopped()) {
-        return {Outcome::stopped, "", ""};
+        return {Outcome::stopped, ""};
     }
     if (const auto end = said.rfind('\0'); end != std::string::npos && end + 1 < said.size()) {
-        return {static_cast<Outcome::Result>(said[end + 1]), said.substr(0, end), said.substr(end + 2)};
+        return {static_cast<Outcome::Result>(said[end + 1]), said.substr(0, end)};
     }
     const std::string cause = open ? "no result within " + std::to_string(limit.count()) + " s" : causeOf(status);
-    return {Outcome::fails, said + (said.empty() ? "" : ", ") + cause, ""};
+    return {Outcome::fails, said + (said.empty() ? "" : ", ") + cause};
 }
 
 SavedValues savedValues(const std::string& report) {

@@ -25,25 +25,22 @@ struct Options {
 Options& options();
 std::vector<Check> allChecks();
 
-// Starts this program in a role. The new process reads descriptor 0 and reports on descriptor 3.
+// Starts this program in a role, with a socket to it.
 struct Child {
     pid_t id;
-    int input;
-    int output;
+    int socket;
 };
 Child startChild(const std::string& role);
 
 // Runs the role of options() in this process. Returns the exit status.
 int runRole();
 
-// In a check: adds details now, for a check that may crash before it returns, or members to its line of JSON.
+// Reports details of a check that may crash before it returns.
 void state(const std::string& details);
-void setNumbers(const std::string& members);
 
 struct Outcome {
     enum Result : char { holds = 'h', fails = 'f', skipped = 's', stopped = 'x' } result;
     std::string details;
-    std::string numbers;  // members of a JSON object
 };
 // Runs a role with `input` and waits for its report, at most `limit`; then kills its process group. Returns `stopped`
 // after SIGINT, SIGTERM or SIGHUP, except in the role "restore".

@@ -58,19 +58,21 @@ std::string textOf(double microseconds) {
     return text.data();
 }
 
-// Median and 99th percentile, also as members of the line of JSON.
+// Median and 99th percentile.
 struct Figures {
     double median;
-    std::string text;
+    double high;
+
+    // Details that start with the figures, and members for the line of JSON.
+    std::string with(const std::string& details) const {
+        std::array<char, 80> members{};
+        std::snprintf(members.data(), members.size(), R"("median_us": %.1f, "p99_us": %.1f)", median, high);
+        return "median " + textOf(median) + ", 99th percentile " + textOf(high) + details + kMembers + members.data();
+    }
 };
 Figures figuresOf(std::vector<double> samples) {
     std::sort(samples.begin(), samples.end());
-    const double median = samples[samples.size() / 2];
-    const double high = samples[samples.size() * 99 / 100];
-    std::array<char, 80> members{};
-    std::snprintf(members.data(), members.size(), R"("median_us": %.1f, "p99_us": %.1f)", median, high);
-    setNumbers(members.data());
-    return {median, "median " + textOf(median) + ", 99th percentile " + textOf(high)};
+    return {samples[samples.size() / 2], samples[samples.size() * 99 / 100]};
 }
 
 // Times `call` with 0, 1, ..., up to `most` times or two seconds.
@@ -98,8 +100,8 @@ std::string readTime() {
         get(session.get(), {&field, static_cast<int>(i / ofDevices.size()), field.name});
     });
     const double list = figures.median * kReadsOfAList;
-    return figures.text + "; the agent reads a list of 256 devices in " + textOf(list) +
-           (list < kListWatch ? "" : ", TOO LONG:") + " of the 20 s until a requested list has failed";
+    return figures.with("; the agent reads a list of 256 devices in " + textOf(list) +
+                        (list < kListWatch ? "" : ", TOO LONG:") + " of the 20 s until a requested list has failed");
 }
 
 std::string writeTime() {
@@ -112,8 +114,8 @@ std::string writeTime() {
         write(i);
     });
     const Figures figures = timed(100, write);
-    return figures.text + "; a command on 20 devices is written in " + textOf(figures.median * kWritesOfABulkCommand) +
-           "; a device that changes within " + textOf(reset.median) + " of another one is missed";
+    return figures.with("; a command on 20 devices is written in " + textOf(figures.median * kWritesOfABulkCommand) +
+                        "; a device that changes within " + textOf(reset.median) + " of another one is missed");
 }
 
 std::string noticeTime() {
@@ -125,8 +127,8 @@ std::string noticeTime() {
         require(seen.size() == i + 1, "a notice is missing");
         delays.push_back(Microseconds(seen.back().at - began).count());
     });
-    return figuresOf(delays).text +
-           " from the write of another process to the handler, of the 20 s (list) or 75 s (Circle) for an answer";
+    return figuresOf(delays).with(
+        " from the write of another process to the handler, of the 20 s (list) or 75 s (Circle) for an answer");
 }
 
 }  // namespace

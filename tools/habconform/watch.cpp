@@ -10,16 +10,6 @@
 
 namespace habconform {
 
-namespace {
-
-// What the second process reports of a write.
-struct Written {
-    std::int64_t began;
-    std::int64_t status;
-};
-
-}  // namespace
-
 // Never freed: a handler may outlive its session.
 struct Watch::Inbox {
     std::vector<Place> places;
@@ -35,11 +25,8 @@ struct Watch::Inbox {
     }
 };
 
-Watch::Watch(Handler handler, std::vector<Place> places) : inbox_(*new Inbox) {
-    const Child writer = startChild("writer");
-    input_ = writer.input;
-    output_ = writer.output;
-    session_ = openSession();
+Watch::Watch(Handler handler, std::vector<Place> places)
+    : writer_(startChild("writer").socket), session_(openSession()), inbox_(*new Inbox) {
     inbox_.places = std::move(places);
     inbox_.handler = std::move(handler);
     inbox_.session = session();
@@ -87,26 +74,27 @@ std::size_t Watch::placeOf(unsigned number) {
 
 std::vector<Clock::time_point> Watch::write(unsigned first, unsigned count) const {
     const std::array<unsigned, 2> order{first, count};
-    require(::write(input_, order.data(), sizeof order) == sizeof order, "the second process has ended");
+    require(::write(writer_, order.data(), sizeof order) == sizeof order, "the second process has ended");
     std::vector<Clock::time_point> begins;
-    for (Written written{}; begins.size() < count;) {
-        require(read(output_, &written, sizeof written) == sizeof written, "the second process has ended");
-        requireDone(static_cast<int>(written.status), "a write of the second process");
-        begins.emplace_back(Clock::duration(written.began));
+    for (std::int64_t began = 0; begins.size() < count;) {
+        require(read(writer_, &began, sizeof began) == sizeof began, "the second process has ended");
+        require(began >= 0, "a write of the second process returned status " + std::to_string(-began));
+        begins.emplace_back(Clock::duration(began));
     }
     return begins;
 }
 
-int runWriter(int input, int output) {
+int runWriter(int socket) {
     Session session;
-    for (std::array<unsigned, 2> order{}; read(input, order.data(), sizeof order) == sizeof order;) {
+    for (std::array<unsigned, 2> order{}; read(socket, order.data(), sizeof order) == sizeof order;) {
         session = session ? std::move(session) : openSession();
         for (unsigned number = order[0]; number < order[0] + order[1]; ++number) {
             const Place& place = sequencePlaces()[Watch::placeOf(number)];
-            const auto began = Clock::now().time_since_epoch().count();
-            const int status = writeValue(session.get(), place, numbered(*place.field, number));
-            const Written written{began, status};
-            if (write(output, &written, sizeof written) != sizeof written) {
+            std::int64_t began = Clock::now().time_since_epoch().count();
+            if (const int status = writeValue(session.get(), place, numbered(*place.field, number)); status != HAB_OK) {
+                began = -status;
+            }
+            if (write(socket, &began, sizeof began) != sizeof began) {
                 return 1;
             }
         }

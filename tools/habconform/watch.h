@@ -35,13 +35,12 @@ class Watch {
     struct Inbox;
     static void onNotice(const char* table, int row, const char* field, void* context);
 
-    int input_;  // of the second process
-    int output_;
+    int writer_;  // socket of the second process
     Session session_;
     Inbox& inbox_;
 };
 
 // The second process: obeys Watch::write.
-int runWriter(int input, int output);
+int runWriter(int socket);
 
 }  // namespace habconform
