@@ -1,4 +1,5 @@
-// The cloud's answers: the first text of the input goes to every response handler, then all texts to a registration.
+// The cloud's answers: the first text of the input is passed to every response handler, then all texts to a
+// registration.
 #include "agent.h"
 #include "dro_circle.h"
 #include "dro_generic_cloud_push.h"

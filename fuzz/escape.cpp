@@ -1,4 +1,4 @@
-// Texts for a JSON string: the result parses to the input, without the bytes that the cloud rejects.
+// Escapes texts for a JSON string. The result parses to the input, without the bytes that the cloud rejects.
 #include <cJSON.h>
 
 #include <algorithm>

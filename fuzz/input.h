@@ -10,7 +10,7 @@
 namespace fuzz {
 
 inline std::string_view bytes(const std::uint8_t* data, std::size_t size) {
-    return {reinterpret_cast<const char*>(data), size};  // NOLINT(*-reinterpret-cast): what libFuzzer hands over
+    return {reinterpret_cast<const char*>(data), size};  // NOLINT(*-reinterpret-cast): the input from libFuzzer
 }
 
 // The parts of `input` between NUL bytes; at least one.

@@ -110,7 +110,7 @@ void check_records() {
     }
 }
 
-// Pushes an event as the dispatcher does. A list that was not cut is valid JSON whatever its values.
+// Pushes an event as the dispatcher does. A list that was not truncated is valid JSON whatever its values.
 void push(const dro::QueueHead& event) {
     if (event.type == "CDIL") {
         const dro::Json list(cJSON_Parse(event.payload.c_str()));

@@ -51,7 +51,7 @@ struct Bench {
                 fuzz::require(hab_host_set_text(session.get(), kept.table, 0, kept.field, kept.text) == HAB_OK);
             }
         }
-        good = dro_test::file_text(folder.path());  // complete, because nobody has it open any more
+        good = dro_test::file_text(folder.path());  // complete, because no session has it open
         setenv("HAB_STORE", path.c_str(), 1);
     }
 };

@@ -10,7 +10,8 @@ inline constexpr unsigned kAckSuccess = 1;
 // attempt was answered, else 0 (also when the cloud refused it).
 int sendTransactionACK(const char* transactionId, unsigned status, const char* failureReason);
 
-// Evaluates the answer to an acknowledgement: 0 accepted, -1 refused or unknown, 1 no JSON or no status.
+// Evaluates the answer to an acknowledgement. Returns 0 for accepted, -1 for refused or unknown, 1 when it is not JSON
+// or has no status.
 int processTransAckApiResponse(const char* response);
 
 // Writes the Circle service's acknowledged state to the store.

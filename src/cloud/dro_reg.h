@@ -28,6 +28,7 @@ void alarm_function(unsigned seconds);
 // alarm for the next day.
 void alarmcallback(int signal);
 
+// Converts hours, minutes and seconds to seconds. Any values are allowed; the result wraps around on overflow.
 int convert_time(int hours, int minutes, int seconds);
 
 // Current second of the day, in UTC and in local time.

@@ -1,5 +1,5 @@
-// The host libraries with one fault, named by BROKEN: the check that must find it, and "/" and a variant where a check
-// has several. The linker's --wrap sends habconform's calls here.
+// The host libraries with one fault. BROKEN names it: the check that must find it, followed by "/" and a variant when
+// the check has several faults. The linker's --wrap redirects habconform's calls to this file.
 #include <fcntl.h>
 #include <habdynlog.h>
 #include <hablib.h>
@@ -24,7 +24,7 @@
 
 namespace {
 
-// With the fault chosen, runs the statements when the condition holds.
+// Runs the statements when the fault is chosen and the condition holds.
 #define FAULT(NAME, CONDITION, ...)    \
     if (broken(NAME) && (CONDITION)) { \
         __VA_ARGS__;                   \
@@ -51,7 +51,7 @@ void awaitAtMost(int milliseconds, const std::function<bool()>& condition) {
 const int kSlow = dro_test::rounds(10, 100);  // milliseconds
 constexpr int kLong = 7000;                   // milliseconds: longer than a check waits, shorter than its time limit
 
-std::atomic<int> g_started{0};  // handlers
+std::atomic<int> g_started{0};  // handler calls
 std::atomic<int> g_finished{0};
 std::atomic<int> g_writers{0};
 std::atomic<int> g_loggers{0};
@@ -63,7 +63,7 @@ thread_local bool t_inHandler = false;
 struct Subscription {
     hab_notice_handler handler;
     void* context;
-    int session;  // in the order of their opening
+    int session;  // numbered in the order of opening
 };
 
 void deliver(const Subscription& to, const char* table, int row, const char* field) {
@@ -74,7 +74,7 @@ void deliver(const Subscription& to, const char* table, int row, const char* fie
     t_inHandler = false;
 }
 
-// Waits for the handler at most `milliseconds`.
+// Delivers a notice on its own thread. Waits for the handler at most `milliseconds`.
 void deliverOnThread(const Subscription& to, const std::string& table, int row, const std::string& field,
                      std::size_t stack, int milliseconds) {
     auto& done = *new std::atomic<bool>(false);
@@ -128,7 +128,7 @@ int readWith(hab_session* session, const char* table, int row, const char* field
     return read(table);
 }
 
-// As readWith.
+// Runs a write, with the faults that do not depend on its type.
 template <typename Write>
 int writeWith(Write write) {
     const int started = g_started;

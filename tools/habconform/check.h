@@ -1,4 +1,4 @@
-// check.h - what checks are made of. A check runs in a process of its own; any of its threads may call.
+// check.h - types and helpers of checks. A check runs in a process of its own; any of its threads may call them.
 #pragma once
 
 #include <hablib.h>
@@ -18,7 +18,7 @@ namespace habconform {
 struct Check {
     enum Kind : unsigned {
         reads = 0,
-        writes = 1,  // needs fields that it may write
+        writes = 1,  // requires writable fields
         stated = 2,  // its result is printed, not judged
         stress = 4,  // writes thousands of times
     };
@@ -45,7 +45,7 @@ void requireDone(int status, const std::string& call);  // requires HAB_OK
 
 using Clock = std::chrono::steady_clock;
 
-// How long a check waits for an event before it counts as missing, and how long it may take altogether.
+// The time after which a check treats an event as missing, and the time limit of a whole check.
 constexpr std::chrono::seconds kPatience{5};
 constexpr std::chrono::seconds kLimit{30};
 
@@ -61,7 +61,7 @@ bool eventually(Condition condition, std::chrono::milliseconds patience = kPatie
     return true;
 }
 
-// Runs `work` with 0, 1, ... on threads of its own, and waits for them.
+// Runs `work(0)` to `work(count - 1)`, each on its own thread, and waits for them.
 void onThreads(unsigned count, const std::function<void(unsigned)>& work);
 
 struct EndSession {
@@ -81,7 +81,8 @@ const std::vector<Place>& sequencePlaces();
 void set(hab_session* session, const Place& place, const std::string& value);
 std::string get(hab_session* session, const Place& place);
 
-// The first of the numbers whose values a check writes. Checks near in time have different ones.
+// Returns the first of the numbers whose values a check writes. Checks that run shortly after one another get different
+// numbers.
 unsigned freshNumber();
 
 }  // namespace habconform

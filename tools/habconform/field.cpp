@@ -25,7 +25,7 @@ std::string textOfMac(const Mac& mac) {
     return text.data();
 }
 
-// Does not use the library, whose parser is under test.
+// Parses a MAC address without the library, whose parser is under test.
 Mac macOf(const std::string& text) {
     Mac mac{};
     for (std::size_t i = 0; i < mac.size() && 3 * i < text.size(); ++i) {

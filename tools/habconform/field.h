@@ -1,4 +1,4 @@
-// field.h - the fields that the agent uses, and their values as text, each read and written with its own type. Any
+// field.h - the fields that the agent uses. Each is read and written with its own type; its value is text here. Any
 // thread.
 #pragma once
 
@@ -28,7 +28,7 @@ struct Field {
     const char* alias;  // second spelling, or ""
     Type type;
     std::size_t longest;  // bytes of the longest text without the NUL
-    const char* words;    // of an enum: those that the agent writes, separated by blanks
+    const char* words;    // of an enum: the values that the agent writes, separated by blanks
     Writes writes;
 };
 const std::vector<Field>& agentFields();
@@ -52,7 +52,7 @@ int writeValue(hab_session* session, const Place& place, const std::string& valu
 using TextGetter = int (*)(hab_session*, const char*, int, const char*, char*, std::size_t);
 constexpr std::array<TextGetter, 3> kTextGetters{hab_get_ascii, hab_get_string, hab_get_enum};
 
-// Returns a value for each number, a different one for each neighbour. MAC addresses increase with their number.
+// Returns a value for `number`. Consecutive numbers have different values. MAC addresses increase with their number.
 std::string numbered(const Field& field, unsigned number);
 
 // The values at the limits of the field's type. Empty for a type that the agent does not write.

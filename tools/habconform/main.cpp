@@ -31,7 +31,7 @@ Writes only fields that only the agent writes, and restores them. Does not run b
 Exit status: 0 when all properties hold, 1 when some do not, 2 when the checks could not run.
 )";
 
-// Text from the store or the library, in printable characters; in JSON without those beyond ASCII.
+// Escapes text from the store or the library so that it is printable, and in JSON also ASCII.
 std::string escaped(const std::string& text) {
     std::string shown;
     for (const char byte : text) {
@@ -60,7 +60,7 @@ int refuse(const std::string& problem) {
     return notRun;
 }
 
-// What will be written, with the values before.
+// Prints the fields that will be written, with their saved values.
 void printPlan(const SavedValues& saved) {
     std::string json;
     std::string lines = saved.empty() ? "Writes nothing." : "Writes these fields, and restores their values:";
@@ -91,7 +91,7 @@ void printCheck(const Check& check, const Outcome& outcome, bool failed) {
           (failed ? std::string(". The agent: ") + check.consequence : ""));
 }
 
-// Why no check may run now; empty when they may.
+// Returns the reason why no check may run now, or an empty text.
 std::string obstacle() {
     const tools::AgentProcess agent = tools::agentProcess();
     if (agent.state == tools::AgentProcess::running) {
@@ -103,7 +103,7 @@ std::string obstacle() {
     return interrupted() ? "interrupted" : "";
 }
 
-// Why these options leave a check out; empty when they do not.
+// Returns the reason why the options exclude a check, or an empty text.
 std::string reasonToSkip(const Check& check) {
     if ((check.kind & Check::writes) != 0 && options().readOnly) {
         return "it writes";
@@ -119,7 +119,7 @@ Outcome runCheck(const Check& check) {
     return runChild(check.name, "", kLimit * ((check.kind & Check::stress) != 0 ? kStressFactor : 1));
 }
 
-// Returns the exit status.
+// Runs the selected checks. Returns the exit status.
 int runChecks(const std::string& saved) {
     int held = 0;
     int failed = 0;
@@ -165,7 +165,7 @@ int run() {
     return runChecks(saved.details);
 }
 
-// Throws std::runtime_error.
+// Adds the checks of --only. Throws std::runtime_error for an unknown name.
 void addNames(const std::string& list) {
     const std::vector<Check> all = allChecks();
     std::istringstream names(list);

@@ -1,5 +1,5 @@
-// Change notices: which ones come, in what order, on which thread, and what a handler may do. State that handlers use
-// is never freed, since a handler may outlive its check.
+// Checks of change notices: their number, order and thread, and the calls that a handler may make. State that handlers
+// use is never freed, since a handler may outlive its check.
 #include <pthread.h>
 
 #include <algorithm>
@@ -55,7 +55,7 @@ std::string stress() {
 }
 
 std::string noticeOwn() {
-    // Those of the command line and one of each type.
+    // The scratch places of the command line, and one of each further type.
     std::vector<Place> places;
     for (const Place& place : scratchPlaces()) {
         const auto alike = [&place](const Place& one) { return one.field->type == place.field->type; };
@@ -66,7 +66,7 @@ std::string noticeOwn() {
     const Watch watch(nullptr, places);
     std::size_t written = 0;
     for (const Place& place : places) {
-        for (const unsigned number : {0U, 1U}) {  // a store may report only changes: one of two values is another one
+        for (const unsigned number : {0U, 1U}) {  // a store may report only changes; at least one value differs
             const std::string value = numbered(*place.field, freshNumber() + number);
             if (value != get(watch.session(), place)) {
                 set(watch.session(), place, value);
@@ -79,7 +79,7 @@ std::string noticeOwn() {
 }
 
 std::string noticeValue() {
-    // The numbers after those whose notices have arrived, by place.
+    // For each place, the number that follows the last one whose notice arrived.
     auto* next = new std::array<unsigned, 8>;
     next->fill(freshNumber());
     const unsigned end = freshNumber() + kWrites;
@@ -105,7 +105,7 @@ std::string noticeSessions() {
 }
 
 std::string noticeSerial() {
-    constexpr std::chrono::milliseconds kWait{1200};  // for a notice that must not come meanwhile
+    constexpr std::chrono::milliseconds kWait{1200};  // for a notice that must not arrive in this time
     auto& entered = *new std::atomic<int>(0);
     const Watch watch([&entered, kWait](hab_session*, const Notice&) {
         require(++entered > 1 || !eventually([&entered] { return entered > 1; }, kWait),
@@ -130,7 +130,7 @@ std::string handlerWrites() {
     return "";
 }
 
-// The handlers of the connector's state run the registration.
+// The agent registers in the handlers of the connector's state, which need this stack.
 std::string noticeStack() {
     constexpr std::size_t kNeeded = DRO_THREAD_STACK / 2;
     const Watch watch([](hab_session*, const Notice&) {
@@ -146,12 +146,12 @@ std::string noticeStack() {
     return "";
 }
 
-// Holds a handler until the check opens it.
+// Blocks a handler until the check opens the gate.
 struct Gate {
     std::atomic<bool> arrived{false};
     std::atomic<bool> open{false};
 
-    // False when the gate stays closed.
+    // Returns false when the gate remains closed.
     bool pass() {
         arrived = true;
         return eventually([this] { return open.load(); });

@@ -18,7 +18,7 @@ namespace habconform {
 
 namespace {
 
-constexpr int kSocket = 3;  // of a child process
+constexpr int kSocket = 3;  // the descriptor in a child process
 
 volatile std::sig_atomic_t g_interrupted = 0;
 
@@ -40,7 +40,7 @@ bool receive(int descriptor, std::string& bytes) {
     return count > 0;
 }
 
-// Of each scratch place: '+', its value, NUL; or '-' and NUL when it cannot be read.
+// Returns for each scratch place: '+', its value and NUL, or '-' and NUL when the value cannot be read.
 std::string saveValues() {
     std::string saved;
     const Session session = openSession();
@@ -54,7 +54,7 @@ std::string saveValues() {
     return saved;
 }
 
-// Writes the values that differ.
+// Writes the saved values that differ from the current ones.
 std::string restoreValues() {
     std::string saved;
     while (receive(kSocket, saved)) {
@@ -80,7 +80,7 @@ std::string runCheck(const std::string& name) {
     throw Failed("there is no check " + name);
 }
 
-// Executes this program again; returns when that is impossible.
+// Executes this program again. Returns only when that fails.
 void execProgram(const std::string& role) {
     std::array<char, 4096> path{};
     std::vector<std::string> words = options().words;
@@ -92,7 +92,7 @@ void execProgram(const std::string& role) {
     }
 }
 
-// Why a process ended without a report.
+// Returns the reason why a process ended without a report.
 std::string causeOf(int status) {
     if (WIFSIGNALED(status)) {
         return std::string("killed by signal ") + std::to_string(WTERMSIG(status)) + ", " + strsignal(WTERMSIG(status));
@@ -146,10 +146,10 @@ Child startChild(const std::string& role) {
     require(id >= 0, "no more processes");
     if (id == 0) {
         if (role != "writer") {
-            setpgid(0, 0);  // the writer belongs to its check
+            setpgid(0, 0);  // the writer stays in the process group of its check
         }
         dup2(fcntl(ends[1], F_DUPFD_CLOEXEC, kSocket + 1), kSocket);  // never equal, so the copy survives execv
-        dup2(STDERR_FILENO, STDOUT_FILENO);                           // what a library prints is no result
+        dup2(STDERR_FILENO, STDOUT_FILENO);                           // output of a library is not a result
         execProgram(role);
         // An emulator may be unable to execute the program. Nothing has used the library yet in this process.
         close(ends[0]);
@@ -157,7 +157,7 @@ Child startChild(const std::string& role) {
         _exit(runRole());
     }
     if (role != "writer") {
-        setpgid(id, id);  // also here: whichever process comes first
+        setpgid(id, id);  // in both processes, because either may run first
     }
     close(ends[1]);
     return {id, ends[0]};
@@ -182,7 +182,7 @@ Outcome runChild(const std::string& role, const std::string& input, std::chrono:
     int status = 0;
     while (waitpid(child.id, &status, 0) < 0 && errno == EINTR) {
     }
-    kill(-child.id, SIGKILL);  // what the check started
+    kill(-child.id, SIGKILL);  // the processes that the check started
     close(child.socket);
     if (stopped()) {
         return {Outcome::stopped, ""};
@@ -216,7 +216,7 @@ void catchSignals() {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         sigaction(signal, &action, nullptr);
     }
-    std::signal(SIGPIPE, SIG_IGN);  // values are restored also when the output is closed
+    std::signal(SIGPIPE, SIG_IGN);  // values are restored even when the output is closed
 }
 
 bool interrupted() {

@@ -118,7 +118,7 @@ std::string signals() {
     return "";
 }
 
-// What the lines become is not checked. Standard error, their place on some platforms, is closed to them.
+// Does not check where the lines are written. Some platforms write them to standard error, which is redirected.
 void logAll() {
     const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
     dup2(null, STDERR_FILENO);

@@ -1,4 +1,4 @@
-// What differs between platforms and is not judged: reports of unchanged writes, statuses, durations.
+// Properties that differ between platforms and are not judged: notices of unchanged values, statuses, durations.
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -63,7 +63,7 @@ struct Figures {
     double median;
     double high;
 
-    // Details that start with the figures, and members for the line of JSON.
+    // Returns the figures followed by `details`, and members for the line of JSON.
     std::string with(const std::string& details) const {
         std::array<char, 80> members{};
         std::snprintf(members.data(), members.size(), R"("median_us": %.1f, "p99_us": %.1f)", median, high);
@@ -75,7 +75,7 @@ Figures figuresOf(std::vector<double> samples) {
     return {samples[samples.size() / 2], samples[samples.size() * 99 / 100]};
 }
 
-// Times `call` with 0, 1, ..., up to `most` times or two seconds.
+// Measures `call(0)`, `call(1)`, ... for at most `most` calls or two seconds.
 Figures timed(unsigned most, const std::function<void(unsigned)>& call) {
     const auto end = Clock::now() + std::chrono::seconds(2);
     std::vector<double> samples;

@@ -24,7 +24,7 @@ void requireNone(const std::vector<std::string>& findings) {
     require(findings.empty(), text + (findings.size() > kShown ? "; ..." : ""));
 }
 
-// Reads the fields with at least `rows` rows, each in its last of them and under each of its names.
+// Reads every field with at least `rows` rows in its last row, under each of its names.
 void readAll(hab_session* session, int rows) {
     std::vector<std::string> findings;
     for (const Field& field : agentFields()) {
@@ -46,7 +46,7 @@ std::string fields() {
     return std::to_string(agentFields().size()) + " fields";
 }
 
-// A text buffer whose library's part is followed by guard bytes.
+// A text buffer for the library, followed by guard bytes.
 struct Buffer {
     static constexpr std::size_t kLength = 8;
     std::array<char, 64> bytes{};

@@ -28,7 +28,8 @@ class Watch {
     std::vector<Clock::time_point> write(unsigned first, unsigned count = 1) const;
     static std::size_t placeOf(unsigned number);
 
-    // Waits for `count` recorded notices, as long as new ones come. Returns all of them. Throws the handler's failure.
+    // Waits for `count` recorded notices, while new ones keep arriving. Returns all of them. Throws the handler's
+    // failure.
     std::vector<Notice> await(std::size_t count) const;
 
  private:
@@ -40,7 +41,7 @@ class Watch {
     Inbox& inbox_;
 };
 
-// The second process: obeys Watch::write.
+// Runs in the second process: executes the requests of Watch::write.
 int runWriter(int socket);
 
 }  // namespace habconform
