@@ -1,16 +1,10 @@
 #include "bell.h"
 
 #include <fcntl.h>
-#include <sys/inotify.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <cstddef>
-#include <cstring>
 #include <system_error>
-#include <utility>
 
 namespace hab {
 
@@ -49,56 +43,48 @@ FileDescriptor holdBell(const std::string& path, std::int64_t table) {
 }
 
 BellWatch::BellWatch(const std::string& path) : path_(path), watch_(newWatches()) {
-    watchPlace(watch_, path_);
-    watchBell(kBellForAll);
+    watchPlace(watch_, path_, 0);
+    add(kBellForAll);
 }
 
 void BellWatch::add(std::int64_t table) {
     const std::lock_guard lock(mutex_);
-    watchBell(table);
+    Bell bell;
+    watchBell(table, bell);
+    bells_.insert_or_assign(table, bell);
 }
 
-void BellWatch::watchBell(std::int64_t table) {
+void BellWatch::watchBell(std::int64_t table, Bell& bell) {
     // Closing the bell rings it. It stays open until the watch is set, so commits made before the watch are noticed
     // too.
-    const FileDescriptor bell = holdBell(path_, table);
-    if (!bell) {
+    const FileDescriptor file = holdBell(path_, table);
+    if (!file) {
         throw std::system_error(errno, std::generic_category(), "cannot make " + bellPath(path_, table));
     }
-    tables_.emplace(watchFile(watch_, bellPath(path_, table), IN_CLOSE_WRITE | kFileGone), table);
+    bell = {watchFile(watch_, bellPath(path_, table), IN_CLOSE_WRITE | kFileGone), false};
 }
 
-bool BellWatch::drain() {
-    alignas(inotify_event) std::array<char, 4096> events{};
+bool BellWatch::drain() noexcept {
     const std::lock_guard lock(mutex_);
-    // One read only: events that do not fit leave the descriptor readable.
-    const ssize_t size = read(watch_.get(), events.data(), events.size());
-    for (ssize_t at = 0; at < size;) {
-        inotify_event event{};
-        std::memcpy(&event, &events[static_cast<std::size_t>(at)], sizeof event);
-        at += static_cast<ssize_t>(sizeof event + event.len);
-        const auto bell = tables_.find(event.wd);
-        if (bell == tables_.end()) {
-            storeTouched_ = true;
-        } else if ((event.mask & IN_IGNORED) != 0) {
-            tables_.erase(bell);
-        } else if ((event.mask & kFileGone) != 0) {
-            gone_.insert(bell->second);
-        }
-        if ((event.mask & IN_Q_OVERFLOW) != 0) {
-            for (const auto& [watch, table] : tables_) {
-                gone_.insert(table);
+    eachEvent(watch_, [this](const inotify_event& event) {
+        bool ofBell = false;
+        for (auto& [table, bell] : bells_) {
+            if (bell.watch == event.wd || (event.mask & IN_Q_OVERFLOW) != 0) {
+                ofBell = true;
+                bell.gone = bell.gone || (event.mask & (kFileGone | IN_IGNORED | IN_Q_OVERFLOW)) != 0;
             }
         }
-    }
+        storeTouched_ = storeTouched_ || !ofBell || (event.mask & IN_Q_OVERFLOW) != 0;
+    });
     return storeTouched_;
 }
 
 void BellWatch::renew() {
     const std::lock_guard lock(mutex_);
-    // The watch on a removed bell remains until its last holder closes it.
-    for (const std::int64_t table : std::exchange(gone_, {})) {
-        watchBell(table);
+    for (auto& [table, bell] : bells_) {
+        if (bell.gone) {
+            watchBell(table, bell);  // the watch on the removed file remains until its last holder closes it
+        }
     }
 }
 

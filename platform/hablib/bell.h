@@ -4,10 +4,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <mutex>
-#include <set>
 #include <string>
-#include <unordered_map>
 
 #include "file_watch.h"
 
@@ -26,24 +25,28 @@ class BellWatch {
     // Watches the bell for all. Throws std::system_error when the watches cannot be set.
     explicit BellWatch(const std::string& path);
 
-    // Starts to watch a table's bell, which must not be watched yet. Throws std::system_error.
+    // Starts to watch a table's bell. Throws std::system_error and then does not watch it.
     void add(std::int64_t table);
 
     // The descriptor to poll. Readable when an event is pending.
     int get() const { return watch_.get(); }
     // Reads the pending events. Returns true from the first event on that may have replaced or removed the store file.
-    bool drain();
-    // Watches removed bells again after creating them. Throws std::system_error when a bell cannot be created.
+    bool drain() noexcept;
+    // Watches removed bells again after creating them. Throws std::system_error when that fails for one of them; a
+    // later call continues there.
     void renew();
 
  private:
-    void watchBell(std::int64_t table);
+    struct Bell {
+        int watch = -1;
+        bool gone = true;  // not watched, or removed
+    };
+    void watchBell(std::int64_t table, Bell& bell);
 
     const std::string path_;
     const FileDescriptor watch_;
     std::mutex mutex_;
-    std::unordered_map<int, std::int64_t> tables_;  // by watch number
-    std::set<std::int64_t> gone_;                   // tables whose bells were removed
+    std::map<std::int64_t, Bell> bells_;  // by table
     bool storeTouched_ = false;
 };
 

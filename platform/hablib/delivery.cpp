@@ -6,21 +6,20 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace hab {
 
 namespace {
 
-// Changes read from the journal at a time. The read transaction ends before a handler runs.
-constexpr std::size_t kBatch = 256;
-
-// Retry pauses after the store was locked or failed. Otherwise the thread runs only when an event wakes it.
-constexpr int kLockedPauseMs = 5;
-constexpr int kFailedPauseMs = 1000;
+// Pauses after a failure: each twice as long as the one before.
+constexpr std::chrono::milliseconds kFirstPause{10};
+constexpr std::chrono::milliseconds kLongestPause{2000};
 
 // Blocks all signals for the scope. Threads started in it inherit the mask, so signals reach only the program's
 // threads.
@@ -56,14 +55,10 @@ void startThread(void* (*body)(void*), void* argument) {
 
 }  // namespace
 
-std::int64_t lastPlace(Connection& connection) {
-    return connection.number("SELECT coalesce(max(seq), 0) FROM hab_journal");
-}
-
 std::shared_ptr<Delivery> Delivery::start(std::shared_ptr<Store> store) {
     std::unique_ptr<Connection> connection = store->connect();
     if (!connection) {
-        throw std::system_error(ENOENT, std::generic_category(), "the store is gone");
+        throw SqliteError(SQLITE_CANTOPEN, "the store is gone");
     }
     auto delivery = std::make_shared<Delivery>(std::move(store), std::move(connection));
     using Owner = std::unique_ptr<std::shared_ptr<Delivery>>;
@@ -85,19 +80,20 @@ Delivery::Delivery(std::shared_ptr<Store> store, std::unique_ptr<Connection> con
       connection_(std::move(connection)),
       watch_(store_->path()),
       wake_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
-      readJournal_(*connection_, "SELECT seq, field, row FROM hab_journal WHERE seq > ?1 ORDER BY seq LIMIT ?2"),
-      readValues_(*connection_, "SELECT seq, field, row FROM hab_value WHERE seq > ?1 ORDER BY seq"),
-      position_(lastPlace(*connection_)) {
+      changes_(*store_, *connection_),
+      failures_(store_->path(), "change notices are held up", "change notices continue; none was lost") {
     if (!wake_) {
         throw std::system_error(errno, std::generic_category(), "no more event descriptors");
     }
+    if (store_->lost()) {  // before the watch was set
+        throw SqliteError(SQLITE_CANTOPEN, "the store is gone");
+    }
 }
 
-void Delivery::listen(const Table& table, std::int64_t from) {
-    const std::lock_guard lock(mutex_);
-    if (!tables_.contains(&table)) {
+void Delivery::listen(const Table& table, Connection& connection) {
+    if (!changes_.has(table)) {
         watch_.add(table.id);
-        tables_.emplace(&table, from);
+        changes_.add(table, connection);
     }
 }
 
@@ -116,76 +112,42 @@ void Delivery::stop() {
 }
 
 void Delivery::run() {
-    Look last = Look::kDone;
-    try {
-        if (store_->lost(*connection_)) {
-            return;  // replaced before the watch was set
+    std::chrono::milliseconds pause{0};
+    for (bool going = true; going; going = going && await(pause)) {
+        try {
+            going = look();
+            failures_.succeeded();
+            pause = {};
+        } catch (const std::exception& error) {
+            failures_.failed(error.what());
+            pause = std::clamp(2 * pause, kFirstPause, kLongestPause);
         }
-        do {
-            last = look();
-        } while (last != Look::kEnd && wait(last));
-    } catch (const std::exception& error) {
-        store_->failed(std::string("change notices ended: ") + error.what());
     }
 }
 
-// Delivers everything committed so far. A locked store keeps the position, and run() retries.
-Delivery::Look Delivery::look() {
-    if (watch_.drain() && store_->lost(*connection_)) {
-        return Look::kEnd;
+// Delivers everything committed so far. Returns false when the session is closed or the store is lost. An exception
+// loses no notice: the next call continues.
+bool Delivery::look() {
+    if (watch_.drain() && store_->lost()) {
+        return false;
     }
     watch_.renew();
     std::vector<Notice> notices;
+    Changes::Fetch fetched{};
     do {
-        if (const Look fetched = fetch(notices); fetched != Look::kDone) {
-            return fetched;
-        }
+        connection_->waitUntil(Clock::now());
+        fetched = changes_.fetch(notices);
         for (const Notice& notice : notices) {
             if (!deliver(notice)) {
-                return Look::kEnd;
+                return false;
             }
-            position_ = notice.place;
         }
-    } while (notices.size() >= kBatch);  // later commits ring again
-    return Look::kDone;
+    } while (fetched == Changes::Fetch::kSome);  // later commits ring again
+    return fetched == Changes::Fetch::kAll;
 }
 
-Delivery::Look Delivery::fetch(std::vector<Notice>& notices) {
-    notices.clear();
-    try {
-        connection_->waitUntil(Clock::now());
-        const Run run(readJournal_);
-        readJournal_.bind(1, position_).bind(2, static_cast<std::int64_t>(kBatch));
-        while (readJournal_.next()) {
-            notices.push_back(
-                {readJournal_.number(0), readJournal_.number(1), static_cast<int>(readJournal_.number(2))});
-        }
-        if (!notices.empty() && notices.front().place != position_ + 1) {
-            fetchMissed(notices);
-        }
-        return Look::kDone;
-    } catch (const SqliteError& error) {
-        if (statusOf(error.code()) == HAB_TIMEOUT) {
-            return Look::kLocked;
-        }
-        store_->failed(std::string("change notices are held up: ") + error.what());
-        return Look::kFailed;
-    }
-}
-
-// The journal was trimmed past our position. One notice per value written since then replaces the lost changes.
-void Delivery::fetchMissed(std::vector<Notice>& notices) {
-    notices.clear();
-    const Run run(readValues_);
-    readValues_.bind(1, position_);
-    while (readValues_.next()) {
-        notices.push_back({readValues_.number(0), readValues_.number(1), static_cast<int>(readValues_.number(2))});
-    }
-}
-
-// Calls the handler when the session subscribed to the change's table. Returns false when the session is closed.
+// Calls the handler. Returns false when the session is closed.
 bool Delivery::deliver(const Notice& notice) {
-    const Field* field = store_->schema().field(notice.field);
     hab_notice_handler handler = nullptr;
     void* context = nullptr;
     {
@@ -193,27 +155,21 @@ bool Delivery::deliver(const Notice& notice) {
         if (stopped_) {
             return false;
         }
-        const auto table = field == nullptr ? tables_.end() : tables_.find(field->table);
-        if (table == tables_.end() || notice.place <= table->second) {
-            return true;
-        }
         handler = handler_;
         context = context_;
     }
     if (handler != nullptr) {
-        handler(field->table->name.c_str(), notice.row, field->name.c_str(), context);
+        handler(notice.field->table->name.c_str(), notice.row, notice.field->name.c_str(), context);
     }
     return true;
 }
 
-// Waits for an event or the retry pause. Returns false when the session is closed.
-bool Delivery::wait(Look last) {
-    std::array<pollfd, 2> ready{{{watch_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}}};
-    const int pause = last == Look::kLocked ? kLockedPauseMs : last == Look::kFailed ? kFailedPauseMs : -1;
-    while (poll(ready.data(), ready.size(), pause) < 0) {
-        if (errno != EINTR) {
-            throw std::system_error(errno, std::generic_category(), "poll");
-        }
+// Waits for an event or, after a failure, for the pause. Returns false when the session is closed.
+bool Delivery::await(std::chrono::milliseconds pause) {
+    const bool failed = pause.count() > 0;
+    std::array<pollfd, 2> ready{{{wake_.get(), POLLIN, 0}, {watch_.get(), POLLIN, 0}}};
+    if (poll(ready.data(), failed ? 1 : 2, failed ? static_cast<int>(pause.count()) : -1) < 0 && errno != EINTR) {
+        std::this_thread::sleep_for(std::max(pause, kFirstPause));
     }
     const std::lock_guard lock(mutex_);
     return !stopped_;

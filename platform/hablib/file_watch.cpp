@@ -1,13 +1,9 @@
 #include "file_watch.h"
 
 #include <fcntl.h>
-#include <sys/inotify.h>
-#include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstddef>
 #include <cstdlib>
 #include <system_error>
 
@@ -15,8 +11,12 @@ namespace hab {
 
 namespace {
 
-// Reads in quick succession share one check: the system call would add a tenth to the cost of each.
-constexpr std::chrono::nanoseconds kLookEvery = std::chrono::milliseconds(1);
+constexpr std::int64_t kLookEvery = 1'000'000;  // nanoseconds
+constexpr std::int64_t kDoubt = 100'000'000;
+
+std::int64_t now() {
+    return std::chrono::steady_clock::now().time_since_epoch().count();
+}
 
 }  // namespace
 
@@ -56,31 +56,52 @@ int watchFile(const FileDescriptor& watches, const std::string& path, std::uint3
     return watch;
 }
 
-void watchPlace(const FileDescriptor& watches, const std::string& path) {
-    watchFile(watches, path, kFileGone);
+void watchPlace(const FileDescriptor& watches, const std::string& path, std::uint32_t events) {
+    watchFile(watches, path, kFileGone | events);
     watchFile(watches, path.substr(0, path.find_last_of('/') + 1), IN_DELETE_SELF | IN_MOVE_SELF);
 }
 
-FileWatch::FileWatch(const std::string& path) {
-    try {
-        watches_ = newWatches();
-        watchPlace(watches_, path);
-    } catch (const std::system_error&) {
-        touched_ = true;
+FileWatch::FileWatch(std::string path) : path_(std::move(path)) {
+    watch();
+}
+
+void FileWatch::look() {
+    lookAt(now());
+}
+
+void FileWatch::lookLately() {
+    const std::int64_t time = now();
+    if (time >= nextLook_.load(std::memory_order_relaxed)) {
+        lookAt(time);
     }
 }
 
-bool FileWatch::touched() {
-    const std::int64_t now = std::chrono::steady_clock::now().time_since_epoch().count();
-    if (touched_ || now < nextLook_.load(std::memory_order_relaxed)) {
-        return touched_;
+void FileWatch::lookAt(std::int64_t now) {
+    const std::lock_guard lock(mutex_);
+    nextLook_.store(now + kLookEvery, std::memory_order_relaxed);
+    std::uint32_t seen = 0;
+    if (!watches_) {
+        watch();
+        seen = ~0U;
     }
-    nextLook_.store(now + kLookEvery.count(), std::memory_order_relaxed);
-    alignas(inotify_event) std::array<std::byte, 4096> event;
-    if (read(watches_.get(), event.data(), event.size()) >= 0) {
-        touched_ = true;  // permanent: of two threads that read, only one receives the event
+    while (eachEvent(watches_, [&seen](const inotify_event& event) { seen |= event.mask; })) {
     }
-    return touched_;
+    if ((seen & (IN_CLOSE_WRITE | IN_Q_OVERFLOW)) != 0) {
+        rewrites_.fetch_add(1, std::memory_order_relaxed);
+    }
+    if ((seen & ~static_cast<std::uint32_t>(IN_CLOSE_WRITE)) != 0) {
+        doubtEnds_ = now + kDoubt;
+    }
+    touched_.store(now < doubtEnds_, std::memory_order_relaxed);
+}
+
+void FileWatch::watch() {
+    try {
+        FileDescriptor watches = newWatches();
+        watchPlace(watches, path_, IN_CLOSE_WRITE);
+        watches_ = std::move(watches);
+    } catch (const std::exception&) {  // the next look tries again
+    }
 }
 
 }  // namespace hab

@@ -1,7 +1,5 @@
 #include "row_reader.h"
 
-#include <algorithm>
-
 namespace hab {
 
 RowReader::RowReader(const Connection& connection, const Schema& schema)
@@ -29,17 +27,16 @@ RowReader::Row RowReader::fetch(const Table& table, int row) {
     for (const Field* field : table.fields) {
         fetched.values.emplace_back(field->initial);
     }
-    // Fields of one table have adjacent numbers unless a schema upgrade added some. Then the range includes other
-    // fields.
-    const auto [first, last] = std::ranges::minmax(table.fields, {}, [](const Field* field) { return field->id; });
+    const auto [first, last] = table.fieldNumbers();
     const Run run(statement_);
-    statement_.bind(1, row).bind(2, first->id).bind(3, last->id);
+    statement_.bind(1, row).bind(2, first).bind(3, last);
     while (statement_.next()) {
         const Field* field = schema_.field(statement_.number(0));
         if (field != nullptr && field->table == &table) {
             fetched.values[field->index] = valueIn(statement_, 1, *field);
         }
     }
+    schemaChanged_ = schemaChanged_ || statement_.schemaChanged();
     return fetched;
 }
 

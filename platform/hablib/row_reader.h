@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "commit_mark.h"
@@ -21,6 +22,11 @@ class RowReader {
     // the stored value does not fit the field. Valid until the next read. Throws SqliteError.
     const std::optional<Value>& read(const Field& field, int row);
 
+    // Drops the cached rows.
+    void forget() { rows_.clear(); }
+    // True once after a read that found a changed database schema: the file was upgraded or another copy was restored.
+    bool schemaChanged() { return std::exchange(schemaChanged_, false); }
+
  private:
     struct Row {
         int number = -1;
@@ -35,6 +41,7 @@ class RowReader {
     // Row cache: the last row read from each table, valid while mark_ is the store's last commit.
     std::unordered_map<const Table*, Row> rows_;
     std::optional<CommitMark> mark_;
+    bool schemaChanged_ = false;
 };
 
 }  // namespace hab

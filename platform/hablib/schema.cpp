@@ -1,5 +1,7 @@
 #include "schema.h"
 
+#include <algorithm>
+
 #include "hablib.h"
 
 namespace hab {
@@ -20,6 +22,11 @@ const Field* Table::field(std::string_view wanted) const {
     return found == fieldsByName.end() ? nullptr : found->second;
 }
 
+std::pair<std::int64_t, std::int64_t> Table::fieldNumbers() const {
+    const auto [first, last] = std::ranges::minmax(fields, {}, [](const Field* field) { return field->id; });
+    return {first->id, last->id};
+}
+
 Schema::Schema(Connection& connection) {
     readTables(connection);
     readFields(connection);
@@ -33,6 +40,14 @@ const Table* Schema::table(std::string_view name) const {
 const Field* Schema::field(std::int64_t id) const {
     const auto found = fieldsById_.find(id);
     return found == fieldsById_.end() ? nullptr : found->second;
+}
+
+bool Schema::keptIn(const Schema& later, std::int64_t lastNumber) const {
+    return std::ranges::all_of(fields_, [&](const Field& field) {
+        const Field* other = later.field(field.id);
+        return other == nullptr ? field.id <= lastNumber
+                                : other->name == field.name && other->table->name == field.table->name;
+    });
 }
 
 void Schema::readTables(Connection& connection) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "sqlite.h"
@@ -39,6 +40,9 @@ struct Table {
     std::unordered_map<std::string_view, const Field*> fieldsByName;  // aliases included
 
     const Field* field(std::string_view wanted) const;
+    // The lowest and the highest number of the table's fields. Fields of other tables may have numbers in between after
+    // a schema upgrade has added some.
+    std::pair<std::int64_t, std::int64_t> fieldNumbers() const;
 };
 
 // Returns the value of `field` in a column of the current row, or `std::nullopt` when the cell does not fit the field,
@@ -55,6 +59,10 @@ class Schema {
     const Table* table(std::string_view name) const;
     const Field* field(std::int64_t id) const;
     const std::deque<Table>& tables() const { return tables_; }
+
+    // True when a file with the schema `later` can be used through this one: no number means a different field there,
+    // now or after an upgrade. Field numbers up to `lastNumber` have been used in that file and are never reused.
+    bool keptIn(const Schema& later, std::int64_t lastNumber) const;
 
  private:
     void readTables(Connection& connection);

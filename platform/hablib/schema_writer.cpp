@@ -3,6 +3,7 @@
 #include <cjson/cJSON.h>
 
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -22,7 +23,13 @@ constexpr const char* kLayout =
     "CREATE TABLE hab_field(id INTEGER PRIMARY KEY AUTOINCREMENT, table_id INTEGER NOT NULL, name TEXT NOT NULL,"
     " alias TEXT NOT NULL, type TEXT NOT NULL, longest INTEGER NOT NULL, initial TEXT NOT NULL, about TEXT NOT NULL,"
     " place INTEGER NOT NULL, UNIQUE(table_id, name));"
-    "CREATE TABLE hab_journal(seq INTEGER PRIMARY KEY, field INTEGER NOT NULL, row INTEGER NOT NULL);";
+    "CREATE TABLE hab_journal(seq INTEGER PRIMARY KEY, field INTEGER NOT NULL, row INTEGER NOT NULL,"
+    " stamp INTEGER NOT NULL DEFAULT 0);";
+
+// The journal starts with an entry of no field, whose stamp identifies the store while nothing has been written.
+constexpr const char* kFirstEntry =
+    "INSERT INTO hab_journal(seq, field, row, stamp) SELECT 0, 0, 0, random()"
+    " WHERE NOT EXISTS (SELECT 1 FROM hab_journal)";
 
 // Ordered by row first, because a row's values are read together.
 constexpr const char* kValues =
@@ -91,21 +98,29 @@ std::int64_t writeTable(Connection& connection, std::int64_t place, const cJSON*
 void writeLayout(Connection& connection) {
     connection.run(kLayout);
     connection.run(kValues);
+    connection.run(kFirstEntry);
 }
 
-void orderValues(Connection& connection) {
-    if (connection.number("SELECT pk FROM pragma_table_info('hab_value') WHERE name = 'row'") == 1) {
-        return;
+void renewLayout(Connection& connection) {
+    if (connection.number("SELECT count(*) FROM pragma_table_info('hab_journal') WHERE name = 'stamp'") == 0) {
+        connection.run("ALTER TABLE hab_journal ADD COLUMN stamp INTEGER NOT NULL DEFAULT 0");
+        connection.run(kFirstEntry);
     }
-    connection.run("ALTER TABLE hab_value RENAME TO hab_former");
-    connection.run(kValues);
-    connection.run(
-        "INSERT INTO hab_value(field, row, value, seq) SELECT field, row, value, seq FROM hab_former;"
-        " DROP TABLE hab_former");
+    // Once ordered by field first, which was slow to read.
+    if (connection.number("SELECT pk FROM pragma_table_info('hab_value') WHERE name = 'row'") != 1) {
+        connection.run("ALTER TABLE hab_value RENAME TO hab_former");
+        connection.run(kValues);
+        connection.run(
+            "INSERT INTO hab_value(field, row, value, seq) SELECT field, row, value, seq FROM hab_former;"
+            " DROP TABLE hab_former");
+    }
 }
 
 void writeSchema(Connection& connection) {
     const std::unique_ptr<cJSON, DeleteJson> schema(cJSON_Parse(kSchemaText));
+    if (!schema) {
+        throw std::bad_alloc();
+    }
     const cJSON* tables = cJSON_GetObjectItemCaseSensitive(schema.get(), "tables");
     if (!cJSON_IsObject(tables)) {
         misread("its top");
@@ -128,6 +143,11 @@ void writeSchema(Connection& connection) {
     }
     connection.run("DELETE FROM hab_table WHERE place = -1; DELETE FROM hab_field WHERE place = -1");
     connection.run(("PRAGMA user_version = " + std::to_string(kSchemaId)).c_str());
+    // A random version makes the statements of running sessions notice this schema, also when a copy of the file with
+    // another one is put in its place.
+    std::uint32_t random = 0;
+    sqlite3_randomness(sizeof random, &random);
+    connection.run(("PRAGMA schema_version = " + std::to_string(random >> 1U)).c_str());
 }
 
 std::int64_t dropMisfits(Connection& connection) {

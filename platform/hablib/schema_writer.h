@@ -14,9 +14,8 @@ extern const std::uint32_t kSchemaId;
 // Creates the tables of an empty file. Throws SqliteError.
 void writeLayout(Connection& connection);
 
-// Reorders the values of an older store, which are stored by field first and would be slow to read. Runs in the
-// caller's transaction. Throws SqliteError.
-void orderValues(Connection& connection);
+// Brings the tables of an older store to the present layout, in the caller's transaction. Throws SqliteError.
+void renewLayout(Connection& connection);
 
 // Writes the schema into the file, in the caller's transaction. Existing tables and fields keep their numbers and
 // thereby their values. Throws SqliteError.

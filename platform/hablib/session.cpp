@@ -1,10 +1,12 @@
 #include "session.h"
 
 #include <bit>
+#include <cerrno>
 #include <cstdint>
 #include <set>
 #include <shared_mutex>
 #include <string>
+#include <system_error>
 #include <unordered_map>
 #include <utility>
 
@@ -79,11 +81,12 @@ Session::Session(std::shared_ptr<Store> store, std::unique_ptr<Connection> conne
     : store_(std::move(store)),
       connection_(std::move(connection)),
       reader_(*connection_, store_->schema()),
-      writeJournal_(*connection_, "INSERT INTO hab_journal(field, row) VALUES(?1, ?2)"),
-      writeValue_(*connection_, "INSERT OR REPLACE INTO hab_value(field, row, value, seq) VALUES(?1, ?2, ?3, ?4)") {}
+      writeJournal_(*connection_, "INSERT INTO hab_journal(field, row, stamp) VALUES(?1, ?2, ?3)"),
+      writeValue_(*connection_, "INSERT OR REPLACE INTO hab_value(field, row, value, seq) VALUES(?1, ?2, ?3, ?4)"),
+      rewrites_(store_->watch().rewrites()) {}
 
 template <class Operation>
-int Session::exclusively(Operation operation) {
+int Session::exclusively(Episode& kind, Operation operation) {
     const Clock::time_point deadline = Clock::now() + kPatience;
     const Pass pass(gate_, deadline);
     if (!pass) {
@@ -91,22 +94,43 @@ int Session::exclusively(Operation operation) {
     }
     connection_->waitUntil(deadline);
     try {
-        return operation();
+        const int status = operation();
+        if (status == HAB_OK) {
+            kind.succeeded();
+        }
+        return status;
     } catch (const SqliteError& error) {
         const int status = statusOf(error.code());
-        if (status == HAB_ERROR) {
-            store_->failed(error.what());
+        if (error.damage()) {
+            store_->damaged(error.what());
+        } else if (status == HAB_ERROR) {
+            kind.failed(error.what());
         }
         return status;
     } catch (const std::exception& error) {
-        store_->failed(error.what());
+        kind.failed(error.what());
         return HAB_ERROR;
     }
 }
 
 template <class Operation>
-int Session::whileThere(Operation operation) {
-    return exclusively([&] { return store_->lostLately(*connection_) ? HAB_ERROR : operation(); });
+int Session::whileThere(Episode& kind, Operation operation) {
+    return exclusively(kind, [&] {
+        if (store_->lostLately()) {
+            return static_cast<int>(HAB_ERROR);
+        }
+        forgetRewritten();
+        return operation();
+    });
+}
+
+void Session::forgetRewritten() {
+    if (const std::uint64_t rewrites = store_->watch().rewrites(); rewrites != rewrites_) {
+        rewrites_ = rewrites;
+        maybeRestored_ = true;
+        reader_.forget();
+        connection_->forgetPages();
+    }
 }
 
 const Field* Session::field(std::string_view table, int row, std::string_view name) const {
@@ -115,10 +139,13 @@ const Field* Session::field(std::string_view table, int row, std::string_view na
 }
 
 int Session::read(const Field& field, int row, Value& value) {
-    return whileThere([&] {
+    return whileThere(store_->reads(), [&] {
         const std::optional<Value>& found = reader_.read(field, row);
+        if (reader_.schemaChanged() && !store_->fits(*connection_)) {
+            return HAB_ERROR;
+        }
         if (!found) {
-            store_->failed("damaged: it holds a value that does not fit its field; restore a copy");
+            store_->damaged("it holds a value that does not fit its field");
             return HAB_ERROR;
         }
         value = *found;
@@ -127,7 +154,9 @@ int Session::read(const Field& field, int row, Value& value) {
 }
 
 int Session::write(std::span<const Change> changes) {
-    return exclusively([&] {
+    return exclusively(store_->writes(), [&] {
+        store_->watch().look();
+        forgetRewritten();
         const int status = commit(changes);
         connection_->tidy();
         return status;
@@ -137,7 +166,7 @@ int Session::write(std::span<const Change> changes) {
 int Session::commit(std::span<const Change> changes) {
     Transaction transaction(*connection_);
     // Checked under the write lock, so a replacement during the wait for the lock is detected.
-    if (store_->lost(*connection_)) {
+    if (store_->lost()) {
         return HAB_ERROR;
     }
     std::set<std::int64_t> tables;
@@ -147,20 +176,30 @@ int Session::commit(std::span<const Change> changes) {
             tables.insert(kBellForAll);
         }
     }
+    if (writeJournal_.schemaChanged()) {  // also when a copy was restored through SQLite
+        maybeRestored_ = true;
+        if (!store_->fits(*connection_)) {
+            return HAB_ERROR;
+        }
+    }
+    if (maybeRestored_) {
+        tables.insert(kBellForAll);
+    }
     // The bells ring when they are closed at the end of this function, or by the kernel if the process is killed first.
     std::vector<FileDescriptor> bells;
     for (const std::int64_t table : tables) {
         if (!bells.emplace_back(holdBell(store_->path(), table))) {
-            store_->failed("its bell file cannot be opened, so no session would notice a write; nothing was written");
-            return HAB_ERROR;
+            throw std::system_error(errno, std::generic_category(),
+                                    "its bell file cannot be opened, so no session would notice a write");
         }
     }
     transaction.commit();
+    maybeRestored_ = false;
     return HAB_OK;
 }
 
 bool Session::record(const Change& change) {
-    writeJournal_.bind(1, change.field->id).bind(2, change.row).finish();
+    writeJournal_.bind(1, change.field->id).bind(2, change.row).bind(3, newStamp(change.value)).finish();
     const std::int64_t place = connection_->lastRowid();
     writeValue_.bind(1, change.field->id).bind(2, change.row).bind(4, place);
     bindValue(writeValue_, 3, change.field->type, change.value);
@@ -174,7 +213,10 @@ bool Session::record(const Change& change) {
 }
 
 int Session::readAll(std::vector<Change>& values) {
-    return whileThere([&] {
+    return whileThere(store_->reads(), [&] {
+        if (!store_->fits(*connection_)) {
+            return HAB_ERROR;
+        }
         Statement read(*connection_,
                        "SELECT v.field, v.row, v.value FROM hab_value v JOIN hab_field f ON f.id = v.field"
                        " JOIN hab_table t ON t.id = f.table_id ORDER BY t.place, v.row, f.place");
@@ -189,21 +231,21 @@ int Session::readAll(std::vector<Change>& values) {
 }
 
 int Session::subscribe(const Table& table) {
-    return whileThere([&] {
-        delivery()->listen(table, lastPlace(*connection_));
+    return whileThere(store_->subscriptions(), [&] {
+        delivery()->listen(table, *connection_);
         return HAB_OK;
     });
 }
 
 int Session::setHandler(hab_notice_handler handler, void* context) {
-    return whileThere([&] {
+    return whileThere(store_->subscriptions(), [&] {
         delivery()->setHandler(handler, context);
         return HAB_OK;
     });
 }
 
 int Session::check() {
-    return whileThere([] { return HAB_OK; });
+    return whileThere(store_->reads(), [] { return HAB_OK; });
 }
 
 std::shared_ptr<Delivery> Session::delivery() {

@@ -62,12 +62,14 @@ class Session {
     void close();
 
  private:
-    // Runs an operation with exclusive use of the connection. Exceptions become a status.
+    // Runs an operation with exclusive use of the connection. Exceptions become a status and are reported.
     template <class Operation>
-    int exclusively(Operation operation);
+    int exclusively(Episode& kind, Operation operation);
     // As exclusively(), after a check that the store file is still in place.
     template <class Operation>
-    int whileThere(Operation operation);
+    int whileThere(Episode& kind, Operation operation);
+    // Drops what was read from the file before a program wrote it without SQLite's knowledge.
+    void forgetRewritten();
     int commit(std::span<const Change> changes);
     // Returns true when the journal was trimmed.
     bool record(const Change& change);
@@ -79,6 +81,10 @@ class Session {
     RowReader reader_;
     Statement writeJournal_;
     Statement writeValue_;
+    std::uint64_t rewrites_;  // of the file, known to this session
+    // True when a copy of the store may have been restored since this session's last write. The next write then wakes
+    // every subscriber, since each has to compare its own tables.
+    bool maybeRestored_ = true;
 
     std::mutex deliveryMutex_;
     std::shared_ptr<Delivery> delivery_;  // created on first use

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <thread>
+#include <utility>
 
 #include "hablib.h"
 
@@ -70,6 +71,17 @@ bool Connection::moved() const {
     return moved != 0;
 }
 
+bool Connection::readOnly() {
+    const Clock::time_point deadline = std::exchange(deadline_, Clock::now());  // a busy store is not read-only
+    const int code = sqlite3_exec(db_.get(), "BEGIN IMMEDIATE; ROLLBACK", nullptr, nullptr, nullptr);
+    deadline_ = deadline;
+    if (statusOf(code) == HAB_ERROR && (code & 0xff) != SQLITE_READONLY) {
+        check(db_.get(), code);
+    }
+    // BEGIN IMMEDIATE ignores the lock of a file that is open for reading only.
+    return (code & 0xff) == SQLITE_READONLY || sqlite3_db_readonly(db_.get(), "main") != 0;
+}
+
 void Connection::tidy() {
     if (logPages_ >= kTidyPages) {
         logPages_ = 0;
@@ -133,21 +145,22 @@ std::string_view Statement::bytes(int column) const {
 }
 
 Transaction::Transaction(Connection& connection) : connection_(connection) {
-    if (!connection.commit_) {
+    if (!connection.rollback_) {
         connection.begin_ = std::make_unique<Statement>(connection, "BEGIN IMMEDIATE");
         connection.commit_ = std::make_unique<Statement>(connection, "COMMIT");
+        connection.rollback_ = std::make_unique<Statement>(connection, "ROLLBACK");  // needs no memory when it runs
     }
     connection.begin_->finish();
 }
 
 void Transaction::commit() {
     connection_.commit_->finish();
-    open_ = false;
 }
 
 Transaction::~Transaction() {
-    if (open_) {
-        sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    if (sqlite3_get_autocommit(connection_.get()) == 0) {  // SQLite rolls back after some failures itself
+        connection_.rollback_->step();
+        connection_.rollback_->reset();
     }
 }
 

@@ -25,6 +25,8 @@ class SqliteError : public std::runtime_error {
  public:
     SqliteError(int code, const std::string& text) : std::runtime_error(text), code_(code) {}
     int code() const { return code_; }
+    // True when the file's content is damaged, so that trying again is useless.
+    bool damage() const { return (code_ & 0xff) == SQLITE_CORRUPT || (code_ & 0xff) == SQLITE_NOTADB; }
 
  private:
     int code_;
@@ -51,9 +53,14 @@ class Connection {
     // Returns the first column of the first row. Throws SqliteError, also when there is no row.
     std::int64_t number(const char* sql);
 
-    // True when the path no longer leads to the open file.
+    // Reads the file again from now on instead of keeping its pages in memory. Between transactions only.
+    void forgetPages() { sqlite3_db_release_memory(db_.get()); }
+
+    // True when the path no longer leads to the open file, also when that cannot be checked.
     bool moved() const;
-    bool readOnly() const { return sqlite3_db_readonly(db_.get(), "main") != 0; }
+    // True when the connection cannot write. SQLite falls back to reading when it cannot open the file, its log or the
+    // log's index for writing, also when only descriptors are short, and never tries again.
+    bool readOnly();
     // The file's absolute path, symbolic links resolved.
     std::string path() const { return sqlite3_db_filename(db_.get(), "main"); }
     std::int64_t lastRowid() const { return sqlite3_last_insert_rowid(db_.get()); }
@@ -73,8 +80,9 @@ class Connection {
         void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
     };
     std::unique_ptr<sqlite3, Close> db_;
-    std::unique_ptr<Statement> begin_;  // both prepared for the first transaction
+    std::unique_ptr<Statement> begin_;  // all prepared for the first transaction
     std::unique_ptr<Statement> commit_;
+    std::unique_ptr<Statement> rollback_;
     Clock::time_point deadline_;
     int logPages_ = 0;
 };
@@ -95,6 +103,8 @@ class Statement {
     bool next();
     // Runs the statement to its end. Throws SqliteError.
     void finish();
+    // True once after the statement has found a changed database schema.
+    bool schemaChanged() { return sqlite3_stmt_status(statement_.get(), SQLITE_STMTSTATUS_REPREPARE, 1) > 0; }
     // Ends the run and its read transaction. The bindings stay.
     void reset() { sqlite3_reset(statement_.get()); }
 
@@ -136,7 +146,6 @@ class Transaction {
 
  private:
     Connection& connection_;
-    bool open_ = true;
 };
 
 }  // namespace hab

@@ -9,17 +9,12 @@
 #include <vector>
 
 #include "schema_writer.h"
-#include "stderr_lines.h"
 
 namespace hab {
 
 namespace {
 
 constexpr const char* kDefaultPath = "/var/lib/hab/hab.db";
-
-std::string lostReport(std::uint64_t lost) {
-    return "hablib: lines lost here, because they could not be written: " + std::to_string(lost) + "\n";
-}
 
 // Returns the problem with the file itself, found before SQLite opens it. Empty when there is none.
 std::string troubleWith(const std::string& path) {
@@ -77,7 +72,7 @@ std::shared_ptr<Store> shareStore(Connection& connection, FileIdentity identity)
     std::erase_if(known.stores, [](const auto& store) { return store.expired(); });
     for (const auto& entry : known.stores) {
         std::shared_ptr<Store> store = entry.lock();
-        if (store && store->identity() == identity && !store->lost(connection)) {
+        if (store && store->identity() == identity && !store->lost()) {
             return store;
         }
     }
@@ -97,14 +92,9 @@ std::optional<FileIdentity> identify(const Connection& connection) {
 
 }  // namespace
 
-std::string storePath() {
+const char* storePath() {
     const char* named = std::getenv("HAB_STORE");
     return named != nullptr && *named != '\0' ? named : kDefaultPath;
-}
-
-void complain(const std::string& path, std::string_view text) {
-    static constinit host::StderrLines lines(lostReport);
-    lines.write("hablib: " + path + ": " + std::string(text) + "\n");
 }
 
 Store::Store(std::string path, FileIdentity identity, Connection& connection)
@@ -112,29 +102,42 @@ Store::Store(std::string path, FileIdentity identity, Connection& connection)
 
 std::unique_ptr<Connection> Store::connect() {
     auto connection = std::make_unique<Connection>(path_);
-    return lost(*connection) || identify(*connection) != identity_ ? nullptr : std::move(connection);
+    return lost() || identify(*connection) != identity_ ? nullptr : std::move(connection);
 }
 
-bool Store::lost(const Connection& connection) {
+bool Store::lost() {
     if (lost_.load(std::memory_order_acquire)) {
         return true;
     }
-    if (!connection.moved()) {
-        return false;
+    struct stat file {};
+    if (stat(path_.c_str(), &file) == 0) {
+        if (FileIdentity{file.st_dev, file.st_ino} == identity_) {
+            return false;
+        }
+    } else if (errno != ENOENT && errno != ENOTDIR) {
+        throw SqliteError(SQLITE_IOERR, std::string("its path cannot be checked: ") + std::strerror(errno));
     }
-    // Reported before any caller sees a resulting failure.
-    std::call_once(lossSaid_, [this] {
-        complain(path_,
-                 "replaced or deleted while in use; nothing is read or written any more, restart to use the new one");
-    });
-    lost_.store(true, std::memory_order_release);
+    lose("replaced or deleted while in use; nothing is read or written any more, restart to use the new one");
     return true;
 }
 
-void Store::failed(std::string_view what) {
-    if (!complained_.exchange(true)) {
-        complain(path_, what);
+bool Store::fits(Connection& connection) {
+    const Schema present(connection);
+    if (schema_.keptIn(present, connection.number("SELECT max(seq) FROM sqlite_sequence WHERE name = 'hab_field'"))) {
+        return true;
     }
+    lose("restored from a copy with a different schema; nothing is read or written any more, restart to use it");
+    return false;
+}
+
+void Store::lose(std::string_view why) {
+    // Reported before any caller sees a resulting failure.
+    std::call_once(lossReported_, [&] { complain(path_, why); });
+    lost_.store(true, std::memory_order_release);
+}
+
+void Store::damaged(std::string_view what) {
+    std::call_once(damageReported_, [&] { complain(path_, "damaged; restore a copy", what); });
 }
 
 std::unique_ptr<Connection> connectChecked(const std::string& path, bool anySchema) {
@@ -153,11 +156,11 @@ std::unique_ptr<Connection> connectChecked(const std::string& path, bool anySche
             complain(path, "has an older schema than this program; bring it up to date with 'habctl init --upgrade'");
             return nullptr;
         }
+        connection->run("PRAGMA journal_mode = WAL");  // a copied file may have another mode
         if (connection->readOnly()) {
             complain(path, "read-only; its owner must be able to write the file and its folder");
             return nullptr;
         }
-        connection->run("PRAGMA journal_mode = WAL");  // a copied file may have another mode
         return connection;
     } catch (const SqliteError& error) {
         complain(path, explain(error));
@@ -177,7 +180,7 @@ OpenedStore openStore(const std::string& path) {
             return {};
         }
         std::shared_ptr<Store> store = shareStore(*connection, *identity);
-        if (store->lost(*connection)) {
+        if (store->lost()) {
             return {};  // replaced before its watch was set
         }
         return {std::move(store), std::move(connection)};

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "file_watch.h"
+#include "report.h"
 #include "schema.h"
 #include "sqlite.h"
 
@@ -19,10 +20,7 @@ namespace hab {
 inline constexpr std::int64_t kApplicationId = 0x48414231;
 
 // Returns the path in HAB_STORE, or the default path.
-std::string storePath();
-
-// Prints one line on standard error: "hablib: PATH: TEXT".
-void complain(const std::string& path, std::string_view text);
+const char* storePath();
 
 // Identifies the file behind a path. A replaced file has a different identity.
 struct FileIdentity {
@@ -44,23 +42,41 @@ class Store {
     // Throws SqliteError.
     std::unique_ptr<Connection> connect();
 
-    // Returns true when the path no longer leads to the file of `connection`. The store then stays lost. The first
-    // detection is reported on standard error.
-    bool lost(const Connection& connection);
+    // Returns true when the path no longer leads to the same file. The store then stays lost. The first detection is
+    // reported on standard error. Throws SqliteError when the path cannot be checked.
+    bool lost();
     // As lost(), for reads: much cheaper, and up to a millisecond late. It runs the full check only after an event on
     // the file or its folder. Changes further up the path are detected by the next write.
-    bool lostLately(const Connection& connection) { return lost_ || (watch_.touched() && lost(connection)); }
-    // Reports a failure of the store itself on standard error, once per process and file.
-    void failed(std::string_view what);
+    bool lostLately() {
+        watch_.lookLately();
+        return lost_ || (watch_.touched() && lost());
+    }
+    // Returns false when the file has a different schema, after an older copy was restored. The store is then lost.
+    // Throws SqliteError.
+    bool fits(Connection& connection);
+
+    // The events on the file.
+    FileWatch& watch() { return watch_; }
+
+    Episode& reads() { return reads_; }
+    Episode& writes() { return writes_; }
+    Episode& subscriptions() { return subscriptions_; }
+    // Reports on standard error, once per process and file, that the file is damaged.
+    void damaged(std::string_view what);
 
  private:
+    void lose(std::string_view why);
+
     const std::string path_;
     const FileIdentity identity_;
     const Schema schema_;
     FileWatch watch_;
-    std::once_flag lossSaid_;
+    Episode reads_{path_, "reads fail", "reads succeed again"};
+    Episode writes_{path_, "writes fail", "writes succeed again"};
+    Episode subscriptions_{path_, "subscriptions fail", "subscriptions succeed again"};
+    std::once_flag lossReported_;
+    std::once_flag damageReported_;
     std::atomic<bool> lost_{false};
-    std::atomic<bool> complained_{false};
 };
 
 struct OpenedStore {

@@ -182,4 +182,15 @@ std::optional<std::string> macFrom(std::string_view text) {
     return mac;
 }
 
+std::uint32_t digestOf(const Value& value) {
+    // FNV-1a in 64 bits, folded.
+    std::uint64_t hash = 0xcbf29ce484222325;
+    const auto add = [&hash](std::uint64_t bits) { hash = (hash ^ bits) * 0x100000001b3; };
+    add(static_cast<std::uint64_t>(value.number));
+    for (const char byte : value.bytes) {
+        add(static_cast<unsigned char>(byte));
+    }
+    return static_cast<std::uint32_t>(hash ^ hash >> 32U);
+}
+
 }  // namespace hab

@@ -35,6 +35,9 @@ int accept(Type type, std::size_t longest, const Value& value);
 std::optional<Value> valueFrom(Type type, std::string_view text);
 std::string textOf(Type type, const Value& value);
 
+// A hash of the value, the same in every build.
+std::uint32_t digestOf(const Value& value);
+
 // Parses six two-digit hexadecimal groups joined by colons into six bytes.
 std::optional<std::string> macFrom(std::string_view text);
 

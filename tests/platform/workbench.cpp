@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +19,28 @@ std::string textAt(hab_session* session, const char* table, int row, const char*
     std::array<char, HAB_HOST_TEXT_SIZE> text{};
     const int status = hab_host_get_text(session, table, row, field, text.data(), text.size());
     return status == HAB_OK ? text.data() : "[" + std::to_string(status) + "]";
+}
+
+std::string StoreTest::errorsOf(const std::function<void()>& action) {
+    testing::internal::CaptureStderr();
+    action();
+    return testing::internal::GetCapturedStderr();
+}
+
+void StoreTest::restore(const std::string& copy) const {
+    sqlite3* from = nullptr;
+    sqlite3* to = nullptr;
+    EXPECT_EQ(sqlite3_open(copy.c_str(), &from), SQLITE_OK);
+    EXPECT_EQ(sqlite3_open(path_.c_str(), &to), SQLITE_OK);
+    sqlite3_backup* restoring = sqlite3_backup_init(to, "main", from, "main");
+    EXPECT_EQ(sqlite3_backup_step(restoring, -1), SQLITE_DONE);
+    EXPECT_EQ(sqlite3_backup_finish(restoring), SQLITE_OK);
+    EXPECT_EQ(sqlite3_close(to), SQLITE_OK);
+    EXPECT_EQ(sqlite3_close(from), SQLITE_OK);
+}
+
+void run(const std::vector<std::string>& words) {
+    EXPECT_EQ(Child(words).end(0), 0) << words.front();
 }
 
 Child::Child(const std::vector<std::string>& words) {

@@ -21,6 +21,10 @@ class StoreTest : public testing::Test {
  protected:
     static Session open() { return Session(hab_init()); }
     std::string sql(const std::string& statements) const { return store_.sql(statements); }
+    // Standard error while `action` runs.
+    static std::string errorsOf(const std::function<void()>& action);
+    // Restores a copy over the store through SQLite.
+    void restore(const std::string& copy) const;
 
     const dro_test::StoreFolder store_;
     const std::string folder_ = store_.folder();
@@ -57,6 +61,9 @@ class Child {
     int output_ = -1;
     std::string read_;
 };
+
+// Runs a program and expects it to succeed.
+void run(const std::vector<std::string>& words);
 
 struct Outcome {
     int status;
